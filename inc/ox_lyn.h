@@ -1,0 +1,809 @@
+/*
+ * LYN Device Manager: the public API.
+ *
+ * The module gathers LTE and NR 5G radio metrics, locations and data-path figures from a cellular modem board,
+ * configures radio features, and delivers indications and asynchronous results to one callback.
+ *
+ *   ox_lyn_hndl_t hndl;
+ *   if (ox_lyn_init(&hndl, 0, on_event) == OX_LYN_SUCCESS) {
+ *     ox_lyn_dm_info_t info = {.record_type = OX_LYN_RECORD_GET_E, .metric = OX_LYN_GET_LTE_SERV_RSRP_E};
+ *     if (ox_lyn_get_info(hndl, &info) == OX_LYN_SUCCESS)
+ *       printf("LTE RSRP %lld dBm\n", (long long)info.value.i64);
+ *     ox_lyn_deinit(hndl);
+ *   }
+ *
+ * Threads: every operation may be called from any thread but the callback's. Operations are serialised by one lock and
+ * hold it while they talk to the modem: a call may block for up to 50 s per modem request (the request's time-out), and
+ * for as long as calls of other threads need. The callback runs on the module's own command thread, one event at a
+ * time, in the order in which the events happened; it runs under the same lock and must not call any operation.
+ *
+ * Memory: records and parameter blocks handed in belong to the caller and are not kept. Blocks that the module hands
+ * out are made with malloc or calloc and released by their receiver with free(); each declaration says which ones.
+ *
+ * Statuses that every operation but ox_lyn_init shares: OX_LYN_ERR_INVALID_PARAM for a handle of 0 or one that is not
+ * the module's, and OX_LYN_ERR_NOT_INITIALIZED where the handle still matches but the module is down, which is
+ * seen only after a de-initialisation that failed half way. Both checks come first, in this order.
+ *
+ * This is a C header (C11); it compiles as C++20 too. Sizes and offsets of all blocks are part of the interface and are
+ * asserted here for 64-bit little-endian Linux.
+ *
+ * History
+ *   0.1  first version
+ */
+#ifndef OX_LYN_H
+#define OX_LYN_H
+
+#include <assert.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define OX_LYN_VERSION_MAJOR 0
+#define OX_LYN_VERSION_MINOR 1
+#define OX_LYN_VERSION_PATCH 0
+/** One comparable number: 0x00MMmmpp. */
+#define OX_LYN_VERSION ((OX_LYN_VERSION_MAJOR << 16) | (OX_LYN_VERSION_MINOR << 8) | OX_LYN_VERSION_PATCH)
+
+/* ------------------------------------------------------------------------------------------------------------------ */
+/* Vocabulary                                                                                                         */
+/* ------------------------------------------------------------------------------------------------------------------ */
+
+/** Module handle: drawn by ox_lyn_init, never 0 while valid. There is one module per process. */
+typedef uint32_t ox_lyn_hndl_t;
+
+/** Status of every operation. Other negative values of the modem's clients are passed up unchanged. */
+typedef enum {
+  OX_LYN_SUCCESS = 0,                   /**< done; for an asynchronous metric: accepted */
+  OX_LYN_ERR_FAILURE = -1,              /**< a request to the modem, an allocation or the queue failed */
+  OX_LYN_ERR_INVALID_PARAM = -2,        /**< bad handle, null or wrong record, missing buffer, bad threshold */
+  OX_LYN_ERR_NO_MEMORY = -3,            /**< a request buffer could not be allocated */
+  OX_LYN_ERR_INSUFFICIENT_BUFFER = -4,  /**< the caller's list is too short */
+  OX_LYN_ERR_BUSY = -5,                 /**< a request of the same kind is still ongoing */
+  OX_LYN_ERR_NOT_SUPPORTED = -7,        /**< metric, control or indication outside the catalogue */
+  OX_LYN_ERR_NOT_INITIALIZED = -12,     /**< the module (or its modem client) is down */
+  OX_LYN_ERR_ALREADY_INITIALIZED = -13, /**< ox_lyn_init on a module that is up */
+  OX_LYN_ERR_SERVICE_UNAVAILABLE = -16, /**< neither LTE nor NR 5G is in service */
+  OX_LYN_ERR_INFO_UNAVAILABLE = -17     /**< the modem's answer lacks the item asked for */
+} ox_lyn_status_e;
+
+/** First word of every record. */
+typedef enum {
+  OX_LYN_RECORD_GET_E = 1,   /**< get-info record, handed in */
+  OX_LYN_RECORD_ASYNC_E = 2, /**< asynchronous response, delivered */
+  OX_LYN_RECORD_IND_E = 3    /**< indication: subscription record handed in, or event delivered */
+} ox_lyn_record_type_e;
+
+/** What the value union of a record holds. The numbers are fixed; the gaps are unused. */
+typedef enum {
+  OX_LYN_VALUE_NONE_E = 0,      /**< not given: read the value as the metric's row below says */
+  OX_LYN_VALUE_INT64_E = 2,     /**< i64; delivered indications 9, 10, 11 and 13 carry it too, with a block in ptr */
+  OX_LYN_VALUE_UINT32_E = 4,    /**< u32, upper half of i64 zero */
+  OX_LYN_VALUE_ARRAY_E = 6,     /**< i64_array, count elements */
+  OX_LYN_VALUE_CQI_E = 7,       /**< ox_lyn_lte_cqi_t or ox_lyn_nr5g_cqi_t in the caller's buffer at ptr */
+  OX_LYN_VALUE_CELL_LOCK_E = 8, /**< ox_lyn_lte_cell_lock_t or ox_lyn_nr5g_cell_lock_t in the caller's buffer at ptr */
+  OX_LYN_VALUE_LTE_NBR_E = 9,   /**< ptr to an ox_lyn_lte_nbr_info_t */
+  OX_LYN_VALUE_NR5G_NBR_E = 10, /**< ptr to an ox_lyn_nr5g_nbr_info_t */
+  OX_LYN_VALUE_LOCATION_E = 12  /**< ptr to an ox_lyn_loc_single_shot_t or ox_lyn_loc_batch_t */
+} ox_lyn_value_type_e;
+
+/** Registration status: the value of metric 1 and of indication 2. */
+typedef enum {
+  OX_LYN_REG_NO_SERVICE_E = 1,
+  OX_LYN_REG_POWER_SAVE_E = 2,
+  OX_LYN_REG_LIMITED_E = 3,
+  OX_LYN_REG_LIMITED_REGIONAL_E = 4,
+  OX_LYN_REG_LTE_E = 5,      /**< LTE in service, no NR 5G cell attached */
+  OX_LYN_REG_LTE_NR5G_E = 6, /**< LTE in service with an NR 5G cell (EN-DC) */
+  OX_LYN_REG_NR5G_E = 7      /**< NR 5G in service */
+} ox_lyn_reg_status_e;
+
+/**
+ * Metrics of ox_lyn_get_info. Behind each: value type, value and unit, and the modem message it comes from.
+ * "LTE serving cell" values need LTE service to be present, "NR 5G" ones an NR 5G cell, else the answer is
+ * OX_LYN_ERR_INFO_UNAVAILABLE.
+ */
+typedef enum {
+  OX_LYN_GET_INVALID_E = 0,             /**< refused */
+  OX_LYN_GET_REG_STATUS_E = 1,          /**< 4: u32, ox_lyn_reg_status_e (NAS 77) */
+  OX_LYN_GET_LTE_SERV_EARFCN_E = 2,     /**< 2: EARFCN, 16 bits (NAS 67) */
+  OX_LYN_GET_NR5G_SERV_EARFCN_E = 3,    /**< 2: NR-ARFCN (NAS 67) */
+  OX_LYN_GET_LTE_SERV_PCI_E = 4,        /**< 2: PCI, 0 to 503 (NAS 67) */
+  OX_LYN_GET_NR5G_SERV_PCI_E = 5,       /**< 2: PCI, 0 to 1007 (NAS 67; in EN-DC NAS 77) */
+  OX_LYN_GET_LTE_SERV_CGI_E = 6,        /**< 2: E-UTRAN cell identity, 28 bits (NAS 67) */
+  OX_LYN_GET_NR5G_SERV_CGI_E = 7,       /**< 2: NR cell identity, 36 bits (NAS 67) */
+  OX_LYN_GET_LTE_SERV_PLMN_E = 8,       /**< 6: the three PLMN octets, 3GPP TS 24.008 coding (NAS 67) */
+  OX_LYN_GET_NR5G_SERV_PLMN_E = 9,      /**< 6: the three PLMN octets (NAS 67) */
+  OX_LYN_GET_LTE_SERV_RSRP_E = 10,      /**< 2: dBm (NAS 79) */
+  OX_LYN_GET_NR5G_SERV_RSRP_E = 11,     /**< 2: dBm (NAS 79) */
+  OX_LYN_GET_LTE_SERV_RSRQ_E = 12,      /**< 2: dB (NAS 79) */
+  OX_LYN_GET_NR5G_SERV_RSRQ_E = 13,     /**< 2: dB (NAS 79) */
+  OX_LYN_GET_LTE_SERV_SINR_E = 14,      /**< 2: 0.1 dB (NAS 79) */
+  OX_LYN_GET_NR5G_SERV_SINR_E = 15,     /**< 2: 0.1 dB (NAS 79) */
+  OX_LYN_GET_LTE_SERV_CQI_E = 16,       /**< 7: ox_lyn_lte_cqi_t, the caller's buffer at ptr (NAS 307) */
+  OX_LYN_GET_NR5G_SERV_CQI_E = 17,      /**< 7: ox_lyn_nr5g_cqi_t, the caller's buffer at ptr (NAS 307) */
+  OX_LYN_GET_LTE_SERV_TAC_E = 18,       /**< 2: TAC, 16 bits (NAS 67) */
+  OX_LYN_GET_NR5G_SERV_TAC_E = 19,      /**< 6: the three TAC octets (NAS 67) */
+  OX_LYN_GET_LTE_SERV_TX_POWER_E = 20,  /**< 2: as the modem reports it, 0.1 dBm (NAS 90) */
+  OX_LYN_GET_NR5G_SERV_TX_POWER_E = 21, /**< 2: as the modem reports it, 0.1 dBm (NAS 90) */
+  OX_LYN_GET_LTE_NBR_EARFCN_E = 22,     /**< 22 to 32: a neighbour scan (NAS 133), answered later by an */
+  OX_LYN_GET_NR5G_NBR_EARFCN_E = 23,    /**< asynchronous response: OX_LYN_ASYNC_LTE_NBR_INFO_E for the LTE */
+  OX_LYN_GET_LTE_NBR_PCI_E = 24,        /**< metrics, OX_LYN_ASYNC_NR5G_NBR_INFO_E for the NR 5G ones, with the */
+  OX_LYN_GET_NR5G_NBR_PCI_E = 25,       /**< items asked for filled. There is no NR 5G neighbour RSRQ. */
+  OX_LYN_GET_LTE_NBR_CGI_E = 26,
+  OX_LYN_GET_NR5G_NBR_CGI_E = 27,
+  OX_LYN_GET_LTE_NBR_PLMN_E = 28,
+  OX_LYN_GET_NR5G_NBR_PLMN_E = 29,
+  OX_LYN_GET_LTE_NBR_RSRP_E = 30,
+  OX_LYN_GET_NR5G_NBR_RSRP_E = 31,
+  OX_LYN_GET_LTE_NBR_RSRQ_E = 32,
+  OX_LYN_GET_LTE_CELL_LOCK_LIST_E = 33,   /**< 8: ox_lyn_lte_cell_lock_t, the caller's buffer at ptr (NAS 346) */
+  OX_LYN_GET_NR5G_CELL_LOCK_LIST_E = 34,  /**< 8: ox_lyn_nr5g_cell_lock_t, the caller's buffer at ptr (NAS 271) */
+  OX_LYN_GET_LTE_MCS_E = 35,              /**< 0: ptr to an ox_lyn_mcs_t that the caller frees (NAS 90) */
+  OX_LYN_GET_NR5G_MCS_E = 36,             /**< 0: ptr to an ox_lyn_mcs_t that the caller frees (NAS 90) */
+  OX_LYN_GET_LTE_CA_STATS_E = 37,         /**< 2: downlink bandwidth code, 0 unknown, 1 to 6 (NAS 172) */
+  OX_LYN_GET_LTE_ENDC_MODE_E = 38,        /**< 0: ptr to an ox_lyn_endc_mode_t that the caller frees (NAS 77) */
+  OX_LYN_GET_LTE_RRC_STATE_E = 39,        /**< 0: u32, 0 unknown, 2 to 6 (NAS 210) */
+  OX_LYN_GET_NR5G_RRC_STATE_E = 40,       /**< 0: u32, 0 unknown, 7 to 9 (NAS 210) */
+  OX_LYN_GET_NR5G_SCS_E = 41,             /**< 0: u32, ox_lyn_scs_e or 0 unknown (NAS 77) */
+  OX_LYN_GET_LTE_RF_BANDWIDTH_E = 42,     /**< 0: i64_array, count (0 to 16) bandwidth codes, 1 to 20 (NAS 49) */
+  OX_LYN_GET_NR5G_RF_BANDWIDTH_E = 43,    /**< 0: i64_array, count (0 to 16) bandwidth codes, 1 to 20 (NAS 49) */
+  OX_LYN_GET_WWAN_PROFILE_INDEX_E = 44,   /**< 0: ptr to an ox_lyn_wwan_profile_list_t that the caller frees */
+  OX_LYN_GET_IPV4_STATS_E = 45,           /**< 0: in i64 the profile handle; out ptr to an ox_lyn_wwan_stats_t, freed */
+  OX_LYN_GET_IPV6_STATS_E = 46,           /**< by the caller */
+  OX_LYN_GET_MTPE_SERVER_CONFIG_E = 47,   /**< 0: in ptr to an ox_lyn_mtpe_net_params_t of the caller's; out ptr to an
+                                               ox_lyn_mtpe_server_config_t that the caller frees */
+  OX_LYN_GET_MTPE_LTE_INFO_E = 48,        /**< 0: ptr to an ox_lyn_mtpe_req_t; results follow as indications 9 */
+  OX_LYN_GET_MTPE_NR5G_INFO_E = 49,       /**< 0: the same */
+  OX_LYN_GET_LOC_SINGLE_SHOT_E = 50,      /**< 0: ptr to an ox_lyn_loc_single_shot_req_t; async 3 follows */
+  OX_LYN_GET_LOC_ROUTINE_BATCHING_E = 51, /**< 0: ptr to an ox_lyn_loc_batching_req_t; async 4 follow */
+  OX_LYN_GET_IPV4_QOS_TFT_E = 52,         /**< 0: no value; indication 10 follows */
+  OX_LYN_GET_IPV6_QOS_TFT_E = 53          /**< 0: no value; indication 10 follows */
+} ox_lyn_get_info_e;
+
+/** Controls of ox_lyn_set_info. Behind each: what the value union holds, and the modem message it becomes. */
+typedef enum {
+  OX_LYN_SET_INVALID_E = 0,                   /**< refused */
+  OX_LYN_SET_LOC_SINGLE_SHOT_STOP_E = 1,      /**< nothing */
+  OX_LYN_SET_LOC_ROUTINE_BATCHING_STOP_E = 2, /**< nothing */
+  OX_LYN_SET_LTE_CELL_LOCK_LIST_E = 3,        /**< ptr to an ox_lyn_lte_cell_lock_t (NAS 216) */
+  OX_LYN_SET_NR5G_CELL_LOCK_LIST_E = 4,       /**< ptr to an ox_lyn_nr5g_cell_lock_t (NAS 270) */
+  OX_LYN_SET_NR5G_DEPRIORITIZE_E = 5,         /**< u8: 1 de-prioritises NR 5G, 0 restores it (NAS 295) */
+  OX_LYN_SET_MMW_PPS_CONFIG_E = 6,            /**< ptr to an ox_lyn_pps_config_t (NAS 277) */
+  OX_LYN_SET_MMW_PPS_CHANGE_STATUS_E = 7,     /**< ptr to an ox_lyn_pps_change_status_t (NAS 279) */
+  OX_LYN_SET_INSTALL_MODE_E = 8               /**< ptr to an ox_lyn_install_mode_t (NAS 333) */
+} ox_lyn_set_info_e;
+
+/** Indications. 1 to 8 are delivered while subscribed; 9 to 13 whenever they happen. */
+typedef enum {
+  OX_LYN_IND_INVALID_E = 0,                /**< refused */
+  OX_LYN_IND_MODEM_STATUS_E = 1,           /**< 4: u32, ox_lyn_modem_status_e */
+  OX_LYN_IND_REG_STATUS_E = 2,             /**< 4: u32, ox_lyn_reg_status_e (NAS 78) */
+  OX_LYN_IND_LTE_RSRP_E = 3,               /**< 2: i64, dBm (NAS 81, as all up to 8) */
+  OX_LYN_IND_NR5G_RSRP_E = 4,              /**< 2: i64, dBm */
+  OX_LYN_IND_LTE_RSRQ_E = 5,               /**< 2: i64, dB */
+  OX_LYN_IND_NR5G_RSRQ_E = 6,              /**< 2: i64, dB */
+  OX_LYN_IND_LTE_SINR_E = 7,               /**< 2: i64, 0.1 dB */
+  OX_LYN_IND_NR5G_SINR_E = 8,              /**< 2: i64, 0.1 dB */
+  OX_LYN_IND_MTPE_STATUS_E = 9,            /**< 2: ptr to an ox_lyn_mtpe_status_t */
+  OX_LYN_IND_QOS_FLOW_E = 10,              /**< 2: ptr to an ox_lyn_qos_flow_t */
+  OX_LYN_IND_PPS_CHANGE_E = 11,            /**< 2: ptr to an ox_lyn_pps_ind_t (NAS 278) */
+  OX_LYN_IND_INSTALL_MODE_STATUS_E = 12,   /**< 2: i64, install-mode status code of the modem (NAS 335) */
+  OX_LYN_IND_INSTALL_MODE_FREQ_INFO_E = 13 /**< 2: ptr to an ox_lyn_install_freq_list_t (NAS 334) */
+} ox_lyn_ind_e;
+
+/** Value of indication 1. */
+typedef enum { OX_LYN_MODEM_DOWN_E = 8, OX_LYN_MODEM_UP_E = 9 } ox_lyn_modem_status_e;
+
+/** Asynchronous responses: the answers to metrics 22 to 32, 50 and 51. */
+typedef enum {
+  OX_LYN_ASYNC_INVALID_E = 0,
+  OX_LYN_ASYNC_LTE_NBR_INFO_E = 1,    /**< 9: ptr to an ox_lyn_lte_nbr_info_t; 0 without a block: the scan failed */
+  OX_LYN_ASYNC_NR5G_NBR_INFO_E = 2,   /**< 10: ptr to an ox_lyn_nr5g_nbr_info_t; 0 without a block: the scan failed */
+  OX_LYN_ASYNC_LOC_SINGLE_SHOT_E = 3, /**< 12: ptr to an ox_lyn_loc_single_shot_t */
+  OX_LYN_ASYNC_LOC_BATCH_E = 4        /**< 12: ptr to an ox_lyn_loc_batch_t with a locations array of its own */
+} ox_lyn_async_resp_e;
+
+/** Sub-carrier spacing as the API numbers it; 0 is unknown. */
+typedef enum {
+  OX_LYN_SCS_15_KHZ_E = 1,
+  OX_LYN_SCS_30_KHZ_E = 2,
+  OX_LYN_SCS_60_KHZ_E = 3,
+  OX_LYN_SCS_120_KHZ_E = 4,
+  OX_LYN_SCS_240_KHZ_E = 5
+} ox_lyn_scs_e;
+
+/** Capacities of the lists below. */
+enum {
+  OX_LYN_I64_ARRAY_LEN = 20,
+  OX_LYN_LTE_CQI_LEN = 7,
+  OX_LYN_NR5G_CQI_LEN = 12,
+  OX_LYN_LTE_LOCK_LEN = 60,
+  OX_LYN_NR5G_LOCK_LEN = 32,
+  OX_LYN_MCS_LEN = 2,
+  OX_LYN_WWAN_PROFILE_LEN = 50,
+  OX_LYN_FREQ_LEN = 16,
+  OX_LYN_LTE_NBR_LEN = 5,
+  OX_LYN_NR5G_NBR_LEN = 10,
+  OX_LYN_LTE_NBR_PLMN_LEN = 4,
+  OX_LYN_NR5G_NBR_PLMN_LEN = 12,
+  OX_LYN_NR5G_NBR_CGI_LEN = 11
+};
+
+/* ------------------------------------------------------------------------------------------------------------------ */
+/* Records                                                                                                            */
+/* ------------------------------------------------------------------------------------------------------------------ */
+
+/**
+ * Get-info record: the caller's own. As callback record: allocated zeroed by the module, freed by the user.
+ * `value.u32` reads the low word of a value that was stored through i64 with a zero upper half.
+ */
+typedef struct {
+  uint32_t record_type; /**< ox_lyn_record_type_e */
+  uint32_t metric;      /**< ox_lyn_get_info_e going in; ox_lyn_async_resp_e or ox_lyn_ind_e in the callback */
+  uint32_t value_type;  /**< ox_lyn_value_type_e, written by the module */
+  union {
+    int64_t i64;
+    int64_t i64_array[OX_LYN_I64_ARRAY_LEN];
+    void *ptr;
+    uint32_t u32;
+  } value;
+  uint32_t count; /**< valid elements of i64_array */
+} ox_lyn_dm_info_t;
+
+/** Set-info record: the caller's own. record_type and value_type are not read. */
+typedef struct {
+  uint32_t record_type;
+  uint32_t control; /**< ox_lyn_set_info_e */
+  uint32_t value_type;
+  union {
+    uint8_t u8; /**< control 5 */
+    void *ptr;  /**< controls 3, 4, 6, 7, 8: a block of the caller's */
+    int64_t i64;
+  } value;
+} ox_lyn_dm_ctrl_info_t;
+
+/** Subscription record: the caller's own. */
+typedef struct {
+  uint32_t record_type; /**< OX_LYN_RECORD_IND_E */
+  uint32_t indication;  /**< ox_lyn_ind_e, 1 to 8 */
+  uint32_t value_type;  /**< OX_LYN_VALUE_INT64_E for indications 3 to 8; not read for 1 and 2 */
+  int64_t threshold;    /**< indications 3 to 8: reporting step in the value's own unit, at least 1; 16 bits are kept */
+} ox_lyn_dm_ind_info_t;
+
+/* ------------------------------------------------------------------------------------------------------------------ */
+/* Blocks of get info and set info                                                                                    */
+/* ------------------------------------------------------------------------------------------------------------------ */
+
+/** CQI of one component carrier. */
+typedef struct {
+  uint32_t cw_cqi_len; /**< codewords in cw_cqi, 0 to 4 */
+  uint8_t cw_cqi[4];   /**< CQI per codeword, 0 to 15 */
+} ox_lyn_cqi_entry_t;
+
+/** Result of metric 16: the buffer is the caller's own. */
+typedef struct {
+  uint8_t valid; /**< 1 */
+  uint32_t count;
+  ox_lyn_cqi_entry_t entries[OX_LYN_LTE_CQI_LEN];
+} ox_lyn_lte_cqi_t;
+
+/** Result of metric 17: the buffer is the caller's own. */
+typedef struct {
+  uint8_t valid; /**< 1 */
+  uint32_t count;
+  ox_lyn_cqi_entry_t entries[OX_LYN_NR5G_CQI_LEN];
+} ox_lyn_nr5g_cqi_t;
+
+/** One locked LTE cell. */
+typedef struct {
+  uint16_t pci;
+  uint16_t freq; /**< EARFCN */
+} ox_lyn_lte_lock_cell_t;
+
+/** LTE cell lock list, control 3 and metric 33: the caller's own. Metric 33 leaves `enforce` as the caller had it. */
+typedef struct {
+  uint8_t count; /**< 0 to 60; entries beyond 60 are not sent */
+  ox_lyn_lte_lock_cell_t cells[OX_LYN_LTE_LOCK_LEN];
+  uint8_t enforce; /**< non-zero: the modem may use no other cell */
+} ox_lyn_lte_cell_lock_t;
+
+/** One entry of a frequency-based NR 5G lock. */
+typedef struct {
+  int32_t arfcn; /**< NR-ARFCN */
+  int32_t scs;   /**< ox_lyn_scs_e */
+} ox_lyn_nr5g_lock_arfcn_t;
+
+/** NR 5G cell lock, control 4 and metric 34: the caller's own. Metric 34 fills no band masks. */
+typedef struct {
+  uint32_t lock_type; /**< 1: one cell, 2: list of ARFCNs, 3: unlock */
+  uint32_t reserved0;
+  uint16_t pci;   /**< lock type 1; non-zero marks the cell identity as given */
+  uint32_t scs;   /**< lock type 1: ox_lyn_scs_e */
+  uint32_t arfcn; /**< lock type 1: NR-ARFCN */
+  uint32_t reserved1;
+  uint64_t band_mask[8];   /**< lock type 1: bands 1 to 512, bit 0 of [0] is band 1 */
+  uint32_t arfcn_list_len; /**< lock type 2: 0 to 32; entries beyond 32 are not sent */
+  ox_lyn_nr5g_lock_arfcn_t arfcn_list[OX_LYN_NR5G_LOCK_LEN];
+} ox_lyn_nr5g_cell_lock_t;
+
+/** MCS, metrics 35 and 36: allocated by the module, freed by the caller. Modulation codes, 255 unknown. */
+typedef struct {
+  uint32_t dl_mod[OX_LYN_MCS_LEN];
+  uint32_t ul_mod[OX_LYN_MCS_LEN];
+  uint32_t ul_len; /**< 0 to 2; with 0 the call returns OX_LYN_ERR_FAILURE and hands the block over all the same */
+  uint32_t dl_len; /**< 0 to 2 */
+} ox_lyn_mcs_t;
+
+/** EN-DC mode, metric 38: allocated by the module, freed by the caller. Each field is 0 or 1. */
+typedef struct {
+  uint8_t valid;
+  uint8_t endc_available;
+  uint8_t restrict_dcnr_valid;
+  uint8_t restrict_dcnr;
+} ox_lyn_endc_mode_t;
+
+/** One WWAN profile. */
+typedef struct {
+  uint32_t profile_index;
+  uint32_t subscription; /**< 1 default, 2 primary, 3 secondary (0-based where a lone profile is reported) */
+  uint32_t technology;   /**< 0 any, 1 3GPP, 2 3GPP2 */
+  uint32_t ip_family;    /**< 4, 6 or 10 (both) */
+  uint8_t profile_id_3gpp;
+  uint8_t profile_id_3gpp2;
+  char apn_name[102]; /**< at most 100 octets, null-terminated */
+} ox_lyn_wwan_profile_t;
+
+/** WWAN profiles, metric 44: allocated by the module, freed by the caller. */
+typedef struct {
+  uint32_t count; /**< 0 to 50; 0 means that there is one profile, of which profiles[0].profile_index alone is filled */
+  uint32_t reserved;
+  ox_lyn_wwan_profile_t profiles[OX_LYN_WWAN_PROFILE_LEN];
+} ox_lyn_wwan_profile_list_t;
+
+/** WWAN statistics, metrics 45 and 46: allocated by the module, freed by the caller. */
+typedef struct {
+  uint64_t bytes_rx, bytes_tx;
+  uint32_t pkts_rx, pkts_tx, pkts_dropped_rx, pkts_dropped_tx;
+} ox_lyn_wwan_stats_t;
+
+/**
+ * Modem throughput estimation (MTPE) request, metrics 48 and 49: the caller's own; the module keeps a copy until the
+ * test has ended. Addresses are in network byte order. For uplink and both directions the client is the source and the
+ * server the destination; for downlink the roles are swapped.
+ */
+typedef struct {
+  uint32_t external_server; /**< 1: the server is not the operator's test server */
+  uint32_t test_type;       /**< 1 uplink, 2 downlink, 3 both: uplink, then downlink with the roles swapped */
+  uint32_t duration;        /**< s */
+  uint32_t ip_family;       /**< 4 or 6 */
+  uint32_t protocol;        /**< 2: UDP */
+  uint16_t src_port, dst_port;
+  char server_url[300]; /**< null-terminated; empty: the addresses are used */
+  uint32_t src_ipv4, dst_ipv4;
+  uint8_t src_ipv6[16], dst_ipv6[16];
+  uint32_t bandwidth; /**< kbps; given to the modem only together with mtu */
+  uint32_t mtu;       /**< octets */
+} ox_lyn_mtpe_req_t;
+
+/** MTPE network parameters, metric 47 going in: the caller's own. */
+typedef struct {
+  uint32_t ip_family;      /**< 4 or 6 */
+  uint8_t client_addr[16]; /**< network byte order; an IPv4 address is in the first four octets */
+} ox_lyn_mtpe_net_params_t;
+
+/** MTPE server configuration, metric 47 coming out: allocated by the module, freed by the caller. */
+typedef struct {
+  int32_t bandwidth_kbps; /**< kbps */
+  int32_t mtu;            /**< octets */
+} ox_lyn_mtpe_server_config_t;
+
+/** Single-shot request, metric 50: the caller's own. */
+typedef struct {
+  uint32_t timeout_ms;       /**< ms; the receiver gives up after it */
+  float horizontal_accuracy; /**< m, the quality that a fix should have */
+} ox_lyn_loc_single_shot_req_t;
+
+/** Batching request, metric 51: the caller's own. */
+typedef struct {
+  uint32_t min_interval_ms; /**< ms between two locations of a batch */
+} ox_lyn_loc_batching_req_t;
+
+/** One NR 5G frequency of the PPS and install-mode requests. */
+typedef struct {
+  uint32_t arfcn; /**< NR-ARFCN */
+  uint32_t band;  /**< NR band number */
+  uint32_t scs;   /**< ox_lyn_scs_e or 0; above 5 the control is refused with OX_LYN_ERR_INVALID_PARAM */
+} ox_lyn_nr5g_freq_t;
+
+/** mmW panel position (PPS) configuration, control 6: the caller's own, copied whole. */
+typedef struct {
+  uint8_t position_index;
+  uint8_t pps_mode_enabled; /**< 0 or 1 */
+  uint16_t reserved;
+  uint32_t freq_count; /**< 0 to 16; more is refused with OX_LYN_ERR_INVALID_PARAM */
+  ox_lyn_nr5g_freq_t freqs[OX_LYN_FREQ_LEN];
+} ox_lyn_pps_config_t;
+
+/** PPS change status, control 7: the caller's own, copied whole. */
+typedef struct {
+  uint8_t position_changed; /**< 0 or 1 */
+  uint8_t position_index;
+  uint16_t reserved;
+  uint32_t pps_mode; /**< 1 to 3; anything else is refused with OX_LYN_ERR_FAILURE */
+} ox_lyn_pps_change_status_t;
+
+/** Install mode, control 8: the caller's own, copied whole. */
+typedef struct {
+  uint32_t mode;       /**< 1 start, 2 stop */
+  uint16_t freq_count; /**< 0 to 16; more is refused with OX_LYN_ERR_INVALID_PARAM */
+  uint16_t reserved;
+  ox_lyn_nr5g_freq_t freqs[OX_LYN_FREQ_LEN];
+} ox_lyn_install_mode_t;
+
+/* ------------------------------------------------------------------------------------------------------------------ */
+/* Delivered blocks: allocated by the module, freed by the user                                                       */
+/* ------------------------------------------------------------------------------------------------------------------ */
+
+/** One location. A member is meaningful where its flag is set. */
+typedef struct {
+  uint32_t flags;                       /**< validity bits as the location service sets them */
+  uint64_t timestamp;                   /**< ms since 1970-01-01 UTC */
+  double latitude, longitude, altitude; /**< degrees WGS 84, degrees WGS 84, m above the ellipsoid */
+  float speed, bearing;                 /**< m/s, degrees clockwise from north */
+  float horizontal_accuracy, vertical_accuracy, speed_accuracy, bearing_accuracy; /**< m, m, m/s, degrees */
+  uint32_t tech_mask;                                                             /**< which technologies contributed */
+  uint64_t extra_time[2]; /**< [0] goes with flag 0x200, [1] with flag 0x400 */
+} ox_lyn_location_t;
+
+/** Async 3. */
+typedef struct {
+  uint32_t kind;              /**< 0: a location or a failed request, 1: the answer to a stop */
+  uint32_t response;          /**< code of the location service; a location follows only with 0 or 4 */
+  ox_lyn_location_t location; /**< zero unless kind is 0 and response 0 or 4 */
+} ox_lyn_loc_single_shot_t;
+
+/** Async 4. `locations` is a block of its own, freed by the user as well; null unless status is 1. */
+typedef struct {
+  int32_t status;   /**< 1: locations present; 0 with a bare response */
+  int32_t response; /**< code of the location service, 0 success */
+  ox_lyn_location_t *locations;
+  uint8_t count; /**< locations in the array */
+} ox_lyn_loc_batch_t;
+
+/** Indication 9. */
+typedef struct {
+  uint32_t test_type;      /**< direction that runs: 1 uplink, 2 downlink */
+  uint32_t failure_reason; /**< 0, or 3 when the start or the teardown failed */
+  uint32_t test_status;    /**< 1 configured, 2 completed, 3 failed, 0 aborted or refused */
+  uint32_t peak_rate;      /**< kbps, with test_status 2 */
+} ox_lyn_mtpe_status_t;
+
+/** Indication 10. */
+typedef struct {
+  uint32_t bearer_id;
+  uint32_t tx_5g_qci, rx_5g_qci; /**< 5G QoS class identifiers, 0 to 7 */
+} ox_lyn_qos_flow_t;
+
+/** Indication 11. */
+typedef struct {
+  uint8_t position_index;
+  uint32_t mode; /**< 1 to 3; 0 unknown */
+} ox_lyn_pps_ind_t;
+
+/** One measured install frequency. */
+typedef struct {
+  uint32_t arfcn, band;
+  uint32_t scs; /**< ox_lyn_scs_e, or 0xFFFFFFFF unknown */
+  int16_t rsrp; /**< dBm */
+  int16_t snr;  /**< as the modem reports it */
+} ox_lyn_install_freq_t;
+
+/** Indication 13. */
+typedef struct {
+  uint16_t count; /**< 0 to 16 */
+  ox_lyn_install_freq_t entries[OX_LYN_FREQ_LEN];
+} ox_lyn_install_freq_list_t;
+
+/** One PLMN. */
+typedef struct {
+  uint16_t mcc, mnc;
+  uint8_t includes_pcs_digit; /**< the MNC has three digits */
+} ox_lyn_plmn_t;
+
+/** One LTE neighbour. */
+typedef struct {
+  uint8_t present; /**< 1; cells are packed, the first 0 ends the list */
+  uint32_t index;  /**< 1-based */
+  uint32_t earfcn;
+  uint16_t pci;
+  uint8_t cgi_valid; /**< metric 26 was asked for */
+  uint32_t cgi;
+  uint8_t plmn_valid; /**< metric 28 was asked for */
+  uint32_t plmn_count;
+  ox_lyn_plmn_t plmn[OX_LYN_LTE_NBR_PLMN_LEN];
+} ox_lyn_lte_nbr_t;
+
+/** Async 1. */
+typedef struct {
+  ox_lyn_lte_nbr_t cells[OX_LYN_LTE_NBR_LEN]; /**< filled when metric 22, 24, 26 or 28 was asked for */
+  struct {
+    uint8_t valid; /**< metric 30 or 32 was asked for */
+    uint32_t earfcn;
+    uint16_t pci;
+    uint8_t rsrp_valid;
+    int16_t rsrp; /**< dBm */
+    uint8_t rsrq_valid;
+    int16_t rsrq; /**< dB */
+  } serving;      /**< the neighbour with the highest signal */
+} ox_lyn_lte_nbr_info_t;
+
+/** One NR 5G neighbour. */
+typedef struct {
+  uint8_t present; /**< 1; cells are packed, the first 0 ends the list */
+  uint32_t index;  /**< 1-based */
+  uint32_t earfcn; /**< NR-ARFCN */
+  uint16_t pci;
+  uint8_t rsrp_valid; /**< metric 31 was asked for */
+  int16_t rsrp;       /**< dBm */
+  uint8_t plmn_valid; /**< metric 29 was asked for */
+  uint32_t plmn_count;
+  ox_lyn_plmn_t plmn[OX_LYN_NR5G_NBR_PLMN_LEN];
+  uint8_t cgi_valid; /**< metric 27 was asked for */
+  uint32_t cgi_count;
+  uint64_t cgi[OX_LYN_NR5G_NBR_CGI_LEN];
+} ox_lyn_nr5g_nbr_t;
+
+/** Async 2. */
+typedef struct {
+  ox_lyn_nr5g_nbr_t cells[OX_LYN_NR5G_NBR_LEN];
+} ox_lyn_nr5g_nbr_info_t;
+
+/* ------------------------------------------------------------------------------------------------------------------ */
+/* Operations                                                                                                         */
+/* ------------------------------------------------------------------------------------------------------------------ */
+
+/**
+ * The user's callback, for every subscribed indication, every unsubscribable one and every asynchronous response.
+ *
+ * Runs on the command thread, one event at a time, in the order of the events, under the module's lock: it must return
+ * soon and must not call any operation of this header (it would wait for itself). No call is made any more once
+ * ox_lyn_deinit has returned.
+ *
+ * hndl       the module's handle
+ * dm_info    record of type 2 or 3; the user owns it and every block that its ptr leads to, and frees them with free():
+ *            the record itself, the blocks of indications 9, 10, 11 and 13 and of asynchronous responses 1 to 4, and
+ *            the locations array of response 4
+ * user_data  as given to ox_lyn_init
+ *
+ *   void on_event(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *event, uint32_t user_data) {
+ *     if (event->record_type == OX_LYN_RECORD_IND_E && event->metric == OX_LYN_IND_LTE_RSRP_E)
+ *       printf("LTE RSRP now %lld dBm\n", (long long)event->value.i64);
+ *     free(event);
+ *   }
+ */
+typedef void (*ox_lyn_user_cb_fn)(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info, uint32_t user_data);
+
+/**
+ * Bring the module up: diagnostic service, NAS client, mobile AP client, a first system-information query, location
+ * client, command thread.
+ *
+ * Blocks, without limit, until the modem offers its network access service.
+ *
+ * hndl        out: the handle; written on success only
+ * user_data   handed to every callback; any value
+ * user_cb_fn  the callback, not null
+ *
+ * OX_LYN_SUCCESS                  up
+ * OX_LYN_ERR_INVALID_PARAM        hndl or user_cb_fn is null
+ * OX_LYN_ERR_ALREADY_INITIALIZED  the module is up already; its handle stays valid
+ * OX_LYN_ERR_NO_MEMORY            a request buffer could not be allocated
+ * OX_LYN_ERR_FAILURE              a client of the board could not be brought up, or the command queue
+ * After a failure the module is down and the call may be repeated.
+ */
+int32_t ox_lyn_init(ox_lyn_hndl_t *hndl, uint32_t user_data, ox_lyn_user_cb_fn user_cb_fn);
+
+/**
+ * Take the module down: releases the NAS and location clients and joins the command thread. Events not yet delivered
+ * are dropped; no callback runs once this has returned. Waits at most for the callback that is running.
+ *
+ * OX_LYN_SUCCESS              down; the handle is void
+ * OX_LYN_ERR_INVALID_PARAM    hndl is 0 or not the module's
+ * OX_LYN_ERR_NOT_INITIALIZED  down already, after a teardown that failed
+ * OX_LYN_ERR_FAILURE          a client refused its release; the module counts as down, ox_lyn_init may follow
+ */
+int32_t ox_lyn_deinit(ox_lyn_hndl_t hndl);
+
+/**
+ * Read one metric, or start one that is answered through the callback; ox_lyn_get_info_e says what each gives.
+ *
+ * Asks the modem for its service state first. Metrics other than 1 need LTE or NR 5G service, also those that have
+ * nothing to do with the radio.
+ *
+ * dm_info  in: record_type OX_LYN_RECORD_GET_E, metric, and for metrics 16, 17, 33, 34 and 47 to 51 the address of the
+ *          caller's block in ptr, for 45 and 46 the profile handle in i64; out: value_type, value and count. On failure
+ *          value_type is 0 and the value is as it was (metrics 35 and 36: see ox_lyn_mcs_t).
+ *
+ * OX_LYN_SUCCESS                  answered, or accepted. Metrics 48 and 49: also when the test could not be
+ *                                 configured, of which indication 9 with test_status 0 tells.
+ * OX_LYN_ERR_INVALID_PARAM        bad handle, null record, record_type not 1, a null ptr where metrics 16, 17, 33, 34,
+ *                                 47, 48 or 49 need one
+ * OX_LYN_ERR_NOT_INITIALIZED      the module is down
+ * OX_LYN_ERR_SERVICE_UNAVAILABLE  registration status is not 5, 6 or 7; comes before OX_LYN_ERR_NOT_SUPPORTED
+ * OX_LYN_ERR_NOT_SUPPORTED        metric outside 1 to 53
+ * OX_LYN_ERR_INFO_UNAVAILABLE     the modem has no such value (metrics 2 to 21, 33, 34)
+ * OX_LYN_ERR_BUSY                 metrics 22 to 32: a neighbour scan of either radio runs; 48, 49: a test runs;
+ *                                 50, 51: a request of the same kind runs
+ * OX_LYN_ERR_NO_MEMORY            a request buffer could not be allocated
+ * OX_LYN_ERR_FAILURE              the modem refused or did not answer, the location service is not ready (50, 51), ptr
+ *                                 is null (50, 51), a result block could not be allocated, or the uplink list is
+ *                                 empty (35, 36)
+ *
+ *   ox_lyn_lte_cqi_t cqi;
+ *   ox_lyn_dm_info_t info = {.record_type = OX_LYN_RECORD_GET_E, .metric = OX_LYN_GET_LTE_SERV_CQI_E};
+ *   info.value.ptr = &cqi;
+ *   int32_t status = ox_lyn_get_info(hndl, &info);
+ */
+int32_t ox_lyn_get_info(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info);
+
+/**
+ * Read several metrics in one call, in order; the neighbour metrics among them share one scan, LTE before NR 5G.
+ * Stops at the first metric that fails; records after it are not handled, and a scan is then not started. Other calls
+ * may come between two entries.
+ *
+ * dm_info_list      dm_info_list_cnt records as for ox_lyn_get_info
+ * dm_info_list_cnt  at least 1
+ *
+ * Beyond the statuses of ox_lyn_get_info:
+ * OX_LYN_ERR_INVALID_PARAM  null list or count 0
+ * OX_LYN_ERR_NOT_SUPPORTED  the last entry is 0, 52, 53 or above; such an entry anywhere also takes back the neighbour
+ *                           metrics before it
+ * OX_LYN_ERR_BUSY           an entry is a neighbour metric while a scan runs, or metric 50 while a single shot runs
+ * OX_LYN_ERR_FAILURE        an entry is metric 51 while batching runs
+ */
+int32_t ox_lyn_get_info_list(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info_list, uint32_t dm_info_list_cnt);
+
+/**
+ * Carry out one control; ox_lyn_set_info_e says what each takes. Complete when it returns.
+ *
+ * OX_LYN_SUCCESS            done
+ * OX_LYN_ERR_INVALID_PARAM  bad handle, null record, null ptr (controls 3, 4, 6, 7, 8), a sub-carrier spacing outside
+ *                           0 to 5 (4, 6, 8), more than 16 frequencies (6, 8)
+ * OX_LYN_ERR_NOT_INITIALIZED  the module is down
+ * OX_LYN_ERR_NOT_SUPPORTED  control outside 1 to 8
+ * OX_LYN_ERR_NO_MEMORY      a request buffer could not be allocated
+ * OX_LYN_ERR_FAILURE        nothing to stop (1, 2); the modem refused or did not answer; no LTE service, or an empty
+ *                           list (3); registration status is not 7 (4), not 6 or 7 (5); PPS mode outside 1 to 3 (7)
+ *
+ *   ox_lyn_dm_ctrl_info_t ctrl = {.control = OX_LYN_SET_NR5G_DEPRIORITIZE_E};
+ *   ctrl.value.u8 = 1;
+ *   int32_t status = ox_lyn_set_info(hndl, &ctrl);
+ */
+int32_t ox_lyn_set_info(ox_lyn_hndl_t hndl, ox_lyn_dm_ctrl_info_t *dm_ctrl_info);
+
+/**
+ * Subscribe one indication; subscribing it again replaces its threshold. The modem is told at once (NAS 3 and 108), and
+ * the subscription changes only if it accepts. A delivered value is not delivered again until it changes.
+ *
+ * OX_LYN_SUCCESS            subscribed
+ * OX_LYN_ERR_INVALID_PARAM  bad handle, null record, record_type not 3; for 3 to 8 also value_type not 2 or a threshold
+ *                           below 1
+ * OX_LYN_ERR_NOT_INITIALIZED  the module is down
+ * OX_LYN_ERR_NOT_SUPPORTED  indication outside 1 to 8
+ * OX_LYN_ERR_NO_MEMORY      a request buffer could not be allocated
+ * OX_LYN_ERR_FAILURE        the modem refused or did not answer
+ *
+ *   ox_lyn_dm_ind_info_t ind = {.record_type = OX_LYN_RECORD_IND_E, .indication = OX_LYN_IND_LTE_RSRP_E,
+ *                               .value_type = OX_LYN_VALUE_INT64_E, .threshold = 2};
+ *   int32_t status = ox_lyn_set_ind_info(hndl, &ind);
+ */
+int32_t ox_lyn_set_ind_info(ox_lyn_hndl_t hndl, ox_lyn_dm_ind_info_t *dm_ind_info);
+
+/**
+ * Count the subscribed indications: dm_ind_cnt receives 0 to 8.
+ *
+ * OX_LYN_SUCCESS, OX_LYN_ERR_INVALID_PARAM (bad handle, null dm_ind_cnt), OX_LYN_ERR_NOT_INITIALIZED
+ */
+int32_t ox_lyn_get_ind_count(ox_lyn_hndl_t hndl, uint32_t *dm_ind_cnt);
+
+/**
+ * List the subscribed indications, in the fixed order 1, 2, 3, 5, 7, 4, 6, 8; entries beyond them become 0.
+ *
+ * dm_ind_list      out: room for dm_ind_list_cnt ox_lyn_ind_e values
+ * dm_ind_list_cnt  at least 1
+ *
+ * OX_LYN_SUCCESS                  listed
+ * OX_LYN_ERR_INVALID_PARAM        bad handle, null list, count 0
+ * OX_LYN_ERR_NOT_INITIALIZED      the module is down
+ * OX_LYN_ERR_INSUFFICIENT_BUFFER  more are subscribed than the list holds; the list is untouched
+ */
+int32_t ox_lyn_get_ind_list(ox_lyn_hndl_t hndl, uint32_t *dm_ind_list, uint32_t dm_ind_list_cnt);
+
+/**
+ * Unsubscribe several indications, all or none; one that is not subscribed is no error.
+ *
+ * dm_clr_ind_list      dm_clr_ind_list_cnt ox_lyn_ind_e values, 1 to 8
+ * dm_clr_ind_list_cnt  at least 1
+ *
+ * OX_LYN_SUCCESS              unsubscribed
+ * OX_LYN_ERR_INVALID_PARAM    bad handle, null list, count 0
+ * OX_LYN_ERR_NOT_INITIALIZED  the module is down
+ * OX_LYN_ERR_NOT_SUPPORTED    a number outside 1 to 8; nothing was changed
+ * OX_LYN_ERR_NO_MEMORY        a request buffer could not be allocated
+ * OX_LYN_ERR_FAILURE          the modem refused or did not answer; nothing was changed
+ */
+int32_t ox_lyn_clear_ind_list(ox_lyn_hndl_t hndl, uint32_t *dm_clr_ind_list, uint32_t dm_clr_ind_list_cnt);
+
+/* ------------------------------------------------------------------------------------------------------------------ */
+/* Layouts                                                                                                            */
+/* ------------------------------------------------------------------------------------------------------------------ */
+
+#define OX_LYN_ASSERT_SIZE(type, size) static_assert(sizeof(type) == (size), #type " has changed its size")
+#define OX_LYN_ASSERT_OFFSET(type, member, offset) \
+  static_assert(offsetof(type, member) == (offset), #type "." #member " has moved")
+
+OX_LYN_ASSERT_SIZE(ox_lyn_dm_info_t, 184);
+OX_LYN_ASSERT_OFFSET(ox_lyn_dm_info_t, record_type, 0);
+OX_LYN_ASSERT_OFFSET(ox_lyn_dm_info_t, metric, 4);
+OX_LYN_ASSERT_OFFSET(ox_lyn_dm_info_t, value_type, 8);
+OX_LYN_ASSERT_OFFSET(ox_lyn_dm_info_t, value, 16);
+OX_LYN_ASSERT_OFFSET(ox_lyn_dm_info_t, count, 176);
+OX_LYN_ASSERT_SIZE(ox_lyn_dm_ctrl_info_t, 24);
+OX_LYN_ASSERT_OFFSET(ox_lyn_dm_ctrl_info_t, value, 16);
+OX_LYN_ASSERT_SIZE(ox_lyn_dm_ind_info_t, 24);
+OX_LYN_ASSERT_OFFSET(ox_lyn_dm_ind_info_t, threshold, 16);
+OX_LYN_ASSERT_SIZE(ox_lyn_cqi_entry_t, 8);
+OX_LYN_ASSERT_SIZE(ox_lyn_lte_cqi_t, 64);
+OX_LYN_ASSERT_SIZE(ox_lyn_nr5g_cqi_t, 104);
+OX_LYN_ASSERT_SIZE(ox_lyn_lte_lock_cell_t, 4);
+OX_LYN_ASSERT_SIZE(ox_lyn_lte_cell_lock_t, 244);
+OX_LYN_ASSERT_OFFSET(ox_lyn_lte_cell_lock_t, cells, 2);
+OX_LYN_ASSERT_OFFSET(ox_lyn_lte_cell_lock_t, enforce, 242);
+OX_LYN_ASSERT_SIZE(ox_lyn_nr5g_lock_arfcn_t, 8);
+OX_LYN_ASSERT_SIZE(ox_lyn_nr5g_cell_lock_t, 352);
+OX_LYN_ASSERT_OFFSET(ox_lyn_nr5g_cell_lock_t, lock_type, 0);
+OX_LYN_ASSERT_OFFSET(ox_lyn_nr5g_cell_lock_t, pci, 8);
+OX_LYN_ASSERT_OFFSET(ox_lyn_nr5g_cell_lock_t, scs, 12);
+OX_LYN_ASSERT_OFFSET(ox_lyn_nr5g_cell_lock_t, arfcn, 16);
+OX_LYN_ASSERT_OFFSET(ox_lyn_nr5g_cell_lock_t, band_mask, 24);
+OX_LYN_ASSERT_OFFSET(ox_lyn_nr5g_cell_lock_t, arfcn_list_len, 88);
+OX_LYN_ASSERT_OFFSET(ox_lyn_nr5g_cell_lock_t, arfcn_list, 92);
+OX_LYN_ASSERT_SIZE(ox_lyn_mcs_t, 24);
+OX_LYN_ASSERT_SIZE(ox_lyn_endc_mode_t, 4);
+OX_LYN_ASSERT_SIZE(ox_lyn_wwan_profile_t, 120);
+OX_LYN_ASSERT_SIZE(ox_lyn_wwan_profile_list_t, 6008);
+OX_LYN_ASSERT_OFFSET(ox_lyn_wwan_profile_list_t, profiles, 8);
+OX_LYN_ASSERT_SIZE(ox_lyn_wwan_stats_t, 32);
+OX_LYN_ASSERT_SIZE(ox_lyn_mtpe_req_t, 372);
+OX_LYN_ASSERT_SIZE(ox_lyn_mtpe_net_params_t, 20);
+OX_LYN_ASSERT_SIZE(ox_lyn_mtpe_server_config_t, 8);
+OX_LYN_ASSERT_SIZE(ox_lyn_loc_single_shot_req_t, 8);
+OX_LYN_ASSERT_SIZE(ox_lyn_loc_batching_req_t, 4);
+OX_LYN_ASSERT_SIZE(ox_lyn_nr5g_freq_t, 12);
+OX_LYN_ASSERT_SIZE(ox_lyn_pps_config_t, 200);
+OX_LYN_ASSERT_SIZE(ox_lyn_pps_change_status_t, 8);
+OX_LYN_ASSERT_OFFSET(ox_lyn_pps_change_status_t, pps_mode, 4);
+OX_LYN_ASSERT_SIZE(ox_lyn_install_mode_t, 200);
+OX_LYN_ASSERT_SIZE(ox_lyn_location_t, 88);
+OX_LYN_ASSERT_SIZE(ox_lyn_loc_single_shot_t, 96);
+OX_LYN_ASSERT_SIZE(ox_lyn_loc_batch_t, 24);
+OX_LYN_ASSERT_SIZE(ox_lyn_mtpe_status_t, 16);
+OX_LYN_ASSERT_SIZE(ox_lyn_qos_flow_t, 12);
+OX_LYN_ASSERT_SIZE(ox_lyn_pps_ind_t, 8);
+OX_LYN_ASSERT_OFFSET(ox_lyn_pps_ind_t, mode, 4);
+OX_LYN_ASSERT_SIZE(ox_lyn_install_freq_t, 16);
+OX_LYN_ASSERT_SIZE(ox_lyn_install_freq_list_t, 260);
+OX_LYN_ASSERT_OFFSET(ox_lyn_install_freq_list_t, entries, 4);
+OX_LYN_ASSERT_SIZE(ox_lyn_plmn_t, 6);
+OX_LYN_ASSERT_SIZE(ox_lyn_lte_nbr_t, 52);
+OX_LYN_ASSERT_SIZE(ox_lyn_lte_nbr_info_t, 280);
+OX_LYN_ASSERT_SIZE(ox_lyn_nr5g_nbr_t, 192);
+OX_LYN_ASSERT_SIZE(ox_lyn_nr5g_nbr_info_t, 1920);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
