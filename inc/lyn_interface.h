@@ -1,0 +1,120 @@
+/*
+ * What the files of the Device Manager API share: the module's state, its lock, the gate, and the checks that every
+ * operation begins with. Only lyn_interface*.cpp include it.
+ *
+ * Lock order: module lock, gate, queue mutex. The module lock is held for the whole of each operation and by the
+ * command thread around each event. The gate is a leaf that makes "initialised? then enqueue" atomic against the flag's
+ * being cleared, so that posting never needs the module lock.
+ */
+#ifndef LYN_INTERFACE_H
+#define LYN_INTERFACE_H
+
+#include <pthread.h>
+#include <stdint.h>
+#include <stdlib.h>
+
+#include <memory>
+
+#include "lyn_cmdq.h"
+#include "lyn_log.h"
+#include "lyn_yrp_nas.h"
+#include "ox_lyn.h"
+
+/** Items of a neighbour scan that were asked for; NR 5G has no RSRQ. */
+enum { LYN_NBR_EARFCN, LYN_NBR_PCI, LYN_NBR_CGI, LYN_NBR_PLMN, LYN_NBR_RSRP, LYN_NBR_RSRQ, LYN_NBR_ITEMS };
+
+/** Neighbour scan of one radio. */
+typedef struct {
+  uint8_t request; /**< pending: asked for, and not yet answered */
+  uint8_t ongoing; /**< in flight: sent to the modem */
+  uint8_t item[LYN_NBR_ITEMS];
+} lyn_scan_group_t;
+
+/** Module state: zero while the module is down. Guarded by the module lock but for what is said otherwise. */
+typedef struct {
+  ox_lyn_hndl_t hndl;
+  lyn_cmdq_t cmdq;     /**< set up and torn down under the module lock, entered under the gate */
+  uint8_t initialised; /**< atomic; written under module lock and gate */
+  uint32_t user_data;
+  ox_lyn_user_cb_fn user_cb_fn;
+  lyn_ind_table_t ind_table;
+  lyn_scan_group_t lte_scan, nr5g_scan;
+  ox_lyn_mtpe_req_t mtpe_req; /**< of the test that runs */
+  uint8_t mtpe_ongoing, single_shot_ongoing, batching_ongoing;
+} lyn_state_t;
+
+extern lyn_state_t lyn_state;
+extern pthread_mutex_t lyn_module_lock;
+extern pthread_mutex_t lyn_gate;
+
+/** Holds a mutex for a scope, unless told to keep it locked. */
+class lyn_guard_t {
+ public:
+  explicit lyn_guard_t(pthread_mutex_t *mutex) : mutex_(mutex) { pthread_mutex_lock(mutex_); }
+  ~lyn_guard_t() {
+    if (mutex_ != nullptr)
+      pthread_mutex_unlock(mutex_);
+  }
+  lyn_guard_t(const lyn_guard_t &) = delete;
+  lyn_guard_t &operator=(const lyn_guard_t &) = delete;
+
+  /** Leave the mutex locked for ever. */
+  void keep() { mutex_ = nullptr; }
+
+ private:
+  pthread_mutex_t *mutex_;
+};
+
+/** Whether the module is up; any thread. */
+bool lyn_is_initialised();
+
+/** Whether `hndl` is the module's. Call with the module lock held. */
+inline bool lyn_is_handle(ox_lyn_hndl_t hndl) {
+  return hndl != 0 && hndl == lyn_state.hndl;
+}
+
+/** Log that the module is down; OX_LYN_ERR_NOT_INITIALIZED. */
+int32_t lyn_not_initialised();
+
+/** The data of an event's command. */
+typedef struct {
+  uint32_t msg_id; /**< lyn_event_e */
+  void *msg_data;  /**< the command's own from the moment of posting */
+} yrp_async_data;
+
+/** execute_f of an event's command, on the command thread: `data` is its yrp_async_data. */
+void lyn_process_async_event(lyn_cmd *cmd, void *data);
+
+/** free_f of an event's command: frees the posted block with all that it owns, the data and the command. */
+void lyn_free_async_event(lyn_cmd *cmd, void *data);
+
+/** One signal subscription: its indication and its group of the table. */
+typedef struct {
+  uint32_t indication;
+  lyn_ind_group_t lyn_ind_table_t::*group;
+} lyn_ind_row_t;
+
+/** The six signal subscriptions, LTE first: the order of delivery and of ox_lyn_get_ind_list. */
+inline constexpr lyn_ind_row_t lyn_ind_rows[] = {
+    {OX_LYN_IND_LTE_RSRP_E, &lyn_ind_table_t::lte_rsrp},   {OX_LYN_IND_LTE_RSRQ_E, &lyn_ind_table_t::lte_rsrq},
+    {OX_LYN_IND_LTE_SINR_E, &lyn_ind_table_t::lte_sinr},   {OX_LYN_IND_NR5G_RSRP_E, &lyn_ind_table_t::nr5g_rsrp},
+    {OX_LYN_IND_NR5G_RSRQ_E, &lyn_ind_table_t::nr5g_rsrq}, {OX_LYN_IND_NR5G_SINR_E, &lyn_ind_table_t::nr5g_sinr},
+};
+
+/** Owner of a block that C code will free. */
+struct lyn_free_t {
+  void operator()(void *block) const { free(block); }
+};
+template <class T>
+using lyn_block_t = std::unique_ptr<T, lyn_free_t>;
+
+/** A zeroed block; null, and logged, when the allocation fails. */
+template <class T>
+lyn_block_t<T> lyn_new_block() {
+  lyn_block_t<T> block(static_cast<T *>(calloc(1, sizeof(T))));
+  if (!block)
+    LYN_LOG_ERROR("Memory allocation failure");
+  return block;
+}
+
+#endif
