@@ -186,7 +186,8 @@ def test_without_an_automatic_file_the_menu_is_shown(demo):
     with demo.session() as session:
         assert session.wait_for(PROMPT) == BANNER + MENU
         assert session.terminate() == 0
-        assert session.console == BANNER + MENU
+        # A signal that comes while the prompt is being flushed makes exit flush it once more.
+        assert session.console.removeprefix(BANNER + MENU) in ("", PROMPT)
         assert session.errors.text() == ""
 
 
