@@ -69,3 +69,12 @@ need_packages() {
   [ ${#refused[@]} = 0 ] && refused=("${missing[@]}")
   die "these packages cannot be installed: ${refused[*]}"
 }
+
+# configure PRESET [OPTION...]: afresh where the build folder was made for another place, as in a copied tree.
+configure() {
+  local cache=build/$1/CMakeCache.txt fresh=()
+  if [ -f "$cache" ] && ! grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$lyn_root" "$cache"; then
+    fresh=(--fresh)
+  fi
+  cmake --preset "$@" "${fresh[@]}"
+}
