@@ -84,6 +84,19 @@ bool sim_journal_on();
 sim_fault_hit sim_call(const char *lib, const char *name, const nlohmann::ordered_json &fields);
 void sim_call_return(const char *lib, const char *name, const nlohmann::ordered_json &fields);
 
+/** sim_call and sim_call_return with the members of the fields as JSON text. */
+sim_fault_hit sim_call_text(const char *lib, const char *name, const std::string &members);
+void sim_call_return_text(const char *lib, const char *name, const std::string &members);
+
+/** The status of a call that met `fault`: 0 where it goes on. */
+inline int32_t sim_fault_status(const sim_fault_hit &fault) {
+  if (fault.fails) return -1;
+  return fault.has_transport ? fault.transport : 0;
+}
+
+/** Have `reset` called, with sim_lock held, when a test restarts the board. */
+void sim_on_restart(void (*reset)());
+
 /** Random number of the board's seeded generator, uniform in [0, 1). Takes no lock: call with sim_lock held. */
 double sim_random();
 
