@@ -55,14 +55,14 @@ void sim_nas_set_install_mode(sim_nas_call &call, const yrp_nas_set_install_mode
 /** Fill the system information that messages 77 and 78 share. */
 template <typename message>
 void sim_nas_fill_sys_info(message &out, const sim_sys_info &info) {
-  const auto fill = [](uint8_t &valid, yrp_nas_srv_status_info_t &part, sim_srv srv) {
+  const auto fill = [](uint8_t &valid, yrp_nas_srv_status_info_t &part, sim_srv srv, uint32_t domain,
+                       uint32_t capability) {
     valid = srv != sim_srv::absent;
-    // Circuit and packet switched domain and capability, as a board in service has them.
     if (valid)
-      part = {static_cast<uint32_t>(srv), 3, 3};
+      part = {static_cast<uint32_t>(srv), domain, capability};
   };
-  fill(out.lte_srv_status_info_valid, out.lte_srv_status_info, info.lte);
-  fill(out.nr5g_srv_status_info_valid, out.nr5g_srv_status_info, info.nr5g);
+  fill(out.lte_srv_status_info_valid, out.lte_srv_status_info, info.lte, info.lte_domain, info.lte_capability);
+  fill(out.nr5g_srv_status_info_valid, out.nr5g_srv_status_info, info.nr5g, info.nr5g_domain, info.nr5g_capability);
   out.nr5g_pci_valid = info.nr5g_pci >= 0;
   if (out.nr5g_pci_valid)
     out.nr5g_pci = static_cast<uint16_t>(info.nr5g_pci);
