@@ -54,6 +54,8 @@ void happen(const sim_ev_change &event) {
   // A part that the system information brings back is measured from then on.
   if (event.sys_info || event.measurement)
     sim_measure_report();
+  if (event.location)
+    sim_schedule(sim_thread::location, 0, sim_location_changed);
 }
 
 void happen(const sim_ev_modem &event) {
