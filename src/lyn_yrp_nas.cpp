@@ -125,7 +125,7 @@ static void lyn_nas_fill_deltas(const lyn_ind_table_t &table, yrp_nas_config_sig
   req.nr5g_rsrq_delta = table.nr5g_rsrq.threshold;
 }
 
-/** Message 108. Deliberately lenient: the modem may refuse steps it does not support, so its result is not examined. */
+/** Message 108. Deliberately lenient: only the transport counts, the result inside the response is not examined. */
 static int32_t lyn_nas_configure_sig_info(const lyn_ind_table_t &table) {
   lyn_nas_exchange_t<yrp_nas_config_sig_info_req_t, yrp_nas_resp_t> exchange;
   if (!lyn_nas_alloc(exchange)) {
