@@ -32,6 +32,8 @@ struct sim_sys_info {
   sim_srv lte = sim_srv::service;
   sim_srv nr5g = sim_srv::absent;
   int nr5g_pci = 500; /**< -1: not valid */
+  uint32_t lte_domain = 3, lte_capability = 3, nr5g_domain = 3,
+           nr5g_capability = 3; /**< as the platform numbers them */
 };
 
 struct sim_plmn {
@@ -111,12 +113,38 @@ struct sim_endc {
   uint8_t available = 1, restrict_dcnr = 0;
 };
 
+/** The receiver: how it answers, and where it is. */
+struct sim_location {
+  double capabilities_ms = 10; /**< -1: never */
+  uint32_t capabilities = location_client::LOCATION_CAPS_SINGLE_SHOT |
+                          location_client::LOCATION_CAPS_TIME_BASED_BATCHING |
+                          location_client::LOCATION_CAPS_DISTANCE_BASED_BATCHING;
+  uint32_t response = 0;
+  double fix_ms = 500;           /**< -1: never */
+  uint32_t repeat_fix = 1;       /**< how often one fix is delivered */
+  bool fix_when_refused = false; /**< a fix follows although the response refused the request */
+  double late_ms = 0;            /**< how much after its time every callback comes */
+  uint32_t batch = 4;            /**< up to 300 */
+  int32_t batch_status = 1;
+  location_client::Location fix = {.flags = 0x1FF,
+                                   .timestamp = 1767225600000, /**< 2026-01-01 */
+                                   .latitude = 51.897463,
+                                   .longitude = -8.480187,
+                                   .altitude = 36,
+                                   .horizontalAccuracy = 5,
+                                   .verticalAccuracy = 8,
+                                   .speedAccuracy = 0.5F,
+                                   .bearingAccuracy = 10,
+                                   .techMask = 1};
+};
+
 /** What a timeline entry or a trace row may change while the board runs. */
 struct sim_radio {
   sim_sys_info sys_info;
   sim_lte lte;
   sim_nr5g nr5g;
   sim_endc endc;
+  sim_location location;
 };
 
 struct sim_wwan_profile {
@@ -171,6 +199,7 @@ struct sim_ev_change {
   std::function<void(sim_radio &)> apply;
   bool sys_info = false;    /**< indication 78 goes out */
   bool measurement = false; /**< a new measurement of LTE or NR 5G */
+  bool location = false;    /**< sim_location_changed is to be called, without sim_lock */
 };
 
 using sim_event = std::variant<sim_ev_change, sim_ev_modem, sim_ev_panel, sim_ev_install_status,
@@ -226,7 +255,7 @@ struct sim_scenario {
     bool available = true;
     double available_after_ms = 0;
   } nas;
-  sim_radio radio; /**< [sys_info], [lte], [nr5g], [endc]; neighbour lists default to one entry each */
+  sim_radio radio; /**< [sys_info], [lte], [nr5g], [endc], [location]; neighbour lists default to one entry each */
   struct {
     double answer_ms = 200; /**< -1: never */
     uint32_t status = 0;
@@ -247,14 +276,6 @@ struct sim_scenario {
     uint32_t peak_rate_kbps = 93000;
     int32_t bandwidth_kbps = 100000, mtu = 1500;
   } mtpe;
-  struct {
-    double capabilities_ms = 10; /**< -1: never */
-    uint32_t response = 0;
-    double fix_ms = 500; /**< -1: never */
-    uint32_t batch = 4;
-    int32_t batch_status = 1;
-    location_client::Location fix; /**< latitude, longitude, altitude, speed, bearing, accuracies, flags, tech_mask */
-  } location;
   std::vector<sim_timeline_entry> at;
   std::vector<sim_fault_rule> fault;
   sim_trace_cfg trace;
@@ -277,7 +298,10 @@ sim_scenario sim_scenario_default();
  */
 std::optional<std::vector<sim_trace_row>> sim_trace_load(const std::string &file, std::string &error);
 
-/** Put one row in force: what a trace owns of the radio, and nothing else. */
+/** Put one row in force: what a trace owns of the radio, and nothing else. `nr5g_pci`: of the cell that `5G` means. */
 void sim_trace_apply(const sim_trace_row &row, int nr5g_pci, sim_radio &radio);
+
+/** The receiver's part of the radio was changed: its clients hear of other capabilities. Call without sim_lock. */
+void sim_location_changed();
 
 #endif
