@@ -1,0 +1,46 @@
+"""Fixtures of the end-to-end tests. LYN_BUILD names the build to test, build/release by default."""
+import os
+import pathlib
+
+import pytest
+
+import lyn
+
+LONG = bool(os.environ.get("LYN_LONG"))
+
+
+def pytest_configure(config):
+    config.addinivalue_line("markers", "release_only: too slow for sanitizer builds unless LYN_LONG is set")
+    config.addinivalue_line("markers", "long: takes minutes; runs with LYN_LONG set")
+
+
+def pytest_collection_modifyitems(config, items):
+    def leave_out(item):
+        if LONG:
+            return False
+        return bool(item.get_closest_marker("long")
+                    or (item.get_closest_marker("release_only") and lyn.BUILD.name != "release"))
+
+    gone = [item for item in items if leave_out(item)]
+    if gone:
+        config.hook.pytest_deselected(items=gone)
+        items[:] = [item for item in items if item not in gone]
+
+
+@pytest.fixture
+def demo(tmp_path):
+    return lyn.Demo(tmp_path)
+
+
+@pytest.fixture(scope="session")
+def goldens():
+    return lyn.Goldens(update=bool(os.environ.get("LYN_GOLDEN_UPDATE")))
+
+
+@pytest.fixture(scope="session")
+def drives():
+    """The folder of recorded drives."""
+    folder = os.environ.get("LYN_DRIVES")
+    if not folder:
+        pytest.skip("LYN_DRIVES names no folder of recorded drives")
+    return pathlib.Path(folder)

@@ -1,0 +1,71 @@
+# Shared by tools/demo and tools/test: where the tree is, what it needs of Debian, and how that gets installed.
+# Sourced by bash; on a machine that has every package it changes nothing and asks for no rights.
+
+lyn_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
+
+lyn_packages_demo=(g++ make cmake pkg-config libtomlplusplus-dev nlohmann-json3-dev bubblewrap)
+lyn_packages_test=(
+  "${lyn_packages_demo[@]}"
+  git ccache libgtest-dev libgmock-dev libbenchmark-dev
+  clang libclang-rt-14-dev clang-format clang-tidy cppcheck
+  python3 python3-pytest python3-pytest-xdist python3-pexpect
+)
+
+# say TEXT: progress goes to standard error, so that a program's own output can be piped.
+say() {
+  printf '%s: %s\n' "${0##*/}" "$*" >&2
+}
+
+die() {
+  say "$@"
+  exit 1
+}
+
+# missing_packages NAME...: those that are not installed, one a line.
+missing_packages() {
+  local name
+  for name in "$@"; do
+    [ "$(dpkg-query -W -f='${db:Status-Status}' "$name" 2>/dev/null)" = installed ] || printf '%s\n' "$name"
+  done
+}
+
+# as_root COMMAND...: straight or through sudo.
+as_root() {
+  if [ "$(id -u)" = 0 ]; then
+    "$@"
+  else
+    sudo "$@"
+  fi
+}
+
+apt() {
+  as_root env DEBIAN_FRONTEND=noninteractive apt-get -q -y -o DPkg::Lock::Timeout=300 "$@" </dev/null
+}
+
+# need_packages NAME...: install what is missing or end with one line that names it.
+need_packages() {
+  if ! command -v dpkg-query >/dev/null; then
+    say "not a Debian system, nothing is installed; needed: $*"
+    return
+  fi
+  local missing refused=() name log
+  mapfile -t missing < <(missing_packages "$@")
+  [ ${#missing[@]} = 0 ] && return
+  if [ "$(id -u)" != 0 ] && ! command -v sudo >/dev/null; then
+    die "missing packages, and neither root nor sudo to install them: ${missing[*]}"
+  fi
+  say "installing ${missing[*]}"
+  log=$(mktemp)
+  if ! { apt update && apt install --no-install-recommends "${missing[@]}"; } >"$log" 2>&1; then
+    tail -n 20 "$log" >&2
+  fi
+  rm -f "$log"
+  mapfile -t missing < <(missing_packages "$@")
+  [ ${#missing[@]} = 0 ] && return
+  # One name that apt does not know makes it install none; name the culprits where they can be told apart.
+  for name in "${missing[@]}"; do
+    apt install -s --no-install-recommends "$name" >/dev/null 2>&1 || refused+=("$name")
+  done
+  [ ${#refused[@]} = 0 ] && refused=("${missing[@]}")
+  die "these packages cannot be installed: ${refused[*]}"
+}
