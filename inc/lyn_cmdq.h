@@ -26,7 +26,7 @@ struct lyn_cmd {
 
 static_assert(sizeof(lyn_cmd) == 3 * sizeof(void *));
 
-/** A queue. `count` and `running` are read and written as atomics; all else is guarded by `mutex`. */
+/** A queue. `mutex` guards the list and changes of `count`; `count`, `running` and `stop` are accessed as atomics. */
 typedef struct {
   lyn_dll_node *head;
   lyn_dll_node *tail;
