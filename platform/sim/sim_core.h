@@ -43,7 +43,7 @@ double sim_now();
 
 /**
  * Run `work` on `thread`, `ms` from now (0: as soon as that thread is free; in order among equals). Work that was
- * scheduled before a restart of the board is dropped.
+ * scheduled before a restart of the board is dropped. May be called with or without sim_lock; `work` runs without.
  */
 void sim_schedule(sim_thread thread, double ms, std::function<void()> work);
 
@@ -64,18 +64,38 @@ struct sim_fault_hit {
  */
 sim_fault_hit sim_cross(const std::string &name);
 
-/** Write one line of the journal: sim_journal("oxmap", "call", "StartMTPE", fields). `id` below 0: none. */
-void sim_journal(const char *lib, const char *dir, const char *name, const nlohmann::json &fields, int id = -1);
+/**
+ * Write one line of the journal: sim_journal("oxmap", "call", "StartMTPE", fields). `id` below 0: none. The fields
+ * stand in the line in the order given. May be called with or without sim_lock.
+ */
+void sim_journal(const char *lib, const char *dir, const char *name, const nlohmann::ordered_json &fields, int id = -1);
+
+/** The same with the members of `fields` as JSON text: "\"row\": 0". */
+void sim_journal_text(const char *lib, const char *dir, const char *name, const std::string &members, int id = -1);
 
 /** Whether anybody reads the journal: callers skip building fields where not. */
 bool sim_journal_on();
 
 /**
- * One call of a library of classes (oxmap, location, diag): journals call and return, passes the crossing and returns
- * its fault. `fields` go with the call. Pair with sim_call_return.
+ * One call of a library (yrp, oxmap, location, diag): journals call and return, passes the crossing and returns its
+ * fault. `fields` go with the call. Pair with sim_call_return: entries that wait for the call are due from there on, so
+ * that what the call changed is in force. Call both without sim_lock.
  */
-sim_fault_hit sim_call(const char *lib, const char *name, const nlohmann::json &fields);
-void sim_call_return(const char *lib, const char *name, const nlohmann::json &fields);
+sim_fault_hit sim_call(const char *lib, const char *name, const nlohmann::ordered_json &fields);
+void sim_call_return(const char *lib, const char *name, const nlohmann::ordered_json &fields);
+
+/** sim_call and sim_call_return with the members of the fields as JSON text. */
+sim_fault_hit sim_call_text(const char *lib, const char *name, const std::string &members);
+void sim_call_return_text(const char *lib, const char *name, const std::string &members);
+
+/** The status of a call that met `fault`: 0 where it goes on. */
+inline int32_t sim_fault_status(const sim_fault_hit &fault) {
+  if (fault.fails) return -1;
+  return fault.has_transport ? fault.transport : 0;
+}
+
+/** Have `reset` called, with sim_lock held, when a test restarts the board. */
+void sim_on_restart(void (*reset)());
 
 /** Random number of the board's seeded generator, uniform in [0, 1). Takes no lock: call with sim_lock held. */
 double sim_random();

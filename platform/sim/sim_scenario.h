@@ -32,6 +32,8 @@ struct sim_sys_info {
   sim_srv lte = sim_srv::service;
   sim_srv nr5g = sim_srv::absent;
   int nr5g_pci = 500; /**< -1: not valid */
+  uint32_t lte_domain = 3, lte_capability = 3, nr5g_domain = 3,
+           nr5g_capability = 3; /**< as the platform numbers them */
 };
 
 struct sim_plmn {

@@ -1,0 +1,219 @@
+/*
+ * The board itself: its start, clock, crossings and faults. See sim_core.h for the rules.
+ */
+#include "sim_core.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+
+#include "sim_state.h"
+
+namespace {
+
+std::atomic<bool> started;
+std::once_flag start_once;
+std::atomic<sim_clock::rep> origin;
+sim_scenario *preset; /**< see sim_board_preset */
+
+sim_scenario load_scenario() {
+  if (preset)
+    return *preset;
+  const char *file = getenv("LYN_SIM_SCENARIO");
+  if (!file || !*file)
+    return sim_scenario_default();
+  std::string error;
+  std::optional<sim_scenario> scenario = sim_scenario_load(file, error);
+  if (!scenario)
+    sim_give_up(error);
+  return *std::move(scenario);
+}
+
+/** The first row of a trace is in force before the client starts. */
+void apply_first_row(sim_state &board) {
+  if (board.scenario.rows.empty())
+    return;
+  board.row = &board.scenario.rows.front();
+  sim_trace_apply(*board.row, board.scenario.radio.sys_info.nr5g_pci, board.base);
+  sim_journal_text("sim", "event", "trace_row", "\"row\": 0");
+}
+
+void offer_service(sim_state &board) {
+  if (!board.scenario.nas.available)
+    return;
+  if (board.scenario.nas.available_after_ms <= 0) {
+    board.offered = true;
+    return;
+  }
+  const auto delay = std::chrono::duration<double, std::milli>(board.scenario.nas.available_after_ms);
+  sim_timeline_at(sim_clock::now() + std::chrono::duration_cast<sim_clock::duration>(delay), [] {
+    sim_board_raw().offered = true;
+    sim_signal_notifiers();
+  });
+}
+
+void start() {
+  origin = sim_clock::now().time_since_epoch().count();
+  sim_journal_open(getenv("LYN_SIM_JOURNAL"));
+  sim_diag_open();
+  sim_board_reset(load_scenario());
+  sim_threads_start();
+  started.store(true, std::memory_order_release);
+}
+
+bool rule_matches(const sim_fault_rule &rule, const std::string &name, int64_t passing) {
+  if (rule.on != name || passing < rule.skip)
+    return false;
+  return rule.times < 0 || passing < rule.skip + rule.times;
+}
+
+sim_fault_hit fault_of(const sim_fault_rule &rule) {
+  sim_fault_hit hit;
+  hit.hit = true;
+  hit.fails = !rule.transport && !rule.result && rule.clear.empty() && !rule.delay_ms;
+  hit.has_transport = rule.transport.has_value();
+  hit.transport = rule.transport.value_or(0);
+  hit.has_result = rule.result.has_value();
+  hit.result = rule.result.value_or(0);
+  hit.has_error = rule.error.has_value();
+  hit.error = rule.error.value_or(0);
+  hit.clear = rule.clear.empty() ? nullptr : &rule.clear;
+  return hit;
+}
+
+}  // namespace
+
+void sim_give_up(const std::string &line) {
+  fflush(stdout);
+  fprintf(stderr, "%s\n", line.c_str());
+  _exit(2);
+}
+
+sim_state &sim_board_raw() {
+  static sim_state &board = *new sim_state;  // never destroyed: its threads outlive main
+  return board;
+}
+
+sim_state &sim_board() {
+  if (!started.load(std::memory_order_acquire))
+    std::call_once(start_once, start);
+  return sim_board_raw();
+}
+
+void sim_board_preset(sim_scenario scenario) {
+  if (!preset)
+    preset = new sim_scenario;
+  *preset = std::move(scenario);
+}
+
+void sim_board_reset(sim_scenario scenario) {
+  sim_state &board = sim_board_raw();
+  const std::lock_guard guard(board.lock);
+  origin = sim_clock::now().time_since_epoch().count();
+  board.scenario = std::move(scenario);
+  board.base = board.scenario.radio;
+  board.row = nullptr;
+  board.random.seed(board.scenario.board.seed);
+  board.walk = {};
+  board.offered = false;
+  board.modem_up = true;
+  board.time0 = false;
+  board.passings.clear();
+  board.counting = !board.scenario.fault.empty() || sim_timeline_waits(board.scenario);
+  for (auto &[handle, client] : board.clients)
+    client->nas = {};
+  sim_timeline_reset();
+  apply_first_row(board);
+  board.now = board.base;
+  sim_nas_reset();
+  offer_service(board);
+  for (void (*reset)() : board.restart_hooks)
+    reset();
+}
+
+void sim_on_restart(void (*reset)()) {
+  const std::lock_guard guard(sim_board().lock);
+  sim_board_raw().restart_hooks.push_back(reset);
+}
+
+const sim_scenario &sim_board_scenario() {
+  return sim_board().scenario;
+}
+std::mutex &sim_lock() {
+  return sim_board().lock;
+}
+sim_radio &sim_radio_now() {
+  return sim_board().now;
+}
+const sim_trace_row *sim_trace_now() {
+  return sim_board().row;
+}
+
+double sim_now() {
+  const sim_clock::duration since = sim_clock::now().time_since_epoch() - sim_clock::duration(origin.load());
+  return std::chrono::duration<double>(since).count();
+}
+
+double sim_random() {
+  return std::uniform_real_distribution<double>(0, 1)(sim_board_raw().random);
+}
+
+void sim_wait_ms(double ms) {
+  if (ms > 0)
+    std::this_thread::sleep_for(std::chrono::duration<double, std::milli>(ms));
+}
+
+void sim_time0() {
+  sim_state &board = sim_board_raw();
+  if (board.time0)
+    return;
+  board.time0 = true;
+  sim_timeline_start_entries("", 0);
+}
+
+sim_fault_hit sim_cross_enter(const std::string &name, double &delay_ms) {
+  sim_state &board = sim_board();
+  delay_ms = 0;
+  const std::lock_guard guard(board.lock);
+  if (!board.counting)
+    return {};
+  const int64_t passing = board.passings[name].entered++;
+  for (const sim_fault_rule &rule : board.scenario.fault) {
+    if (!rule_matches(rule, name, passing))
+      continue;
+    delay_ms = rule.delay_ms.value_or(0);
+    return fault_of(rule);
+  }
+  return {};
+}
+
+void sim_cross_leave(const std::string &name) {
+  sim_state &board = sim_board();
+  const std::lock_guard guard(board.lock);
+  if (board.counting)
+    sim_timeline_start_entries(name, board.passings[name].left++);
+}
+
+sim_fault_hit sim_cross(const std::string &name) {
+  double delay_ms;
+  const sim_fault_hit hit = sim_cross_enter(name, delay_ms);
+  sim_wait_ms(delay_ms);
+  sim_cross_leave(name);
+  return hit;
+}
+
+sim_fault_hit sim_call_text(const char *lib, const char *name, const std::string &members) {
+  sim_board();
+  sim_journal_text(lib, "call", name, members);
+  double delay_ms;
+  const sim_fault_hit hit = sim_cross_enter(std::string(lib) + '.' + name, delay_ms);
+  sim_wait_ms(delay_ms);
+  return hit;
+}
+
+void sim_call_return_text(const char *lib, const char *name, const std::string &members) {
+  sim_journal_text(lib, "return", name, members);
+  sim_cross_leave(std::string(lib) + '.' + name);
+}

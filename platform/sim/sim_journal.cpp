@@ -1,0 +1,123 @@
+/*
+ * The journal: every crossing of the platform boundary, one JSON object a line.
+ *
+ * A line is timed and written under one lock, so that the lines stand in the order of their times, and goes out with
+ * one write, so that a process that is killed leaves whole lines.
+ */
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <nlohmann/json.hpp>
+
+#include "sim_state.h"
+
+namespace {
+
+struct sim_journal_state {
+  std::mutex lock;
+  int file = -1;
+  bool keeping = false;
+  std::vector<std::string> kept;
+};
+
+sim_journal_state &journal() {
+  static sim_journal_state &state = *new sim_journal_state;
+  return state;
+}
+
+std::atomic<bool> on;
+
+void write_whole(int file, const std::string &line) {
+  size_t done = 0;
+  while (done < line.size()) {
+    const ssize_t written = write(file, line.data() + done, line.size() - done);
+    if (written > 0)
+      done += static_cast<size_t>(written);
+    else if (errno != EINTR)
+      return;
+  }
+}
+
+std::string value_text(const nlohmann::ordered_json &value);
+
+std::string members_text(const nlohmann::ordered_json &object) {
+  std::string text;
+  for (const auto &[name, value] : object.items()) {
+    if (!text.empty())
+      text += ", ";
+    text += nlohmann::ordered_json(name).dump() + ": " + value_text(value);
+  }
+  return text;
+}
+
+/** On one line with blanks after commas and colons, which the library does not offer. */
+std::string value_text(const nlohmann::ordered_json &value) {
+  if (value.is_object())
+    return '{' + members_text(value) + '}';
+  if (!value.is_array())
+    return value.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+  std::string text;
+  for (const nlohmann::ordered_json &entry : value)
+    text += (text.empty() ? "" : ", ") + value_text(entry);
+  return '[' + text + ']';
+}
+
+}  // namespace
+
+bool sim_journal_on() {
+  return on.load(std::memory_order_relaxed);
+}
+
+void sim_journal_open(const char *file) {
+  if (!file || !*file)
+    return;
+  const int opened = open(file, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
+  if (opened < 0)
+    sim_give_up(std::string(file) + ": " + strerror(errno));
+  journal().file = opened;
+  on = true;
+}
+
+void sim_journal_keep(bool keep) {
+  const std::lock_guard guard(journal().lock);
+  journal().keeping = keep;
+  journal().kept.clear();
+  on = keep || journal().file >= 0;
+}
+
+std::vector<std::string> sim_journal_lines() {
+  const std::lock_guard guard(journal().lock);
+  return journal().kept;
+}
+
+void sim_journal_text(const char *lib, const char *dir, const char *name, const std::string &members, int id) {
+  if (!sim_journal_on())
+    return;
+  const std::string number = id < 0 ? "" : "\"id\": " + std::to_string(id) + ", ";
+  const std::lock_guard guard(journal().lock);
+  char time[32];
+  snprintf(time, sizeof time, "%.6f", sim_now());
+  const std::string line = std::string("{\"t\": ") + time + ", \"lib\": \"" + lib + "\", \"dir\": \"" + dir + "\", " +
+                           number + "\"name\": \"" + name + "\", \"fields\": {" + members + "}}";
+  if (journal().keeping)
+    journal().kept.push_back(line);
+  if (journal().file >= 0)
+    write_whole(journal().file, line + '\n');
+}
+
+void sim_journal(const char *lib, const char *dir, const char *name, const nlohmann::ordered_json &fields, int id) {
+  if (sim_journal_on())
+    sim_journal_text(lib, dir, name, members_text(fields), id);
+}
+
+sim_fault_hit sim_call(const char *lib, const char *name, const nlohmann::ordered_json &fields) {
+  return sim_call_text(lib, name, sim_journal_on() ? members_text(fields) : std::string());
+}
+
+void sim_call_return(const char *lib, const char *name, const nlohmann::ordered_json &fields) {
+  sim_call_return_text(lib, name, sim_journal_on() ? members_text(fields) : std::string());
+}
