@@ -123,8 +123,8 @@ struct sim_board_test : testing::Test {
   sim_nas_client client;
 
   void board(const std::string &text) {
-    ASSERT_EQ(sim_board_load(text), "");
     sim_board_journal_keep(true);
+    ASSERT_EQ(sim_board_load(text), "");
     client.connect();
   }
 
