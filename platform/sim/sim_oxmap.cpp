@@ -111,11 +111,8 @@ fields stats_fields(const oxmap_wwan_stats_t &stats) {
 
 // One operation: journaled, met by faults, and answered.
 
-uint32_t fault_error(const sim_fault_hit &fault) {
-  const bool fails = fault.fails || sim_fault_status(fault) != 0 || (fault.has_result && fault.result != 0);
-  if (!fails)
-    return ERR_NONE;
-  return fault.has_error ? fault.error : static_cast<uint32_t>(ERR_FAILED);
+bool refused(const sim_fault_hit &fault) {
+  return fault.fails || sim_fault_status(fault) != 0 || (fault.has_result && fault.result != 0);
 }
 
 /**
@@ -125,8 +122,8 @@ uint32_t fault_error(const sim_fault_hit &fault) {
 template <typename body>
 bool operate(const char *name, const fields &given, yrp_error_type_v01 *error, const body &work) {
   const sim_fault_hit fault = sim_call("oxmap", name, given);
-  bool failed = fault.fails || fault_error(fault) != ERR_NONE;
-  uint32_t code = fault_error(fault);
+  bool failed = refused(fault);
+  uint32_t code = fault.has_error ? fault.error : static_cast<uint32_t>(ERR_FAILED);
   fields answer = fields::object();
   if (!failed) {
     const std::lock_guard guard(sim_lock());
@@ -288,7 +285,7 @@ struct OXMAP_Client::impl {
 OXMAP_Client::OXMAP_Client(oxmap_ind_cb_fn ind_cb, int arch_type) : impl_(new impl) {
   const sim_fault_hit fault = sim_call("oxmap", "OXMAP_Client", {{"arch_type", arch_type}});
   static const bool hooked = (sim_on_restart(reset_manager), true);
-  impl_->inert = !hooked || fault_error(fault) != ERR_NONE || fault.fails;
+  impl_->inert = !hooked || refused(fault);
   impl_->handle = sim_client_open(sim_lib::oxmap, ind_cb ? call_client : nullptr, reinterpret_cast<void *>(ind_cb));
   sim_call_return("oxmap", "OXMAP_Client", {{"ok", !impl_->inert}});
 }
@@ -302,7 +299,7 @@ OXMAP_Client::~OXMAP_Client() {
 
 bool OXMAP_Client::IsReady() {
   const sim_fault_hit fault = sim_call("oxmap", "IsReady", fields::object());
-  const bool ready = !impl_->inert && !fault.fails && fault_error(fault) == ERR_NONE;
+  const bool ready = !impl_->inert && !refused(fault);
   sim_call_return("oxmap", "IsReady", {{"ok", ready}});
   return ready;
 }

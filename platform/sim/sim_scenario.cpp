@@ -447,7 +447,6 @@ constexpr std::string_view yrp_calls[] = {"nas_get_service_object_internal_v01",
                                           "yrp_cci_os_signal_wait",
                                           "register_notify_cb",
                                           "init_instance",
-                                          "send_msg_sync",
                                           "message_decode",
                                           "release"};
 constexpr std::string_view oxmap_calls[] = {"OXMAP_Client",
@@ -549,6 +548,10 @@ constexpr key_row<sim_sys_info> sys_info_keys[] = {
     {.name = "lte", .read = choice<&sim_sys_info::lte, srv_words>, .traced = true},
     {.name = "nr5g", .read = choice<&sim_sys_info::nr5g, srv_words>, .traced = true},
     {.name = "nr5g_pci", .read = number<&sim_sys_info::nr5g_pci, -1, UINT16_MAX>, .traced = true},
+    {.name = "lte_domain", .read = number<&sim_sys_info::lte_domain>},
+    {.name = "lte_capability", .read = number<&sim_sys_info::lte_capability>},
+    {.name = "nr5g_domain", .read = number<&sim_sys_info::nr5g_domain>},
+    {.name = "nr5g_capability", .read = number<&sim_sys_info::nr5g_capability>},
 };
 
 constexpr key_row<sim_plmn> plmn_keys[] = {
