@@ -20,6 +20,12 @@ inline constexpr uint32_t LYN_LOG_SUBSYSTEM = 65;
 /** Longest text with its terminator; what goes beyond is cut. */
 inline constexpr uint32_t LYN_LOG_TEXT_LEN = 512;
 
+/** Connect to the diagnostic service. False when it refuses; records are written all the same. */
+bool lyn_log_init();
+
+/** Disconnect from it. */
+void lyn_log_deinit();
+
 /** Format and emit one record; use the macros below. */
 void lyn_log_write(const diag_msg_record_t *record, const char *format, ...) __attribute__((format(printf, 2, 3)));
 

@@ -12,7 +12,6 @@
 
 #include <atomic>
 
-#include "diag_service.h"
 #include "lyn_gps.h"
 #include "lyn_oxmap_interface.h"
 
@@ -87,7 +86,7 @@ int32_t ox_lyn_init(ox_lyn_hndl_t *hndl, uint32_t user_data, ox_lyn_user_cb_fn u
     LYN_LOG_ERROR("Device Mmanager module already initialized!!");
     return OX_LYN_ERR_ALREADY_INITIALIZED;
   }
-  if (Diag_LSM_Init(nullptr) != 1)
+  if (!lyn_log_init())
     perror("Diag initialization failed!!");
   if (lyn_state.cmdq.thread != 0) /* left alive by a teardown that failed half way */
     lyn_cmdq_deinit(&lyn_state.cmdq);
@@ -135,6 +134,6 @@ int32_t ox_lyn_deinit(ox_lyn_hndl_t hndl) {
     return status;
   lyn_wipe_state();
   LYN_LOG_HIGH("Device Manager module successfully de-initialized!!");
-  Diag_LSM_DeInit();
+  lyn_log_deinit();
   return OX_LYN_SUCCESS;
 }

@@ -9,6 +9,14 @@
 #include <cstdarg>
 #include <cstdio>
 
+bool lyn_log_init() {
+  return Diag_LSM_Init(nullptr) == 1;
+}
+
+void lyn_log_deinit() {
+  Diag_LSM_DeInit();
+}
+
 void lyn_log_write(const diag_msg_record_t *record, const char *format, ...) {
   char text[LYN_LOG_TEXT_LEN] = "";
   va_list args;
