@@ -279,7 +279,7 @@ TEST_F(lyn_list, delete_with_a_stale_tail_still_unlinks_the_true_last_node) {
 
 TEST_F(lyn_list, delete_node_unlinks_first_middle_and_last) {
   test_list list(4);
-  for (size_t index : {2, 3, 1, 1}) {
+  for (size_t index : {2u, 3u, 1u, 1u}) {
     lyn_dll_node *node = list.at(index);
     void *data = node->data;
     lyn_dll_delete_node(list.head, &list.tail, node);
