@@ -1,0 +1,136 @@
+/*
+ * The three environment variables of the simulated board, each in a process of its own: they are read once, at the
+ * first platform call.
+ */
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "diag_service.h"
+#include "nas_service_v01.h"
+
+namespace {
+
+using testing::ExitedWithCode;
+
+void log_text(uint32_t level, const char *text) {
+  static diag_msg_record_t record = {65, 0, "%s, %d", "some_file.cpp", 120};
+  record.level = level;
+  msg_sprintf(&record, text, 7);
+}
+
+std::string read_file(const std::string &name) {
+  std::stringstream text;
+  text << std::ifstream(name).rdbuf();
+  return text.str();
+}
+
+struct sim_env : testing::Test {
+  std::string folder;
+
+  void SetUp() override {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    // The child of a threadsafe death test comes here too: it must find the same folder.
+    const char *given = getenv("SIM_ENV_TEST_FOLDER");
+    char name[] = "/tmp/sim_env_XXXXXX";
+    folder = given ? given : mkdtemp(name);
+    setenv("SIM_ENV_TEST_FOLDER", folder.c_str(), 1);
+  }
+
+  void TearDown() override {
+    unsetenv("SIM_ENV_TEST_FOLDER");
+    for (const char *name : {"/scenario.toml", "/journal", "/diag"})
+      unlink((folder + name).c_str());
+    rmdir(folder.c_str());
+  }
+
+  std::string file(const char *name) const { return folder + '/' + name; }
+
+  /** The first platform call with a scenario of this text. */
+  void start_with(const char *scenario) const {
+    std::ofstream(file("scenario.toml")) << scenario;
+    setenv("LYN_SIM_SCENARIO", file("scenario.toml").c_str(), 1);
+    nas_get_service_object_internal_v01(1, 388, 6);
+    _exit(0);
+  }
+};
+
+TEST_F(sim_env, a_scenario_that_cannot_be_used_ends_the_process_with_status_2_and_one_line) {
+  EXPECT_EXIT(start_with("[board]\nnoize_db = 1\n"), ExitedWithCode(2), "^/[^\n]*scenario.toml:2:[0-9]+: [^\n]+\n$");
+  EXPECT_EXIT(start_with("[board\n"), ExitedWithCode(2), "^/[^\n]*scenario.toml:1:[0-9]+: [^\n]+\n$");
+  EXPECT_EXIT(start_with("[trace]\nfile = \"absent.csv\"\n"), ExitedWithCode(2), "^[^\n]*absent.csv[^\n]*\n$");
+  EXPECT_EXIT(start_with("[board]\nnoise_db = 1\n"), ExitedWithCode(0), "^$");
+}
+
+TEST_F(sim_env, a_scenario_file_that_is_not_there_ends_the_process_with_status_2) {
+  const auto start = [] {
+    setenv("LYN_SIM_SCENARIO", "/nowhere/at.all", 1);
+    Diag_LSM_Init(nullptr);
+  };
+  EXPECT_EXIT(start(), ExitedWithCode(2), "^[^\n]*/nowhere/at.all[^\n]*\n$");
+}
+
+TEST_F(sim_env, a_journal_that_cannot_be_written_ends_the_process_with_status_2) {
+  const auto start = [] {
+    setenv("LYN_SIM_JOURNAL", "/nowhere/journal", 1);
+    Diag_LSM_Init(nullptr);
+  };
+  EXPECT_EXIT(start(), ExitedWithCode(2), "^/nowhere/journal: [^\n]+\n$");
+}
+
+TEST_F(sim_env, diagnostic_records_are_written_one_a_line) {
+  const auto log = [this] {
+    setenv("LYN_SIM_DIAG", file("diag").c_str(), 1);
+    log_text(DIAG_LEVEL_HIGH, "two\nlines");
+    log_text(DIAG_LEVEL_ERROR, "");
+    _exit(0);
+  };
+  EXPECT_EXIT(log(), ExitedWithCode(0), "");
+  EXPECT_EQ(read_file(file("diag")), "HIGH some_file.cpp:120 two\\nlines, 7\nERROR some_file.cpp:120 , 7\n");
+}
+
+TEST_F(sim_env, a_minus_sends_diagnostic_records_to_standard_error) {
+  const auto log = [] {
+    setenv("LYN_SIM_DIAG", "-", 1);
+    log_text(DIAG_LEVEL_HIGH, "text");
+    _exit(0);
+  };
+  EXPECT_EXIT(log(), ExitedWithCode(0), "^HIGH some_file.cpp:120 text, 7\n$");
+}
+
+TEST_F(sim_env, without_the_variable_diagnostic_records_are_dropped) {
+  const auto log = [] {
+    log_text(DIAG_LEVEL_ERROR, "text");
+    _exit(0);
+  };
+  EXPECT_EXIT(log(), ExitedWithCode(0), "^$");
+}
+
+TEST_F(sim_env, the_journal_has_every_line_of_a_process_that_is_killed) {
+  const auto run = [this] {
+    setenv("LYN_SIM_JOURNAL", file("journal").c_str(), 1);
+    Diag_LSM_Init(nullptr);
+    nas_get_service_object_internal_v01(1, 388, 6);
+    raise(SIGKILL);
+  };
+  EXPECT_EXIT(run(), testing::KilledBySignal(SIGKILL), "");
+  std::istringstream lines(read_file(file("journal")));
+  std::vector<std::string> found;
+  for (std::string line; std::getline(lines, line);)
+    found.push_back(line.substr(line.find("\"lib\"")));
+  EXPECT_EQ(found, (std::vector<std::string>{
+                       R"("lib": "diag", "dir": "call", "name": "Diag_LSM_Init", "fields": {}})",
+                       R"("lib": "diag", "dir": "return", "name": "Diag_LSM_Init", "fields": {"ok": true}})",
+                       R"("lib": "yrp", "dir": "call", "name": "nas_get_service_object_internal_v01", )"
+                       R"("fields": {"major": 1, "minor": 388, "tool": 6}})",
+                       R"("lib": "yrp", "dir": "return", "name": "nas_get_service_object_internal_v01", )"
+                       R"("fields": {"available": true}})"}));
+}
+
+}  // namespace
