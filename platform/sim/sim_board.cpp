@@ -26,6 +26,7 @@ bool idle() {
 void restart_with(sim_scenario scenario) {
   sim_board();
   sim_queues_pause(true);
+  sim_journal_forget();
   sim_board_reset(std::move(scenario));
   sim_queues_pause(false);
 }
@@ -61,7 +62,10 @@ std::string sim_board_load(std::string_view text, const std::string &folder) {
   if (!scenario)
     return error;
   sim_board_preset(*scenario);
-  restart_with(*std::move(scenario));
+  if (sim_board_started())
+    restart_with(*std::move(scenario));
+  else
+    sim_board();
   return {};
 }
 
@@ -86,7 +90,6 @@ bool sim_board_wait_idle(unsigned int timeout_ms) {
 }
 
 void sim_board_journal_keep(bool on) {
-  sim_board();
   sim_journal_keep(on);
 }
 

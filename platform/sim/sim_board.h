@@ -2,8 +2,8 @@
  * The simulated board in the hands of a test in the same process: which board it is, what it sends, when it is at rest,
  * and what crossed its boundary.
  *
- *   sim_board_load("[board]\nnoise_db = 0\n");     // a fresh board, before or after the first platform call
  *   sim_board_journal_keep(true);
+ *   sim_board_load("[board]\nnoise_db = 0\n");     // a fresh board, before or after the first platform call
  *   ... calls of the module ...
  *   sim_board_post("nas", 81, {0x01, 0x02});       // any bytes under any id
  *   sim_board_wait_idle(1000);
@@ -38,10 +38,10 @@ void sim_board_post(std::string_view lib, uint32_t id, std::vector<uint8_t> byte
 /** Wait until nothing is due, queued or being delivered. False when that takes longer than `timeout_ms`. */
 bool sim_board_wait_idle(unsigned int timeout_ms);
 
-/** Keep the journal in memory from here on (what was kept so far is dropped), or keep it no more. */
+/** Keep the journal in memory from here on, or keep it no more. What was kept goes; so it does at a restart. */
 void sim_board_journal_keep(bool on);
 
-/** The lines kept. */
+/** The lines kept; those of a drive's first row and later, where the journal was kept before the board was loaded. */
 std::vector<std::string> sim_board_journal();
 
 /**

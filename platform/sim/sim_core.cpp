@@ -102,6 +102,10 @@ sim_state &sim_board() {
   return sim_board_raw();
 }
 
+bool sim_board_started() {
+  return started.load(std::memory_order_acquire);
+}
+
 void sim_board_preset(sim_scenario scenario) {
   if (!preset)
     preset = new sim_scenario;

@@ -89,6 +89,11 @@ void sim_journal_keep(bool keep) {
   on = keep || journal().file >= 0;
 }
 
+void sim_journal_forget() {
+  const std::lock_guard guard(journal().lock);
+  journal().kept.clear();
+}
+
 std::vector<std::string> sim_journal_lines() {
   const std::lock_guard guard(journal().lock);
   return journal().kept;

@@ -110,6 +110,8 @@ sim_state &sim_board();
 
 void sim_threads_start();
 
+bool sim_board_started();
+
 /** The board without starting it: for those who run while it starts. */
 sim_state &sim_board_raw();
 
@@ -183,6 +185,7 @@ void sim_journal_open(const char *file);
 /** Keep the lines in memory, for tests. */
 void sim_journal_keep(bool on);
 std::vector<std::string> sim_journal_lines();
+void sim_journal_forget();
 
 // Diagnostics.
 
