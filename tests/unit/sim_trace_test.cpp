@@ -119,7 +119,7 @@ TEST_F(sim_trace_test, byte_order_mark_carriage_returns_blanks_and_quotes_are_to
       "\"2020.02.14_07.29.00\" , -8.388198,\t51.93559 ,36, \"LTE\",-90 ,-8,\"5.0\",10,9CBA,11016962,-95.0, -10.0 \t\n";
   for (size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 2)
     text.replace(at, 1, "\r\n");
-  const std::vector<sim_trace_row> rows = load("\n" + text + "\r\n\n");
+  const std::vector<sim_trace_row> rows = load(text + "\r\n\n");
   EXPECT_EQ(load(text + "\r\n  \n").size(), 1U);
   ASSERT_EQ(rows.size(), 1U);
   EXPECT_EQ(rows[0].lte, sim_srv::service);
