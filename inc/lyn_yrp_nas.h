@@ -234,7 +234,8 @@ int32_t lyn_yrp_nas_set_install_mode(const ox_lyn_install_mode_t *install_mode);
 
 /**
  * Start a neighbour scan [133], LTE where it is asked for, else NR 5G; its result comes as indication 133. The ongoing
- * byte of the radio that is scanned becomes 1, the other 0; both 0 on failure. At least one request and one byte.
+ * byte of the radio that is scanned becomes 1, the other 0; both 0 where sending fails, untouched where a parameter
+ * is bad (-2) or there is no memory (-3). At least one request and one byte.
  */
 int32_t lyn_yrp_nas_incremental_scan(uint32_t lte_scan_request, uint8_t *lte_scan_ongoing, uint32_t nr5g_scan_request,
                                      uint8_t *nr5g_scan_ongoing);
