@@ -135,6 +135,7 @@ int32_t lyn_cmdq_enq_tell(lyn_cmdq_t *cmdq, lyn_cmd *cmd, bool *queued) {
     LYN_LOG_HIGH("Command queue exceeds configured maximum! %d > %d\n", count, cmdq->max);
   }
   // Deliberate: here a lock or unlock that returns a positive error number, as POSIX has it, is no failure.
+  // NOLINTBEGIN(bugprone-posix-return)
   if (pthread_mutex_lock(&cmdq->mutex) < 0) {
     LYN_LOG_ERROR("pthread_mutex_lock failed:");
     return -1;
@@ -147,6 +148,7 @@ int32_t lyn_cmdq_enq_tell(lyn_cmdq_t *cmdq, lyn_cmd *cmd, bool *queued) {
     LYN_LOG_ERROR("pthread_mutex_unlock failed:");
     return -1;
   }
+  // NOLINTEND(bugprone-posix-return)
   return 0;
 }
 
@@ -235,7 +237,7 @@ void lyn_cmdthrd_deinit(lyn_cmdq_t *cmdq) {
   bool locked = lyn_cmdq_lock(cmdq);  // an unguarded stop is better than none
   std::atomic_ref(cmdq->stop).store(true);
   std::atomic_ref(cmdq->running).store(false);
-  if (pthread_cond_signal(&cmdq->cond) < 0) {
+  if (pthread_cond_signal(&cmdq->cond) < 0) {  // NOLINT(bugprone-posix-return): deliberate, as in lyn_cmdq_enq
     LYN_LOG_ERROR("pthread_cond_signal failed:");
   }
   if (locked) {

@@ -207,7 +207,7 @@ static void batching_routine_location_callback(const std::vector<Location> &loca
             .response = lyn_gps_batching_response,
             .locations = copies.get(),
             .count = copies ? count : uint8_t{0}};
-  copies.release();  // released with the batch from here on
+  static_cast<void>(copies.release());  // released with the batch from here on
   if (lyn_post_async_event(LYN_EVENT_LOC_BATCH, batch.release()) != 0) {
     LYN_LOG_ERROR("%s: location batch posted\n", __func__);
     lyn_gps_batching_response = LYN_GPS_REFUSED;

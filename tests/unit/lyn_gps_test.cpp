@@ -63,9 +63,10 @@ TEST_F(lyn_gps, nothing_starts_or_stops_after_deinit) {
 }
 
 TEST_F(lyn_gps, init_and_capabilities_are_logged) {
-  ASSERT_EQ(sim_board_load("[location]\ncapabilities_ms = 0\n"), "");
+  ASSERT_EQ(sim_board_load("[location]\ncapabilities_ms = 300\n"), "");
   diag_log_take();
   EXPECT_EQ(lyn_gps_init(), 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(600));
   EXPECT_TRUE(sim_board_wait_idle(5000));
   EXPECT_EQ(diag_log_texts("HIGH"),
             (std::vector<std::string>{"lyn_gps_init: Success, capability flag is 0 \\n",
