@@ -180,11 +180,15 @@ TEST_F(sim_location_test, a_stop_takes_the_place_of_the_running_shot) {
 TEST_F(sim_location_test, a_second_shot_replaces_the_first) {
   load("location = { fix_ms = 60 }");
   open();
-  shoot();
+  std::atomic<int> first = 0;
+  client_->getSinglePosition(
+      5000, 50, [&first](const Location &) { ++first; }, nullptr);
+  rest(30);
   shoot();
   ASSERT_TRUE(wait([this] { return !fixes_.empty(); }));
-  rest(100);
+  rest();
   EXPECT_EQ(fixes_.size(), 1U);
+  EXPECT_EQ(first, 0);
 }
 
 TEST_F(sim_location_test, a_fault_decides_the_response) {
@@ -267,6 +271,24 @@ TEST_F(sim_location_test, nothing_is_called_once_the_client_is_gone) {
     std::this_thread::sleep_for(std::chrono::microseconds(200));
     EXPECT_EQ(dead_calls, 0);
   }
+}
+
+TEST_F(sim_location_test, destruction_waits_for_the_callback_that_runs) {
+  load("location.fix_ms = 0");
+  open();
+  std::atomic<bool> runs = false, over = false;
+  client_->getSinglePosition(
+      100, 1,
+      [&](const Location &) {
+        runs = true;
+        rest(60);
+        over = true;
+      },
+      nullptr);
+  while (!runs)
+    rest(1);
+  client_.reset();
+  EXPECT_TRUE(over);
 }
 
 TEST_F(sim_location_test, a_client_may_go_in_its_own_callback) {
