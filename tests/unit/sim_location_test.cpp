@@ -2,10 +2,13 @@
  * The board's location library, as a client of it sees it.
  */
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -83,8 +86,8 @@ class sim_location_test : public testing::Test {
   static void start_timeline() {
     yrp_client_type handle = nullptr;
     yrp_client_os_params os = {};
-    ASSERT_EQ(yrp_client_init_instance(nas_get_service_object_internal_v01(1, 0, 0), YRP_INSTANCE_ANY, nullptr, nullptr,
-                                       &os, 100, &handle),
+    ASSERT_EQ(yrp_client_init_instance(nas_get_service_object_internal_v01(1, 388, 6), YRP_INSTANCE_ANY, nullptr,
+                                       nullptr, &os, 100, &handle),
               YRP_NO_ERR);
     yrp_client_release(handle);
   }
@@ -177,11 +180,15 @@ TEST_F(sim_location_test, a_stop_takes_the_place_of_the_running_shot) {
 TEST_F(sim_location_test, a_second_shot_replaces_the_first) {
   load("location = { fix_ms = 60 }");
   open();
-  shoot();
+  std::atomic<int> first = 0;
+  client_->getSinglePosition(
+      5000, 50, [&first](const Location &) { ++first; }, nullptr);
+  rest(30);
   shoot();
   ASSERT_TRUE(wait([this] { return !fixes_.empty(); }));
-  rest(100);
+  rest();
   EXPECT_EQ(fixes_.size(), 1U);
+  EXPECT_EQ(first, 0);
 }
 
 TEST_F(sim_location_test, a_fault_decides_the_response) {
@@ -266,6 +273,24 @@ TEST_F(sim_location_test, nothing_is_called_once_the_client_is_gone) {
   }
 }
 
+TEST_F(sim_location_test, destruction_waits_for_the_callback_that_runs) {
+  load("location.fix_ms = 0");
+  open();
+  std::atomic<bool> runs = false, over = false;
+  client_->getSinglePosition(
+      100, 1,
+      [&](const Location &) {
+        runs = true;
+        rest(60);
+        over = true;
+      },
+      nullptr);
+  while (!runs)
+    rest(1);
+  client_.reset();
+  EXPECT_TRUE(over);
+}
+
 TEST_F(sim_location_test, a_client_may_go_in_its_own_callback) {
   load("location.fix_ms = 0");
   open();
@@ -287,6 +312,30 @@ TEST_F(sim_location_test, a_client_whose_construction_fails_never_hears_of_capab
   make();
   rest();
   EXPECT_TRUE(capabilities_.empty());
+}
+
+TEST_F(sim_location_test, on_a_drive_fixes_follow_its_track_to_the_last_digit) {
+  const std::string file = "/tmp/sim_location_test." + std::to_string(getpid()) + ".csv";
+  std::ofstream(file)
+      << "Timestamp,Longitude,Latitude,Speed,NetworkMode,RSRP,RSRQ,SNR,CQI,LACHEX,RAWCELLID,NRxRSRP,NRxRSRQ\n"
+         "2020.02.14_07.29.00,-8.394544999999999,51.935590000000005,36,LTE,-90,-8,5.0,10,9CBA,11016962,-95,-10\n"
+         "2020.02.14_07.29.01,-8.388252,51.935459,72,EDGE,-,-,-,-,-,-,-,-\n";
+  load("location.fix_ms = 0\n[trace]\nspeed = 0\nfile = \"" + file + "\"\n");
+  std::filesystem::remove(file);
+  open();
+  shoot();
+  ASSERT_TRUE(wait([this] { return fixes_.size() == 1; }));
+  EXPECT_EQ(fixes_[0].latitude, 51.935590000000005) << "row 0 is in force before the client starts";
+  EXPECT_EQ(fixes_[0].longitude, -8.394544999999999);
+  EXPECT_EQ(fixes_[0].speed, 10);
+  EXPECT_EQ(fixes_[0].timestamp, 1581665340000U);
+  start_timeline();
+  ASSERT_TRUE(sim_board_wait_idle(2000));
+  shoot();
+  ASSERT_TRUE(wait([this] { return fixes_.size() == 2; }));
+  EXPECT_EQ(fixes_[1].latitude, 51.935459) << "the receiver needs no LTE";
+  EXPECT_EQ(fixes_[1].speed, 20);
+  EXPECT_EQ(fixes_[1].timestamp, 1581665341000U);
 }
 
 TEST_F(sim_location_test, calls_and_callbacks_are_journaled) {

@@ -155,6 +155,17 @@ TEST_F(sim_oxmap_test, what_was_due_dies_with_the_teardown) {
   EXPECT_TRUE(indications.empty());
 }
 
+TEST_F(sim_oxmap_test, a_new_configuration_has_its_own_time) {
+  load("mtpe = { configured_ms = 60 }");
+  oxmap_mtpe_config_t config = {};
+  ASSERT_TRUE(client->ConfigureMTPE(&config, &error));
+  std::this_thread::sleep_for(std::chrono::milliseconds(40));
+  const auto start = std::chrono::steady_clock::now();
+  ASSERT_TRUE(client->ConfigureMTPE(&config, &error));
+  ASSERT_TRUE(wait(1));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(59));
+}
+
 TEST_F(sim_oxmap_test, a_second_qos_query_before_the_answer_is_refused_with_118) {
   load("wwan.qos = { bearer = 6, tx_5qi = 1, rx_5qi = 2, answer_ms = 30 }");
   ASSERT_TRUE(client->GetGlobalQoSFlowInfo(4, &error));
