@@ -11,10 +11,8 @@
 
 #include <pthread.h>
 #include <stdint.h>
-#include <stdlib.h>
 
-#include <memory>
-
+#include "lyn_block.h"
 #include "lyn_cmdq.h"
 #include "lyn_log.h"
 #include "lyn_yrp_nas.h"
@@ -100,21 +98,5 @@ inline constexpr lyn_ind_row_t lyn_ind_rows[] = {
     {OX_LYN_IND_LTE_SINR_E, &lyn_ind_table_t::lte_sinr},   {OX_LYN_IND_NR5G_RSRP_E, &lyn_ind_table_t::nr5g_rsrp},
     {OX_LYN_IND_NR5G_RSRQ_E, &lyn_ind_table_t::nr5g_rsrq}, {OX_LYN_IND_NR5G_SINR_E, &lyn_ind_table_t::nr5g_sinr},
 };
-
-/** Owner of a block that C code will free. */
-struct lyn_free_t {
-  void operator()(void *block) const { free(block); }
-};
-template <class T>
-using lyn_block_t = std::unique_ptr<T, lyn_free_t>;
-
-/** A zeroed block; null, and logged, when the allocation fails. */
-template <class T>
-lyn_block_t<T> lyn_new_block() {
-  lyn_block_t<T> block(static_cast<T *>(calloc(1, sizeof(T))));
-  if (!block)
-    LYN_LOG_ERROR("Memory allocation failure");
-  return block;
-}
 
 #endif

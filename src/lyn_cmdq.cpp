@@ -16,8 +16,8 @@
 
 #include <atomic>
 
+#include "lyn_block.h"
 #include "lyn_log.h"
-#include "lyn_slot.h"
 
 /** The sentinel between two lives of a queue. */
 static std::atomic<void *> lyn_cmdq_spare_sentinel{nullptr};

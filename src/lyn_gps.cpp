@@ -13,13 +13,13 @@
 
 #include <algorithm>
 #include <atomic>
-#include <memory>
 #include <new>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "location_client_api.h"
+#include "lyn_block.h"
 #include "lyn_event.h"
 #include "lyn_log.h"
 
@@ -40,19 +40,6 @@ static std::atomic<int32_t> lyn_gps_single_shot_response{0};
 static std::atomic<int32_t> lyn_gps_batching_response{0};
 
 static constexpr int32_t LYN_GPS_REFUSED = -1;
-
-struct lyn_gps_free {
-  void operator()(void *block) const { free(block); }
-};
-
-/** A block until it is posted; event delivery releases it from then on, even when posting fails. */
-template <typename Block>
-using lyn_gps_block = std::unique_ptr<Block, lyn_gps_free>;
-
-template <typename Block>
-static lyn_gps_block<Block> lyn_gps_alloc(size_t count = 1) {
-  return lyn_gps_block<Block>(static_cast<Block *>(calloc(count, sizeof(Block))));
-}
 
 /** A text of the service, empty where there is no memory for it: no exception may pass a callback. */
 template <typename Text>
@@ -109,7 +96,7 @@ static void onCapabilitiesCb(LocationCapabilitiesMask mask) noexcept {
 
 /** Post a result for the callback `name`. False: it could not be posted; without memory nothing is posted. */
 static bool lyn_gps_post_single_shot(const char *name, const ox_lyn_loc_single_shot_t &result) {
-  auto block = lyn_gps_alloc<ox_lyn_loc_single_shot_t>();
+  auto block = lyn_zeroed_block<ox_lyn_loc_single_shot_t>();
   if (!block) {
     LYN_LOG_ERROR("%s: Memory allocation failure\n", name);
     return true;
@@ -165,7 +152,7 @@ static void batching_response_callback(LocationResponse response) noexcept {
     LYN_LOG_HIGH("%s: batching_response  is %d \n", __func__, code);
     return;
   }
-  auto batch = lyn_gps_alloc<ox_lyn_loc_batch_t>();
+  auto batch = lyn_zeroed_block<ox_lyn_loc_batch_t>();
   if (!batch) {
     LYN_LOG_ERROR("%s: Memory allocation failure \n", __func__);
     return;
@@ -177,9 +164,9 @@ static void batching_response_callback(LocationResponse response) noexcept {
 }
 
 /** Copies of the first `count` locations; one entry where there are none. Null without memory. */
-static lyn_gps_block<ox_lyn_location_t> lyn_gps_copy_batch(const char *name, const std::vector<Location> &locations,
-                                                           uint8_t count) {
-  auto copies = lyn_gps_alloc<ox_lyn_location_t>(std::max<size_t>(count, 1));
+static lyn_block_t<ox_lyn_location_t> lyn_gps_copy_batch(const char *name, const std::vector<Location> &locations,
+                                                         uint8_t count) {
+  auto copies = lyn_zeroed_block<ox_lyn_location_t>(std::max<size_t>(count, 1));
   for (size_t i = 0; copies && i < count; i++) {
     const std::string text = lyn_gps_text([&] { return locations[i].toString(); });
     LYN_LOG_HIGH("%s: %s\n", name, text.c_str());
@@ -194,8 +181,8 @@ static void batching_routine_location_callback(const std::vector<Location> &loca
   LYN_LOG_HIGH("%s: batching status: %d, total locations %d\n", __func__, static_cast<int>(status),
                static_cast<int>(locations.size()));
   LYN_LOG_HIGH("%s: batching status: %d, location cnt %d\n", __func__, static_cast<int>(status), count);
-  auto batch = lyn_gps_alloc<ox_lyn_loc_batch_t>();
-  lyn_gps_block<ox_lyn_location_t> copies;
+  auto batch = lyn_zeroed_block<ox_lyn_loc_batch_t>();
+  lyn_block_t<ox_lyn_location_t> copies;
   if (batch && status == location_client::BATCHING_STATUS_LOCATIONS) {
     copies = lyn_gps_copy_batch(__func__, locations, count);
   }

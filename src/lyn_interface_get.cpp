@@ -14,7 +14,6 @@
 #include "lyn_gps.h"
 #include "lyn_interface.h"
 #include "lyn_oxmap_interface.h"
-#include "lyn_slot.h"
 
 /** The answer of one NAS query. */
 typedef union {

@@ -15,9 +15,9 @@
 
 #include <algorithm>
 #include <atomic>
-#include <memory>
 #include <new>
 
+#include "lyn_block.h"
 #include "lyn_event.h"
 #include "lyn_log.h"
 #include "oxmap_client.h"
@@ -29,24 +29,6 @@ static OXMAP_Client *lyn_oxmap_client;
 static std::atomic<uint32_t> lyn_oxmap_mtpe_type{0};
 
 static constexpr int LYN_OXMAP_ARCH_TYPE = 0;
-
-struct lyn_oxmap_free {
-  void operator()(void *block) const { free(block); }
-};
-
-/** A block until it changes hands: to the caller, or to event delivery by posting. */
-template <typename Block>
-using lyn_oxmap_block = std::unique_ptr<Block, lyn_oxmap_free>;
-
-/** A zeroed block. Null, and logged, where there is no memory for it. */
-template <typename Block>
-static lyn_oxmap_block<Block> lyn_oxmap_alloc() {
-  lyn_oxmap_block<Block> block(static_cast<Block *>(calloc(1, sizeof(Block))));
-  if (!block) {
-    LYN_LOG_ERROR("Memory allocation failure");
-  }
-  return block;
-}
 
 /** Outcome of a call of the manager. */
 struct lyn_oxmap_result {
@@ -178,7 +160,7 @@ int32_t lyn_oxmap_configure_mtpe(const ox_lyn_mtpe_req_t *req) {
   if (req == nullptr) {
     return -1;
   }
-  auto status = lyn_oxmap_alloc<ox_lyn_mtpe_status_t>();
+  auto status = lyn_new_block<ox_lyn_mtpe_status_t>();
   if (!status) {
     return -1;
   }
@@ -216,7 +198,7 @@ int32_t lyn_oxmap_get_mtpe_test_info(ox_lyn_dm_info_t *dm_info) {
     return -1;
   }
   LYN_LOG_HIGH("Configured Bandwidth(kbps): %d \n Supported MTU: %d", info.bandwidth_kbps, info.mtu);
-  auto config = lyn_oxmap_alloc<ox_lyn_mtpe_server_config_t>();
+  auto config = lyn_new_block<ox_lyn_mtpe_server_config_t>();
   if (!config) {
     return -1;
   }
@@ -253,7 +235,7 @@ int32_t lyn_oxmap_get_wwan_stats(uint32_t ip_family, ox_lyn_dm_info_t *dm_info) 
   if (dm_info == nullptr) {
     return -1;
   }
-  auto wwan_stats = lyn_oxmap_alloc<ox_lyn_wwan_stats_t>();
+  auto wwan_stats = lyn_new_block<ox_lyn_wwan_stats_t>();
   if (!wwan_stats || !lyn_oxmap_select_profile(static_cast<uint32_t>(dm_info->value.i64))) {
     return -1;
   }
@@ -381,11 +363,11 @@ static void lyn_oxmap_take_status(const oxmap_mtpe_status_ind_t &ind, ox_lyn_mtp
 
 static void lyn_oxmap_on_mtpe_status(const lyn_oxmap_ind &ind) {
   printf("Modem Throughput Configuration successfull");  // deliberate: at every status
-  auto message = lyn_oxmap_alloc<oxmap_mtpe_status_ind_t>();
+  auto message = lyn_new_block<oxmap_mtpe_status_ind_t>();
   if (!message) {
     return;
   }
-  auto status = lyn_oxmap_alloc<ox_lyn_mtpe_status_t>();
+  auto status = lyn_new_block<ox_lyn_mtpe_status_t>();
   if (!status) {
     printf("SRS memory init failed");
     return;
@@ -407,11 +389,11 @@ static uint32_t lyn_oxmap_qci_of(uint32_t platform_qci) {
 
 static void lyn_oxmap_on_qos_flow(const lyn_oxmap_ind &ind) {
   LYN_LOG_HIGH("Received Indication for QOS FLOW \n");
-  auto message = lyn_oxmap_alloc<oxmap_qos_flow_ind_t>();
+  auto message = lyn_new_block<oxmap_qos_flow_ind_t>();
   if (!message) {
     return;
   }
-  auto flow = lyn_oxmap_alloc<ox_lyn_qos_flow_t>();
+  auto flow = lyn_new_block<ox_lyn_qos_flow_t>();
   if (!flow) {
     return;
   }

@@ -233,8 +233,7 @@ static unsigned int lyn_nas_wait_for_service(yrp_service_object_type service) {
 }
 
 static int32_t lyn_nas_list_services(yrp_service_object_type service, unsigned int num_services) {
-  const std::unique_ptr<yrp_service_info, lyn_nas_free_t> services(
-      static_cast<yrp_service_info *>(calloc(std::max(num_services, 1U), sizeof(yrp_service_info))));
+  const lyn_block_t<yrp_service_info> services = lyn_zeroed_block<yrp_service_info>(std::max(num_services, 1U));
   if (services == nullptr) {
     LYN_LOG_ERROR("Memory allocation failed");
     return OX_LYN_ERR_NO_MEMORY;

@@ -6,7 +6,6 @@
  * changed; all other records go up whole. Runs on the library's thread.
  */
 #include "lyn_event.h"
-#include "lyn_slot.h"
 #include "lyn_yrp_nas_priv.h"
 
 /** Cut a list's length to its room. */

@@ -14,14 +14,13 @@
 
 #include <stddef.h>
 #include <stdint.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
 #include <atomic>
-#include <memory>
 #include <type_traits>
 
+#include "lyn_block.h"
 #include "lyn_log.h"
 #include "lyn_yrp_nas.h"
 
@@ -59,25 +58,20 @@ typedef void (*lyn_nas_log_failure_fn)(int32_t transport, uint32_t result, uint3
 #define LYN_NAS_FAILURE(text) \
   [](int32_t transport, uint32_t result, uint32_t error) { LYN_LOG_ERROR(text, transport, result, error); }
 
-/** Deleter of what calloc made. */
-struct lyn_nas_free_t {
-  void operator()(void *block) const { free(block); }
-};
-
 /** Request and response of one message, or of two in turn. Resp, or each member of it, begins with the response head.
  */
 template <typename Req, typename Resp>
 struct lyn_nas_exchange_t {
   static_assert(std::is_trivially_copyable_v<Req> && std::is_trivially_copyable_v<Resp>);
-  std::unique_ptr<Req, lyn_nas_free_t> req;
-  std::unique_ptr<Resp, lyn_nas_free_t> resp;
+  lyn_block_t<Req> req;
+  lyn_block_t<Resp> resp;
 };
 
 /** Allocate both buffers, zeroed. False when there is no memory, which the caller logs. */
 template <typename Req, typename Resp>
 bool lyn_nas_alloc(lyn_nas_exchange_t<Req, Resp> &exchange) {
-  exchange.req.reset(static_cast<Req *>(calloc(1, sizeof(Req))));
-  exchange.resp.reset(static_cast<Resp *>(calloc(1, sizeof(Resp))));
+  exchange.req = lyn_zeroed_block<Req>();
+  exchange.resp = lyn_zeroed_block<Resp>();
   return exchange.req != nullptr && exchange.resp != nullptr;
 }
 
