@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -49,6 +50,14 @@ struct metric_tables {
   std::string endc = "available = 1\nrestrict_dcnr = 0\n";
   std::string rest;
 };
+
+/** Texts and numbers in one text. */
+template <typename... part>
+std::string metric_text(const part &...parts) {
+  std::ostringstream out;
+  (out << ... << parts);
+  return out.str();
+}
 
 /** Forget what was logged and asked so far. */
 inline void metric_forget() {
