@@ -350,9 +350,7 @@ TEST_F(lyn_interface_get, numbers_outside_the_catalogue_are_not_supported) {
 TEST_F(lyn_interface_get, every_number_inside_the_catalogue_is_supported) {
   metric_board(6, metric_with("[scan]\nanswer_ms = -1\n[wwan.qos]\nanswer_ms = 3600000\n"));
   for (uint32_t metric = 1; metric < known_metrics; metric++) {
-    ox_lyn_dm_info_t info = {};
-    info.record_type = OX_LYN_RECORD_GET_E;
-    info.metric = metric;
+    ox_lyn_dm_info_t info = metric_request(metric);
     EXPECT_NE(ox_lyn_get_info(hndl, &info), OX_LYN_ERR_NOT_SUPPORTED) << metric;
     const std::set<uint32_t> with_block = {35, 36, 38, 44, 45, 46, 47};
     if (with_block.contains(metric))

@@ -97,6 +97,15 @@ inline metric_tables metric_with_nr5g(const std::string &key, const std::string 
   return tables;
 }
 
+/** A zeroed record that asks for a metric. */
+inline ox_lyn_dm_info_t metric_request(uint32_t metric, void *buffer = nullptr) {
+  ox_lyn_dm_info_t info = {};
+  info.record_type = OX_LYN_RECORD_GET_E;
+  info.metric = metric;
+  info.value.ptr = buffer;
+  return info;
+}
+
 /** The requests that reached the modem, in order: id and, where there are any, fields. */
 inline std::vector<std::string> metric_asked() {
   std::vector<std::string> asked;
