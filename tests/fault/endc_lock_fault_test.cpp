@@ -31,6 +31,7 @@ TEST(endc_lock_fault, metric_38_without_memory_reports_success_and_keeps_the_mod
   static std::atomic<bool> started{false}, answered{false};
   metric_board(OX_LYN_REG_LTE_E);
   ASSERT_EQ(ox_lyn_init(&hndl, 0, drop_event), 0);
+  ASSERT_TRUE(sim_board_wait_idle(5000));
   ox_lyn_dm_info_t info = metric_request(OX_LYN_GET_LTE_ENDC_MODE_E);
   ASSERT_EQ(ox_lyn_get_info(hndl, &info), 0);
   free(info.value.ptr);

@@ -74,6 +74,7 @@ struct lyn_yrp_nas_query_fault : testing::Test {
   void SetUp() override {
     metric_board(OX_LYN_REG_LTE_NR5G_E);
     ASSERT_EQ(ox_lyn_init(&hndl, 0, drop_event), 0);
+    ASSERT_TRUE(sim_board_wait_idle(5000));
     metric_forget();
   }
   void TearDown() override {

@@ -3,8 +3,10 @@
  * checks in their order, what is refused, and lists.
  */
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <thread>
 
@@ -256,8 +258,31 @@ texts messages(uint32_t metric, uint32_t network_status) {
 
 /* The module on a board */
 
-void drop_event(ox_lyn_hndl_t, ox_lyn_dm_info_t *info, uint32_t) {
-  free(info); /* the boards of these tests send no event with a block */
+/** Throughput test statuses that were delivered. */
+std::mutex delivered_lock;
+std::vector<uint32_t> delivered_mtpe_statuses;
+
+/** Takes over what is delivered; the boards of these tests cause no other event with a block. */
+void take_event(ox_lyn_hndl_t, ox_lyn_dm_info_t *info, uint32_t) {
+  if (info->record_type == OX_LYN_RECORD_IND_E && info->metric == OX_LYN_IND_MTPE_STATUS_E) {
+    const auto status = owned<ox_lyn_mtpe_status_t>(*info);
+    const std::lock_guard guard(delivered_lock);
+    delivered_mtpe_statuses.push_back(status->test_status);
+  }
+  free(info);
+}
+
+/** The statuses delivered so far, once there are `count` of them, or after 5 s. */
+std::vector<uint32_t> wait_for_mtpe_statuses(size_t count) {
+  for (int i = 0; i < 5000; i++) {
+    {
+      const std::lock_guard guard(delivered_lock);
+      if (delivered_mtpe_statuses.size() >= count)
+        return delivered_mtpe_statuses;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return {};
 }
 
 struct lyn_interface_get : testing::Test {
@@ -265,10 +290,22 @@ struct lyn_interface_get : testing::Test {
 
   void SetUp() override {
     metric_board(OX_LYN_REG_LTE_NR5G_E);
-    ASSERT_EQ(ox_lyn_init(&hndl, 0, drop_event), 0);
+    ASSERT_EQ(ox_lyn_init(&hndl, 0, take_event), 0);
+    ASSERT_TRUE(sim_board_wait_idle(5000));
     metric_forget();
   }
   void TearDown() override { EXPECT_EQ(ox_lyn_deinit(hndl), 0); }
+
+  /** The module on a board with a receiver that is ready. */
+  void start_with_receiver(const std::string &location) {
+    ASSERT_EQ(ox_lyn_deinit(hndl), 0);
+    metric_tables tables;
+    tables.location = location;
+    metric_board(OX_LYN_REG_LTE_NR5G_E, tables);
+    ASSERT_EQ(ox_lyn_init(&hndl, 0, take_event), 0);
+    ASSERT_TRUE(sim_board_wait_idle(5000));
+    metric_forget();
+  }
 
   /** One metric: "type 2: 1301", "-17". Fails the test where a record or a guard was written that must not be. */
   std::string get(uint32_t metric) {
@@ -453,7 +490,7 @@ TEST_F(lyn_interface_get, after_a_teardown_that_failed_half_way_calls_are_refuse
   EXPECT_EQ(ox_lyn_get_info(hndl, &info), -2) << "the parameters come first";
   EXPECT_EQ(ox_lyn_get_info_list(hndl, &info, 0), -2);
   EXPECT_THAT(metric_asked(), IsEmpty());
-  ASSERT_EQ(ox_lyn_init(&hndl, 0, drop_event), 0);
+  ASSERT_EQ(ox_lyn_init(&hndl, 0, take_event), 0);
 }
 
 TEST_F(lyn_interface_get, failed_system_information_comes_before_the_gate_and_the_range) {
@@ -754,6 +791,57 @@ TEST_F(lyn_interface_get, refused_scan_clears_the_groups_so_that_the_next_one_st
   EXPECT_EQ(get_list({22, 23}), -1);
   EXPECT_EQ(get_list({22}), 0);
   EXPECT_EQ(scans(metric_asked()).size(), 2U);
+}
+
+/* What is ongoing */
+
+TEST_F(lyn_interface_get, batching_that_runs_refuses_a_list_with_minus_1_and_a_single_call_with_minus_5) {
+  start_with_receiver("capabilities_ms = 0\n");
+  ox_lyn_loc_batching_req_t interval = {.min_interval_ms = 3600000};
+  ox_lyn_dm_info_t info = metric_request(OX_LYN_GET_LOC_ROUTINE_BATCHING_E, &interval);
+  ASSERT_EQ(ox_lyn_get_info(hndl, &info), 0);
+  metric_forget();
+  EXPECT_EQ(ox_lyn_get_info(hndl, &info), -5);
+  EXPECT_EQ(ox_lyn_get_info_list(hndl, &info, 1), -1);
+  EXPECT_THAT(metric_errors(), ElementsAre("Gps batching request ongoing 1 - wait for completion!!",
+                                           "Gps scan ongoing batching [1] - wait for completion!!"));
+}
+
+TEST_F(lyn_interface_get, single_shot_that_runs_refuses_a_list_and_a_single_call_with_minus_5) {
+  start_with_receiver("capabilities_ms = 0\nfix_ms = -1\n");
+  ox_lyn_loc_single_shot_req_t req = {.timeout_ms = 3600000, .horizontal_accuracy = 10};
+  ox_lyn_dm_info_t info = metric_request(OX_LYN_GET_LOC_SINGLE_SHOT_E, &req);
+  ASSERT_EQ(ox_lyn_get_info(hndl, &info), 0);
+  metric_forget();
+  EXPECT_EQ(ox_lyn_get_info(hndl, &info), -5);
+  EXPECT_THAT(metric_log(), testing::IsSupersetOf({"HIGH ox_lyn_get_info:OX_LYN_GET_LOC_SINGLE_SHOT_E 1",
+                                                   "ERROR Gps single shot request ongoing 1 - wait for completion!!"}));
+  EXPECT_EQ(ox_lyn_get_info_list(hndl, &info, 1), -5);
+  EXPECT_THAT(metric_errors(), ElementsAre("Gps scan ongoing single_shot[1] - wait for completion!!"));
+}
+
+TEST_F(lyn_interface_get, throughput_test_that_cannot_start_reports_success_and_then_its_failure_as_an_indication) {
+  metric_board(6, metric_with("[[fault]]\non = \"oxmap.ConfigureMTPE\"\n"));
+  delivered_mtpe_statuses.clear();
+  ox_lyn_mtpe_req_t req = {};
+  req.test_type = 1;
+  req.duration = 1;
+  req.ip_family = 4;
+  req.protocol = 2;
+  ox_lyn_dm_info_t info = metric_request(OX_LYN_GET_MTPE_LTE_INFO_E, &req);
+  EXPECT_EQ(ox_lyn_get_info(hndl, &info), 0);
+  EXPECT_EQ(wait_for_mtpe_statuses(1), std::vector<uint32_t>{0});
+  info = metric_request(OX_LYN_GET_MTPE_NR5G_INFO_E, &req);
+  EXPECT_EQ(ox_lyn_get_info(hndl, &info), 0) << "nothing is ongoing";
+  metric_forget();
+  EXPECT_EQ(ox_lyn_get_info(hndl, &info), -5);
+  EXPECT_THAT(metric_errors(), IsEmpty());
+}
+
+TEST_F(lyn_interface_get, deliberately_the_nr5g_arfcn_is_called_earfcn_and_its_text_alone_says_5g_nr) {
+  metric_board(5);
+  EXPECT_EQ(get(3), "-17");
+  EXPECT_THAT(metric_errors(), ElementsAre("5G NR serving cell EARFCN information is not available!!"));
 }
 
 /* Threads */

@@ -705,6 +705,12 @@ TEST_F(lyn_yrp_nas_query, every_code_of_the_modem_and_its_neighbours_become_the_
   }
 }
 
+TEST_F(lyn_yrp_nas_query, deliberately_the_rrc_states_of_both_radios_share_one_numbering) {
+  board(6, metric_with_lte("rrc_state", "5", metric_with_nr5g("rrc_state", "0")));
+  const query_answer answer = query_named("get_rrc_status").ask(false);
+  EXPECT_EQ(answer.parts[0][1] + 1, answer.parts[1][1]) << "LTE ends at 6, NR 5G begins at 7";
+}
+
 TEST_F(lyn_yrp_nas_query, deliberately_the_nr5g_lock_type_is_the_modems) {
   for (const uint32_t type : {0U, 1U, 2U, 3U, 4U, UINT32_MAX}) {
     board(7, metric_with_nr5g("cell_lock", "{ type = " + std::to_string(type) + " }"));

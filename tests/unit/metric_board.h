@@ -48,6 +48,7 @@ struct metric_tables {
       "ul_mod = [2, 0]\nrf_bandwidth = [10]\n"
       "cell_lock = { type = 1, pci = 501, arfcn = 636002, scs = 2, list = [] }\n";
   std::string endc = "available = 1\nrestrict_dcnr = 0\n";
+  std::string location = "capabilities_ms = -1\n"; /* no callback comes while a test looks at the log */
   std::string rest;
 };
 
@@ -68,7 +69,8 @@ inline void metric_forget() {
 /** Load the board at rest. */
 inline void metric_board(uint32_t network_status, const metric_tables &tables = {}) {
   const std::string text = std::string("[board]\nnoise_db = 0\n[sys_info]\n") + metric_sys_info[network_status - 1] +
-                           "[lte]\n" + tables.lte + "[nr5g]\n" + tables.nr5g + "[endc]\n" + tables.endc + tables.rest;
+                           "[lte]\n" + tables.lte + "[nr5g]\n" + tables.nr5g + "[endc]\n" + tables.endc +
+                           "[location]\n" + tables.location + tables.rest;
   ASSERT_EQ(sim_board_load(text), "");
   metric_forget();
 }
