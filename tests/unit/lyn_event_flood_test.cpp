@@ -23,7 +23,8 @@
 #define FLOOD_ASAN 0
 #endif
 #if FLOOD_ASAN
-#include <sanitizer/allocator_interface.h>
+// The compiler's header for it is not always installed. NOLINTNEXTLINE(bugprone-reserved-identifier)
+extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #endif
 
 namespace {
