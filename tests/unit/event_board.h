@@ -118,7 +118,7 @@ struct event_board {
   int64_t marker = 0x70000000;
   size_t strangers = 0; /* callbacks with another handle or user value than ours */
 
-  /** Bring the module up on a quiet board with `toml` behind it. */
+  /** Bring the module up on a quiet board with `toml` behind it; its receiver says nothing either. */
   void start(const std::string &toml = "");
   void stop() {
     EXPECT_EQ(ox_lyn_deinit(hndl), OX_LYN_SUCCESS);
@@ -174,7 +174,7 @@ struct event_board {
 inline event_board events;
 
 inline void event_board::start(const std::string &toml) {
-  ASSERT_EQ(sim_board_load("[board]\nnoise_db = 0\n" + toml), "");
+  ASSERT_EQ(sim_board_load("[board]\nnoise_db = 0\n[location]\ncapabilities_ms = -1\n" + toml), "");
   deliveries.clear();
   hndl = 0;
   sim_board_journal_keep(true);
