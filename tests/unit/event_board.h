@@ -182,6 +182,7 @@ inline void event_board::start(const std::string &toml) {
       ox_lyn_init(&hndl, user_data,
                   [](ox_lyn_hndl_t from, ox_lyn_dm_info_t *info, uint32_t data) { events.on_event(from, info, data); }),
       OX_LYN_SUCCESS);
+  EXPECT_TRUE(sim_board_wait_idle(5000)); /* the mobile AP has said that it is there */
 }
 
 #endif
