@@ -1,0 +1,188 @@
+/*
+ * Event delivery and posting without memory: whichever allocation fails, that delivery alone is missing, nothing is
+ * lost or freed twice, and the module's books are kept all the same.
+ *
+ * Events run on the test's own thread, by the function that the command thread runs, so that a fault meets nobody else.
+ */
+#include "../unit/diag_log.h"
+#include "../unit/event_board.h"
+#include "alloc_fault.h"
+#include "lyn_interface.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+struct lyn_interface_event_fault : testing::Test {
+  void SetUp() override {
+    events.start(event_no_service);
+    diag_log_take();
+  }
+  void TearDown() override { events.stop(); }
+};
+
+/** What was delivered, without waiting. */
+std::vector<delivered> taken() {
+  const std::lock_guard guard(events.lock);
+  return std::exchange(events.deliveries, {});
+}
+
+template <typename Block>
+void *make(const Block &block) {
+  return posted_copy(block);
+}
+
+void *make_batch() {
+  ox_lyn_loc_batch_t batch = {};
+  batch.status = 1;
+  batch.count = 3;
+  batch.locations = static_cast<ox_lyn_location_t *>(calloc(3, sizeof(ox_lyn_location_t)));
+  return posted_copy(batch);
+}
+
+void *make_scan() {
+  yrp_nas_incremental_scan_ind_t ind = {};
+  ind.nr5g_nbr_info_valid = ind.lte_nbr_info_valid = 1;
+  ind.nr5g_nbr_count = ind.lte_nbr_count = 1;
+  return posted_copy(ind);
+}
+
+void *make_install() {
+  yrp_nas_install_freq_ind_t ind = {};
+  ind.freq_len = 2;
+  return posted_copy(ind);
+}
+
+/** Run an event as the command thread does, and free it. `pass`: the allocation to fail. Returns whether it was met. */
+bool run_failing(uint32_t msg_id, void *data, uint32_t pass, uint32_t *seen = nullptr) {
+  auto *cmd = static_cast<lyn_cmd *>(calloc(1, sizeof(lyn_cmd)));
+  auto *event = static_cast<yrp_async_data *>(calloc(1, sizeof(yrp_async_data)));
+  *event = {msg_id, data};
+  alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, pass);
+  lyn_process_async_event(cmd, event);
+  if (seen != nullptr)
+    *seen = alloc_fault_seen();
+  const bool met = alloc_fault_disarm();
+  lyn_free_async_event(cmd, event);
+  return met;
+}
+
+/** Events that become one delivery, and the allocations of that: the record and its blocks. */
+const struct {
+  const char *name;
+  uint32_t msg_id;
+  void *(*make_data)();
+  uint32_t allocations;
+} kinds[] = {
+    {"modem up", LYN_EVENT_MODEM_UP, [] { return make<uint8_t>(1); }, 1},
+    {"modem down", LYN_EVENT_MODEM_DOWN, [] { return make<uint8_t>(1); }, 1},
+    {"registration", LYN_EVENT_SYS_INFO, [] { return make<uint32_t>(5); }, 1},
+    {"scan", LYN_EVENT_INCREMENTAL_SCAN, make_scan, 2},
+    {"qos flow", LYN_EVENT_QOS_FLOW,
+     [] {
+       return make(ox_lyn_qos_flow_t{1, 2, 3});
+     },
+     2},
+    {"throughput", LYN_EVENT_MTPE_STATUS,
+     [] {
+       return make(ox_lyn_mtpe_status_t{1, 0, 3, 0});
+     },
+     2},
+    {"panel", LYN_EVENT_PPS,
+     [] {
+       return make(yrp_nas_pps_ind_t{1, 1, 1});
+     },
+     2},
+    {"install measurement", LYN_EVENT_INSTALL_FREQ, make_install, 2},
+    {"install status", LYN_EVENT_INSTALL_STATUS,
+     [] {
+       return make(yrp_nas_install_status_ind_t{1, 2});
+     },
+     1},
+    {"single shot", LYN_EVENT_LOC_SINGLE_SHOT, [] { return make(ox_lyn_loc_single_shot_t{}); }, 2},
+    {"batch", LYN_EVENT_LOC_BATCH, make_batch, 3},
+};
+
+TEST_F(lyn_interface_event_fault, an_event_that_lacks_any_allocation_is_not_delivered_and_nothing_is_lost) {
+  EXPECT_EQ(events.subscribe(OX_LYN_IND_MODEM_STATUS_E), 0);
+  EXPECT_EQ(events.subscribe(OX_LYN_IND_REG_STATUS_E), 0);
+  for (const auto &kind : kinds) {
+    diag_log_take();
+    uint32_t seen = 0;
+    EXPECT_FALSE(run_failing(kind.msg_id, kind.make_data(), 1000, &seen)) << kind.name;
+    EXPECT_EQ(seen, kind.allocations) << kind.name;
+    EXPECT_EQ(taken().size(), 1U) << kind.name;
+    for (uint32_t pass = 0; pass < kind.allocations; pass++) {
+      diag_log_take();
+      EXPECT_TRUE(run_failing(kind.msg_id, kind.make_data(), pass)) << kind.name;
+      EXPECT_THAT(taken(), IsEmpty()) << kind.name << ", allocation " << pass;
+      EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("Memory allocation failure")) << kind.name;
+    }
+  }
+}
+
+TEST_F(lyn_interface_event_fault, the_books_are_kept_where_the_delivery_fails) {
+  for (uint32_t pass = 0; pass < 2; pass++) {
+    lyn_state.single_shot_ongoing = 1;
+    lyn_state.mtpe_ongoing = 1;
+    lyn_state.lte_scan = {.request = 1, .ongoing = 1, .item = {1, 1, 1, 1, 1, 1}};
+    EXPECT_TRUE(run_failing(LYN_EVENT_LOC_SINGLE_SHOT, make(ox_lyn_loc_single_shot_t{}), pass));
+    EXPECT_EQ(lyn_state.single_shot_ongoing, 0);
+    EXPECT_TRUE(run_failing(LYN_EVENT_MTPE_STATUS, make(ox_lyn_mtpe_status_t{1, 0, 3, 0}), pass));
+    EXPECT_EQ(lyn_state.mtpe_ongoing, 0);
+    EXPECT_TRUE(run_failing(LYN_EVENT_INCREMENTAL_SCAN, make_scan(), pass));
+    EXPECT_EQ(lyn_state.lte_scan.request, 0);
+    EXPECT_EQ(lyn_state.lte_scan.ongoing, 0);
+    EXPECT_THAT(lyn_state.lte_scan.item, testing::Each(0));
+    EXPECT_THAT(taken(), IsEmpty());
+  }
+}
+
+TEST_F(lyn_interface_event_fault, one_signal_value_is_skipped_and_delivered_by_the_next_event) {
+  events.subscribe_all();
+  yrp_nas_sig_info_ind_t ind = {};
+  ind.lte_sig_info_valid = ind.nr5g_sig_info_valid = ind.nr5g_rsrq_valid = 1;
+  const uint32_t order[] = {3, 5, 7, 4, 6, 8};
+  for (uint32_t pass = 0; pass < 6; pass++) {
+    const auto value = static_cast<int16_t>(-50 - static_cast<int>(pass));
+    ind.lte_sig_info = {value, value, static_cast<int8_t>(value)};
+    ind.nr5g_sig_info = {value, value};
+    ind.nr5g_rsrq = value;
+    EXPECT_TRUE(run_failing(LYN_EVENT_SIG_INFO, make(ind), pass));
+    std::vector<delivered> expected;
+    for (uint32_t i = 0; i < 6; i++) {
+      if (i != pass)
+        expected.push_back(number(order[i], value));
+    }
+    EXPECT_EQ(taken(), expected);
+    EXPECT_FALSE(run_failing(LYN_EVENT_SIG_INFO, make(ind), 1000));
+    EXPECT_THAT(taken(), ElementsAre(number(order[pass], value)));
+  }
+}
+
+/* Posting allocates the command, its data and the queue's node, in this order. */
+
+TEST_F(lyn_interface_event_fault, posting_without_memory_says_which_and_frees_the_block) {
+  const struct {
+    int32_t status;
+    const char *text;
+  } rows[] = {{OX_LYN_ERR_NO_MEMORY, "Memory allocation failure"},
+              {OX_LYN_ERR_FAILURE, "Memory allocation failure"},
+              {OX_LYN_ERR_FAILURE, "Failed to insert into cmdq\\n"}};
+  for (uint32_t pass = 0; pass < std::size(rows); pass++) {
+    for (const auto &kind : kinds) {
+      void *data = kind.make_data();
+      diag_log_take();
+      alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, pass);
+      const int32_t status = lyn_post_async_event(kind.msg_id, data);
+      EXPECT_TRUE(alloc_fault_disarm()) << kind.name;
+      EXPECT_EQ(status, rows[pass].status) << kind.name;
+      const auto errors = diag_log_texts("ERROR");
+      EXPECT_THAT(errors, testing::Contains(rows[pass].text)) << kind.name;
+    }
+  }
+  EXPECT_THAT(events.settled(), IsEmpty());
+}
+
+}  // namespace
