@@ -23,20 +23,20 @@ class Keyboard:
     def __init__(self, changes=None, end=None):
         self.changes = changes or {}
         self.end = end
-        self.asked = 0
+        self.heard = []
         self.typed = ""
         self.rest = ""
         self.silent = False
 
-    def read(self, default, size):
+    def read(self, question, default, size):
         """One read into a buffer of `size` characters, as fgets does it; None at the end of input."""
         if not self.rest:
-            self.silent = self.silent or self.asked == self.end
+            self.silent = self.silent or len(self.heard) == self.end
             if self.silent:
                 return None
-            self.rest = self.changes.get(self.asked, default) + "\n"
+            self.rest = self.changes.get(len(self.heard), default) + "\n"
             self.typed += self.rest
-            self.asked += 1
+            self.heard.append(question)
         cut = min(self.rest.index("\n") + 1, size - 1)
         piece, self.rest = self.rest[:cut], self.rest[cut:]
         return piece
@@ -69,7 +69,7 @@ class Dialogue:
         self.console += text + "\n"
 
     def read(self, default, size=100):
-        return self.keys.read(str(default), size)
+        return self.keys.read(self.console.rstrip("\n").rsplit("\n", 1)[-1], str(default), size)
 
     def ask(self, question, default, size=100):
         self.say(question)
