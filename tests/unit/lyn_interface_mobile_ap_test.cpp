@@ -5,7 +5,7 @@
 #include <arpa/inet.h>
 #include <string.h>
 
-#include <functional>
+#include <initializer_list>
 
 #include "mobile_board.h"
 
@@ -160,23 +160,35 @@ TEST_F(mobile_ap, after_every_way_of_ending_the_next_test_is_accepted) {
   const ending endings[] = {
       {"failed start", UPLINK, board + fault("StartMTPE"), {status_line(UPLINK, 3, 3)}, 1},
       {"failed start of both", BOTH, board + fault("StartMTPE"), {status_line(UPLINK, 3, 3)}, 1},
-      {"failed start of the second", BOTH, board + fault("StartMTPE", 1), run(UPLINK) + lines{status_line(DOWNLINK, 3, 3)},
-       2},
+      {"failed start of the second", BOTH, board + fault("StartMTPE", 1),
+       run(UPLINK) + lines{status_line(DOWNLINK, 3, 3)}, 2},
       // the first teardown is that of the configuration
-      {"failed teardown", UPLINK, board + fault("TeardownMTPE", 1),
-       {status_line(UPLINK, 1), status_line(UPLINK, 3, 3, 93000)}, 1},
-      {"failed teardown of both: no second run", BOTH, board + fault("TeardownMTPE", 1),
-       {status_line(UPLINK, 1), status_line(UPLINK, 3, 3, 93000)}, 1},
+      {"failed teardown",
+       UPLINK,
+       board + fault("TeardownMTPE", 1),
+       {status_line(UPLINK, 1), status_line(UPLINK, 3, 3, 93000)},
+       1},
+      {"failed teardown of both: no second run",
+       BOTH,
+       board + fault("TeardownMTPE", 1),
+       {status_line(UPLINK, 1), status_line(UPLINK, 3, 3, 93000)},
+       1},
       {"failed teardown of the second", BOTH, board + fault("TeardownMTPE", 3),
        run(UPLINK) + lines{status_line(DOWNLINK, 1), status_line(DOWNLINK, 3, 3, 93000)}, 2},
       {"refused configuration", UPLINK, board + fault("ConfigureMTPE"), {status_line(UPLINK, 0)}, 1},
       {"refused configuration of both", BOTH, board + fault("ConfigureMTPE"), {status_line(UPLINK, 0)}, 1},
       {"refused second configuration", BOTH, board + fault("ConfigureMTPE", 1),
        run(UPLINK) + lines{status_line(DOWNLINK, 0)}, 2},
-      {"failure", UPLINK, board + "result = \"failed\"\nfailure_reason = 9\n",
-       {status_line(UPLINK, 1), status_line(UPLINK, 3)}, 1},
-      {"failure of both: no second run", BOTH, board + "result = \"failed\"\n",
-       {status_line(UPLINK, 1), status_line(UPLINK, 3)}, 1},
+      {"failure",
+       UPLINK,
+       board + "result = \"failed\"\nfailure_reason = 9\n",
+       {status_line(UPLINK, 1), status_line(UPLINK, 3)},
+       1},
+      {"failure of both: no second run",
+       BOTH,
+       board + "result = \"failed\"\n",
+       {status_line(UPLINK, 1), status_line(UPLINK, 3)},
+       1},
       {"abort", UPLINK, board + "result = \"aborted\"\n", aborted, 1},
       {"abort of both: no second run", BOTH, board + "result = \"aborted\"\n", aborted, 1},
   };
@@ -241,7 +253,7 @@ TEST_F(mobile_ap, statuses_without_a_test_twice_or_unknown_do_no_harm) {
   mobile.expect({status_line(0, 3, 3)});  // nothing is configured that could be started
   indicate(2);
   mobile.expect({status_line(0, 3, 3)});  // nor torn down
-  for (uint8_t status : {3, 4, 0, 5, 255}) {
+  for (const uint8_t status : std::initializer_list<uint8_t>{3, 4, 0, 5, 255}) {
     indicate(status);
     mobile.expect({status_line(0, status == 3 ? 3 : 0)});
   }
@@ -318,9 +330,9 @@ TEST_F(mobile_ap, a_second_qos_query_before_the_answer_fails_and_only_error_118_
 std::string profiles(uint32_t count) {
   std::string toml = count == 0 ? "wwan.profile = []\n" : "";
   for (uint32_t i = 0; i < count; i++)
-    toml += mobile_text("[[wwan.profile]]\nindex = ", 1000 + i, "\nsubscription = ", i % 3, "\ntechnology = ", (i + 1) % 3,
-                        "\nip_family = ", i % 2 == 0 ? 6 : 10, "\nid_3gpp = ", i, "\nid_3gpp2 = ", 255 - i,
-                        "\napn = \"apn", i, "\"\n");
+    toml += mobile_text("[[wwan.profile]]\nindex = ", 1000 + i, "\nsubscription = ", i % 3,
+                        "\ntechnology = ", (i + 1) % 3, "\nip_family = ", i % 2 == 0 ? 6 : 10, "\nid_3gpp = ", i,
+                        "\nid_3gpp2 = ", 255 - i, "\napn = \"apn", i, "\"\n");
   return toml;
 }
 
@@ -340,11 +352,11 @@ TEST_F(mobile_ap, none_three_fifty_or_sixty_profiles_are_listed_up_to_fifty_with
     EXPECT_EQ(list->reserved, 0U);
     for (uint32_t i = 0; i < list->count; i++) {
       const ox_lyn_wwan_profile_t &profile = list->profiles[i];
-      EXPECT_EQ(mobile_text(profile.profile_index, " ", profile.subscription, " ", profile.technology, " ",
-                            profile.ip_family, " ", profile.profile_id_3gpp, " ", profile.profile_id_3gpp2, " ",
-                            profile.apn_name),
-                mobile_text(1000 + i, " ", i % 3 + 1, " ", (i + 1) % 3, " ", i % 2 == 0 ? 6 : 10, " ", i, " ", 255 - i,
-                            " apn", i));
+      EXPECT_EQ(
+          mobile_text(profile.profile_index, " ", profile.subscription, " ", profile.technology, " ", profile.ip_family,
+                      " ", profile.profile_id_3gpp, " ", profile.profile_id_3gpp2, " ", profile.apn_name),
+          mobile_text(1000 + i, " ", i % 3 + 1, " ", (i + 1) % 3, " ", i % 2 == 0 ? 6 : 10, " ", i, " ", 255 - i,
+                      " apn", i));
     }
     if (count != 60)
       mobile.stop();
@@ -354,7 +366,8 @@ TEST_F(mobile_ap, none_three_fifty_or_sixty_profiles_are_listed_up_to_fifty_with
 TEST_F(mobile_ap, a_lone_profile_deliberately_gives_its_index_only_and_count_0) {
   mobile.start(profiles(1));
   const auto list = get_profiles();
-  const ox_lyn_wwan_profile_list_t lone = {.count = 0, .reserved = 0, .profiles = {{.profile_index = 1000}}};
+  ox_lyn_wwan_profile_list_t lone = {};
+  lone.profiles[0].profile_index = 1000;
   EXPECT_EQ(memcmp(list.get(), &lone, sizeof lone), 0);
   EXPECT_THAT(mobile.calls("oxmap", "GetWWANProfilePreference"), IsEmpty());
 }
@@ -442,8 +455,7 @@ TEST_F(mobile_ap, test_information_is_asked_for_a_client_and_comes_in_a_block_of
   ox_lyn_dm_info_t info = mobile.record_of(OX_LYN_GET_MTPE_SERVER_CONFIG_E, &params);
   EXPECT_EQ(ox_lyn_get_info(mobile.hndl, &info), OX_LYN_ERR_FAILURE);
   EXPECT_EQ(info.value.ptr, &params) << "a failure leaves the record";
-  EXPECT_THAT(diag_log_texts("ERROR"),
-              ElementsAre("Failed to retreive Test Configuration information, Error:0x21"));
+  EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("Failed to retreive Test Configuration information, Error:0x21"));
 }
 
 }  // namespace
