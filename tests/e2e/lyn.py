@@ -321,7 +321,7 @@ def mask_journal(text):
 
 
 def mask_diag(text):
-    return re.sub(r"(\w+\.cpp):\d+", r"\1:*", mask_console(text))
+    return re.sub(r"(\w+\.(?:cpp|h)):\d+", r"\1:*", mask_console(text))
 
 
 class Goldens:

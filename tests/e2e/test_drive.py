@@ -4,10 +4,12 @@ The reference here knows the log's columns and ranges and nothing of the board's
 """
 import csv
 import math
+import re
+import time
 
 import pytest
 
-from lyn import DATA, PROMPT
+from lyn import DATA, PROMPT, SCALE, read_text
 
 NO_SERVICE, INFO_UNAVAILABLE = -16, -17
 RANGES = {"RSRP": (-156, -31), "RSRQ": (-43, 20), "SNR": (-40, 50)}
@@ -45,6 +47,13 @@ def expected_line(row, metric):
     if any(measured(row, each) is None for each in RANGES):
         return f"{failed}[{INFO_UNAVAILABLE}].\n"
     return f"[{name}] - {measured(row, column, scale)}\n"
+
+
+def wait_for_trace_end(launch):
+    deadline = time.monotonic() + 20 * SCALE
+    while '"trace_end"' not in read_text(launch.journal_path):
+        assert time.monotonic() < deadline, "the drive does not end"
+        time.sleep(0.01)
 
 
 def replay(demo, path, speed, timeout=60):
@@ -98,18 +107,24 @@ def test_every_recorded_drive_replays_without_a_skipped_row(demo, drives, speed)
         replay(demo, path, speed)
 
 
+def by_thread(text, key):
+    """Lines grouped by what `key` finds in them, in their order within a group: the board's threads run side by side."""
+    lines = text.splitlines(keepends=True)
+    return "".join(sorted(lines, key=lambda line: re.search(key, line).group()))
+
+
 def test_session_on_a_drive_is_recorded(demo, goldens):
-    """Rows come after the second system-information query, 50 ms apart, so that every run has the same order."""
-    scenario = f'[trace]\nfile = "{DATA / "drive.csv"}"\nspeed = 20\nafter = "nas.77"\nskip = 1\n'
-    with demo.session(scenario=scenario) as session:
-        for line in ("1", "7 1"):
-            session.wait_for(PROMPT)
-            session.send(line)
-        session.wait_journal(lambda row: row["name"] == "trace_end")
-        for line in ("7 1", "7 10", "7 12", "7 14", "2"):
-            session.wait_for(PROMPT)
-            session.send(line)
-        session.wait_for(PROMPT)
-        assert session.terminate() == 0
-        result = session.finish()
-    goldens.check_result("drive_session", result)
+    """The session that README.md shows: tools/check-docs holds the one to the other."""
+    env = {"LYN_SIM_SCENARIO": str(DATA / "drive.toml")}
+    with demo.terminal(env=env) as terminal:
+        console = terminal.expect(PROMPT) + PROMPT
+        for line in ("1", "7 1", "7 10", "7 12", "7 14", "2"):
+            terminal.sendline(line)
+            console += terminal.expect(PROMPT) + PROMPT
+            if line == "1":
+                wait_for_trace_end(terminal.launch)
+        assert terminal.terminate() == 0
+        launch = terminal.launch
+    goldens.check("drive_session", console=console.replace("\r\n", "\n"),
+                  journal=by_thread(read_text(launch.journal_path), '"lib": "[a-z]+", "dir": "(indication)?'),
+                  diag=by_thread(read_text(launch.diag_path), r"\w+\.(cpp|h)"))
