@@ -45,17 +45,20 @@ inline diag_log_record diag_log_parse(const std::string &line) {
   return record;
 }
 
-/** The records since the last call. */
+/** The records since the last call. A line that is just being written is left for the next one. */
 inline std::vector<diag_log_record> diag_log_take() {
   std::string bytes;
   char part[4096];
-  for (ssize_t n; (n = pread(diag_log_fd, part, sizeof part, diag_log_offset)) > 0; diag_log_offset += n) {
+  for (ssize_t n;
+       (n = pread(diag_log_fd, part, sizeof part, diag_log_offset + static_cast<off_t>(bytes.size()))) > 0;) {
     bytes.append(part, static_cast<size_t>(n));
   }
   std::vector<diag_log_record> records;
-  for (size_t from = 0, to; (to = bytes.find('\n', from)) != std::string::npos; from = to + 1) {
+  size_t from = 0;
+  for (size_t to; (to = bytes.find('\n', from)) != std::string::npos; from = to + 1) {
     records.push_back(diag_log_parse(bytes.substr(from, to - from)));
   }
+  diag_log_offset += static_cast<off_t>(from);
   return records;
 }
 
