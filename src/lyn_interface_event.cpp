@@ -258,6 +258,7 @@ static void lyn_scan_nr5g_next() {
     nr5g = {};
 }
 
+/** Deliberate: while no LTE scan runs, every answer is one of NR 5G, asked for or not. */
 static void lyn_event_scan(const void *data) {
   const auto &msg = *static_cast<const yrp_nas_incremental_scan_ind_t *>(data);
   const bool lte_answer = lyn_state.lte_scan.ongoing == 1;

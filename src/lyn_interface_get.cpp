@@ -621,12 +621,12 @@ int32_t ox_lyn_get_info_list(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info_list,
       if (status == OX_LYN_SUCCESS) /* the module may have gone down in between */
         status = lyn_check_list(hndl, dm_info_list, dm_info_list_cnt);
       if (status != OX_LYN_SUCCESS)
-        return status;
+        return status; /* deliberate: neighbour metrics before it stay pending, without a scan to end them */
     } else {
       /* Deliberate: takes the neighbour metrics back, and counts only as the last entry. 52 and 53 are refused here. */
       lyn_clear_scans();
       status = lyn_metric_not_supported(metric);
     }
   }
-  return lyn_scan_pending() ? lyn_start_scan() : status;
+  return lyn_scan_pending() ? lyn_start_scan() : status; /* deliberately without a look at the service */
 }
