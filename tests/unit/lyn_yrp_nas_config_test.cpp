@@ -244,3 +244,22 @@ TEST_F(lyn_yrp_nas, deliberately_a_scan_does_not_check_the_connection) {
   EXPECT_EQ(lte, 0);
   EXPECT_EQ(lyn_yrp_nas_set_nr5g_deprioritize(1), -12);
 }
+
+TEST_F(lyn_yrp_nas, when_not_connected_then_every_request_but_the_scan_is_refused_and_a_null_record_before_that) {
+  nas_board("");
+  const auto lock = both_locks();
+  const ox_lyn_pps_config_t pps = {};
+  const ox_lyn_pps_change_status_t change = {}; /* its mode of 0 is looked at only later */
+  const ox_lyn_install_mode_t install = {};
+  EXPECT_EQ(lyn_yrp_nas_set_cell_lock_list(&lock), -12);
+  EXPECT_EQ(lyn_yrp_nas_set_nr5g_deprioritize(1), -12);
+  EXPECT_EQ(lyn_yrp_nas_set_pps_config(&pps), -12);
+  EXPECT_EQ(lyn_yrp_nas_set_pps_change_status(&change), -12);
+  EXPECT_EQ(lyn_yrp_nas_set_install_mode(&install), -12);
+  EXPECT_EQ(diag_log_texts("ERROR"),
+            std::vector<std::string>(5, "YRP NAS module not initialized - yrp_nas_clnt_handle[(nil)]"));
+  EXPECT_EQ(lyn_yrp_nas_set_cell_lock_list(nullptr), -2);
+  EXPECT_EQ(lyn_yrp_nas_set_pps_config(nullptr), -2);
+  EXPECT_EQ(lyn_yrp_nas_set_pps_change_status(nullptr), -2);
+  EXPECT_EQ(lyn_yrp_nas_set_install_mode(nullptr), -2);
+}
