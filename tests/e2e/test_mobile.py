@@ -176,12 +176,12 @@ def locate_refused(type_):
     type_("7 51", "1000")
     type_("7 51", "1000", until="pos cnt 0 \n")
     type_("9 2")
-    type_("8 51", "1", until="batching status: 2, pos cnt 0 \n")
+    type_("8 51", "400", until="batching status: 2, pos cnt 0 \n")
 
 
 def test_location_session(transcript):
-    quiet = ('[[at]]\nafter = "location.getSinglePosition"\nskip = 1\nms = 0\nlocation = { fix_ms = -1 }\n'
-             '[[at]]\nafter = "location.toString"\nskip = 2\nlocation = { batch = 300 }\n')
+    quiet = (f'[[at]]\nafter = "location.getSinglePosition"\nskip = 1\nms = {LATER // 2}\nlocation.fix_ms = -1\n'
+             '[[at]]\nafter = "location.toString"\nskip = 2\nlocation.batch = 300\n')
     refusals = (fault("location.getSinglePosition", result=1, error=3)
                 + fault("location.getSinglePosition", 1, result=1, error=5)
                 + fault("location.startRoutineBatchingSession")
