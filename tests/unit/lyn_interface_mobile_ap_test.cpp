@@ -200,7 +200,7 @@ TEST_F(mobile_ap, after_every_way_of_ending_the_next_test_is_accepted) {
     EXPECT_EQ(mobile.calls("oxmap", "ConfigureMTPE").size(), of.configurations);
     mobile.forget_calls();
     EXPECT_EQ(test_throughput(request(DOWNLINK, 6)), OX_LYN_SUCCESS);
-    EXPECT_EQ(mobile.take(1), lines{status_line(DOWNLINK, 1)});
+    EXPECT_EQ(mobile.take(1).at(0), status_line(DOWNLINK, 1));
     EXPECT_EQ(mobile.calls("oxmap", "ConfigureMTPE"), lines{as_asked(DOWNLINK, 6)});
     if (&of != std::end(endings) - 1)
       mobile.stop();
