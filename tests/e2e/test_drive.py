@@ -41,7 +41,7 @@ def measured(row, column, scale=1):
     """The value of a column in the unit of the metric, rounded half away from zero; None where nothing was measured."""
     try:
         value = float(row[column])
-    except (KeyError, ValueError):
+    except (KeyError, TypeError, ValueError):
         return None
     low, high = RANGES[column]
     if not low <= value <= high:
