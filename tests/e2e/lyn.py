@@ -131,6 +131,7 @@ class Launch:
         self.journal_path = folder / "journal"
         self.diag_path = folder / "diag"
         self.pid_path = folder / "pid"
+        self.private = True  # False: the machine's own /data, where that has no automatic test file
         self.program = program
         self.env = {key: value for key, value in os.environ.items() if not key.startswith("LYN_SIM_")}
         self.env.update(TERM="dumb", LC_ALL="C.UTF-8", LYN_SIM_JOURNAL=str(self.journal_path),
@@ -148,8 +149,8 @@ class Launch:
     @property
     def command(self):
         """The command line; the shell in between notes the program's own process id."""
-        return [str(PRIVATE_DATA), str(self.data), "/bin/sh", "-c", 'echo $$ >"$0"; exec "$@"', str(self.pid_path),
-                str(self.program)]
+        private = [str(PRIVATE_DATA), str(self.data)] if self.private else []
+        return [*private, "/bin/sh", "-c", 'echo $$ >"$0"; exec "$@"', str(self.pid_path), str(self.program)]
 
     def pid(self):
         return int(self.pid_path.read_text())

@@ -4,12 +4,9 @@
  */
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <random>
 #include <set>
-#include <sstream>
 
 #include "nas_service_v01.h"
 #include "oxmap_client.h"
@@ -264,38 +261,6 @@ TEST(sim_codec, flags_are_cleared_by_name) {
   EXPECT_FALSE(sim_message_clear(sig_info(), "no_such_flag", &ind));
   EXPECT_TRUE(sim_message_has_flag(YRP_NAS_GET_SIG_INFO, "lte_sig_info_valid"));
   EXPECT_FALSE(sim_message_has_flag(YRP_NAS_GET_SIG_INFO, "tx_valid"));
-}
-
-// The block between two markers of docs/simulator.md is the table.
-
-std::string document_file() {
-  const char *data = getenv("LYN_TEST_DATA");
-  return data ? std::string(data) + "/../../docs/simulator.md" : "docs/simulator.md";
-}
-
-constexpr std::string_view table_begin = "<!-- messages -->\n", table_end = "<!-- /messages -->";
-
-std::string with_table(const std::string &document) {
-  const size_t begin = document.find(table_begin);
-  if (begin == std::string::npos)
-    return document;
-  const size_t start = begin + table_begin.size();
-  const size_t end = document.find(table_end, start);
-  const std::string tail =
-      end == std::string::npos ? std::string(table_end) + "\n" + document.substr(start) : document.substr(end);
-  return document.substr(0, start) + "\n" + sim_message_table_markdown() + "\n" + tail;
-}
-
-TEST(sim_codec, the_documents_table_is_this_one) {
-  std::stringstream read;
-  read << std::ifstream(document_file()).rdbuf();
-  std::string document = read.str();
-  ASSERT_NE(document.find(table_begin), std::string::npos) << "no such marker in " << document_file();
-  if (getenv("LYN_UPDATE_DOCS")) {
-    document = with_table(document);
-    std::ofstream(document_file()) << document;
-  }
-  EXPECT_EQ(document, with_table(document)) << "LYN_UPDATE_DOCS=1 writes the table anew";
 }
 
 // What the client library makes of the same bytes.
