@@ -94,7 +94,7 @@ static bool lyn_nas_lock_in_range(const lyn_nas_cell_lock_req_t &lock) {
 /** Cells beyond the record's room are not sent. */
 static void lyn_nas_fill_lte_lock(const lyn_nas_cell_lock_req_t &lock, yrp_nas_set_lte_cell_lock_list_req_t &req) {
   req.lte_cell_list_len = lyn_nas_clamp(lock.lte_count, lock.lte_cells, req.lte_cell_list);
-  for (uint8_t i = 0; i < req.lte_cell_list_len; i++) {
+  for (uint32_t i = 0; i < req.lte_cell_list_len; i++) {
     req.lte_cell_list[i] = {.pci = lock.lte_cells[i].pci, .freq = lock.lte_cells[i].freq};
     LYN_LOG_HIGH("LTE multi-lock cell list #%d - pci[%hu]", i, req.lte_cell_list[i].pci);
     LYN_LOG_HIGH("LTE multi-lock cell list #%d - freq[%hu]", i, req.lte_cell_list[i].freq);

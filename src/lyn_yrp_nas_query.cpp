@@ -268,18 +268,25 @@ int32_t lyn_yrp_nas_get_tx_pwr_info(lyn_nas_tx_pwr_info_t *tx_pwr_info) {
 
 typedef void (*lyn_nas_log_entry_fn)(uint32_t value);
 
+/** Where one list of the result stands. */
+typedef struct {
+  uint8_t &valid;
+  uint32_t &len;
+  uint32_t (&modes)[OX_LYN_MCS_LEN];
+} lyn_nas_modes_t;
+
 /** Copy the modes of one list. False, and nothing is touched, when it is not valid or empty. */
 static bool lyn_nas_read_modes(uint8_t valid, uint32_t len, const uint32_t (&codes)[YRP_NAS_MOD_MAX],
-                               const lyn_nas_codes_t &translation, lyn_nas_log_entry_fn log_mode, uint8_t &out_valid,
-                               uint32_t &out_len, uint32_t (&modes)[OX_LYN_MCS_LEN]) {
+                               const lyn_nas_codes_t &translation, lyn_nas_log_entry_fn log_mode,
+                               const lyn_nas_modes_t &out) {
   if (valid == 0 || len == 0) {
     return false;
   }
-  out_valid = 1;
-  out_len = lyn_nas_clamp(len, codes, modes);
-  for (uint32_t i = 0; i < out_len; i++) {
-    modes[i] = lyn_nas_translate(translation, codes[i]);
-    log_mode(modes[i]);
+  out.valid = 1;
+  out.len = lyn_nas_clamp(len, codes, out.modes);
+  for (uint32_t i = 0; i < out.len; i++) {
+    out.modes[i] = lyn_nas_translate(translation, codes[i]);
+    log_mode(out.modes[i]);
   }
   return true;
 }
@@ -287,18 +294,16 @@ static bool lyn_nas_read_modes(uint8_t valid, uint32_t len, const uint32_t (&cod
 static void lyn_nas_read_lte_mcs(const yrp_nas_tx_rx_info_resp_t &resp, lyn_nas_mcs_info_t &mcs) {
   LYN_LOG_HIGH("MCS info - LTE downlink valid[%d]", resp.downlink_mod_valid);
   LYN_LOG_HIGH("MCS info -LTE  downlink length[%d]", resp.downlink_mod_len);
-  if (!lyn_nas_read_modes(
-          resp.downlink_mod_valid, resp.downlink_mod_len, resp.downlink_mod, LYN_NAS_LTE_MODULATION,
-          [](uint32_t mode) { LYN_LOG_HIGH("MCS info local LTE- Downlink mode [%d]", mode); }, mcs.lte.dl_valid,
-          mcs.lte.dl_len, mcs.lte.dl_mod)) {
+  if (!lyn_nas_read_modes(resp.downlink_mod_valid, resp.downlink_mod_len, resp.downlink_mod, LYN_NAS_LTE_MODULATION,
+                          [](uint32_t mode) { LYN_LOG_HIGH("MCS info local LTE- Downlink mode [%d]", mode); },
+                          {mcs.lte.dl_valid, mcs.lte.dl_len, mcs.lte.dl_mod})) {
     LYN_LOG_ERROR("MCS info Failed not valid %d length %d \n", resp.downlink_mod_valid, resp.downlink_mod_len);
   }
   LYN_LOG_HIGH("MCS info - LTE uplink valid[%d]", resp.uplink_mod_valid);
   LYN_LOG_HIGH("MCS info -LTE  uplink length[%d]", resp.uplink_mod_len);
-  if (!lyn_nas_read_modes(
-          resp.uplink_mod_valid, resp.uplink_mod_len, resp.uplink_mod, LYN_NAS_LTE_MODULATION,
-          [](uint32_t mode) { LYN_LOG_HIGH("MCS info  info - LTE uplink mode [%d]", mode); }, mcs.lte.ul_valid,
-          mcs.lte.ul_len, mcs.lte.ul_mod)) {
+  if (!lyn_nas_read_modes(resp.uplink_mod_valid, resp.uplink_mod_len, resp.uplink_mod, LYN_NAS_LTE_MODULATION,
+                          [](uint32_t mode) { LYN_LOG_HIGH("MCS info  info - LTE uplink mode [%d]", mode); },
+                          {mcs.lte.ul_valid, mcs.lte.ul_len, mcs.lte.ul_mod})) {
     LYN_LOG_ERROR("MCS info Failed not valid %d length %d \n", resp.uplink_mod_valid, resp.uplink_mod_len);
   }
 }
@@ -307,16 +312,14 @@ static void lyn_nas_read_lte_mcs(const yrp_nas_tx_rx_info_resp_t &resp, lyn_nas_
 static void lyn_nas_read_nr5g_mcs(const yrp_nas_tx_rx_info_resp_t &resp, lyn_nas_mcs_info_t &mcs) {
   LYN_LOG_HIGH("MCS info - NR5G downlink valid[%d]", resp.downlink_mod_valid);
   LYN_LOG_HIGH("MCS info -NR5G  downlink length[%d]", resp.downlink_mod_len);
-  (void)lyn_nas_read_modes(
-      resp.downlink_mod_valid, resp.downlink_mod_len, resp.downlink_mod, LYN_NAS_NR5G_MODULATION,
-      [](uint32_t mode) { LYN_LOG_HIGH("NR5G MCS local info - NR5G Downlink mode [%d]", mode); }, mcs.nr5g.dl_valid,
-      mcs.nr5g.dl_len, mcs.nr5g.dl_mod);
+  (void)lyn_nas_read_modes(resp.downlink_mod_valid, resp.downlink_mod_len, resp.downlink_mod, LYN_NAS_NR5G_MODULATION,
+                           [](uint32_t mode) { LYN_LOG_HIGH("NR5G MCS local info - NR5G Downlink mode [%d]", mode); },
+                           {mcs.nr5g.dl_valid, mcs.nr5g.dl_len, mcs.nr5g.dl_mod});
   LYN_LOG_HIGH("MCS info - NR5G uplink valid[%d]", resp.uplink_mod_valid);
   LYN_LOG_HIGH("MCS info -NR5G  uplink length[%d]", resp.uplink_mod_len);
-  (void)lyn_nas_read_modes(
-      resp.uplink_mod_valid, resp.uplink_mod_len, resp.uplink_mod, LYN_NAS_NR5G_MODULATION,
-      [](uint32_t mode) { LYN_LOG_HIGH("NR5G MCS info - NR5G  uplink mode [%d]", mode); }, mcs.nr5g.ul_valid,
-      mcs.nr5g.ul_len, mcs.nr5g.ul_mod);
+  (void)lyn_nas_read_modes(resp.uplink_mod_valid, resp.uplink_mod_len, resp.uplink_mod, LYN_NAS_NR5G_MODULATION,
+                           [](uint32_t mode) { LYN_LOG_HIGH("NR5G MCS info - NR5G  uplink mode [%d]", mode); },
+                           {mcs.nr5g.ul_valid, mcs.nr5g.ul_len, mcs.nr5g.ul_mod});
 }
 
 int32_t lyn_yrp_nas_get_mcs_info(lyn_nas_mcs_info_t *get_mcs_info) {

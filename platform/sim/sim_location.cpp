@@ -224,13 +224,13 @@ uint32_t answer_to(const client &from, LocationCapabilitiesMask capability, cons
 }
 
 void start_single_shot(const client_ptr &to, const sim_fault_hit &fault, uint32_t timeout_ms, LocationCb location_cb,
-                       const ResponseCb &response_cb) {
+                       ResponseCb response_cb) {
   const std::lock_guard guard(sim_lock());
   const uint32_t response = answer_to(*to, LOCATION_CAPS_SINGLE_SHOT, fault);
   ++to->shot;
   to->shot_runs = false;
   to->shot_response_cb = response_cb;
-  later(0, [to, response_cb, response] { respond(to, response_cb, response); });
+  later(0, [to, response_cb = std::move(response_cb), response] { respond(to, response_cb, response); });
   if (!location_cb)
     return;  // a stop: it has taken the place of what ran
   if (accepted(response) || receiver().fix_when_refused)
@@ -282,7 +282,7 @@ void batching_tick(const client_ptr &to, uint64_t session, uint64_t count) {
 }
 
 void start_batching(const client_ptr &to, const sim_fault_hit &fault, uint32_t interval_ms, BatchingCb batching_cb,
-                    const ResponseCb &response_cb) {
+                    ResponseCb response_cb) {
   const std::lock_guard guard(sim_lock());
   const uint32_t response = answer_to(*to, LOCATION_CAPS_TIME_BASED_BATCHING, fault);
   ++to->session;
@@ -290,7 +290,7 @@ void start_batching(const client_ptr &to, const sim_fault_hit &fault, uint32_t i
   to->interval_ms = std::max<uint32_t>(interval_ms, 1);
   to->batching_cb = std::move(batching_cb);
   to->batch.clear();
-  later(0, [to, response_cb, response] { respond(to, response_cb, response); });
+  later(0, [to, response_cb = std::move(response_cb), response] { respond(to, response_cb, response); });
   if (!to->session_runs)
     return;
   later(to->interval_ms, [to, session = to->session] { batching_tick(to, session, 1); });
@@ -384,7 +384,7 @@ void LocationClientApi::getSinglePosition(uint32_t timeout_ms, float horizontal_
                                        {{"timeout_ms", timeout_ms},
                                         {"horizontal_accuracy", horizontal_accuracy},
                                         {"location_cb", static_cast<bool>(location_cb)}});
-  start_single_shot(impl_->self, fault, timeout_ms, std::move(location_cb), response_cb);
+  start_single_shot(impl_->self, fault, timeout_ms, std::move(location_cb), std::move(response_cb));
   sim_call_return("location", "getSinglePosition", fields::object());
 }
 
@@ -394,7 +394,7 @@ bool LocationClientApi::startRoutineBatchingSession(uint32_t min_interval_ms, ui
                                        {{"min_interval_ms", min_interval_ms}, {"min_distance_m", min_distance_m}});
   const bool ok = !fault.fails && sim_fault_status(fault) == 0;
   if (ok)
-    start_batching(impl_->self, fault, min_interval_ms, std::move(batching_cb), response_cb);
+    start_batching(impl_->self, fault, min_interval_ms, std::move(batching_cb), std::move(response_cb));
   sim_call_return("location", "startRoutineBatchingSession", {{"ok", ok}});
   return ok;
 }
@@ -411,14 +411,14 @@ void LocationClientApi::stopBatchingSession() {
 
 std::string LocationClientApi::capabilitiesToString(LocationCapabilitiesMask mask) {
   sim_call("location", "capabilitiesToString", {{"mask", mask}});
-  const std::string text = capabilities_text(mask);
+  std::string text = capabilities_text(mask);
   sim_call_return("location", "capabilitiesToString", {{"text", text}});
   return text;
 }
 
 std::string Location::toString() const {
   sim_call("location", "toString", fields::object());
-  const std::string text = location_text(*this);
+  std::string text = location_text(*this);
   sim_call_return("location", "toString", {{"text", text}});
   return text;
 }

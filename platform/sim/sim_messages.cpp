@@ -49,6 +49,7 @@ constexpr sim_field field_of(const char *name, size_t offset, std::span<const si
           .kind = kind_of<bare<T>>(),
           .offset = static_cast<uint32_t>(offset),
           .size = sizeof(bare<T>),
+          // NOLINTNEXTLINE(bugprone-sizeof-expression): 1 where the field is no list
           .capacity = static_cast<uint32_t>(sizeof(T) / sizeof(bare<T>)),
           .columns = static_cast<uint32_t>(std::rank_v<T> == 2 ? std::extent_v<T, 1> : 0),
           .count_name = count_name,

@@ -490,10 +490,14 @@ std::string wrong_crossing(const std::string &name) {
   for (const library_calls &library : libraries) {
     if (!name.starts_with(std::string(library.lib) + '.'))
       continue;
-    std::string known;
-    for (const std::string_view call : library.calls)
-      known.append(known.empty() ? "" : ", ").append(call);
-    return "\"" + name + "\" is no crossing; those of " + std::string(library.lib) + " are " + known;
+    std::string wrong = "\"" + name + "\" is no crossing; those of ";
+    wrong.append(library.lib);
+    const char *before = " are ";
+    for (const std::string_view call : library.calls) {
+      wrong.append(before).append(call);
+      before = ", ";
+    }
+    return wrong;
   }
   if (name.starts_with("nas."))
     return "\"" + name + "\" is no crossing; the service answers no such message";
