@@ -37,8 +37,26 @@ using lyn_block_t = std::unique_ptr<T, lyn_free_t>;
 
 /** `count` zeroed entries; null when the allocation fails, which the caller logs. */
 template <class T>
-lyn_block_t<T> lyn_zeroed_block(size_t count = 1) {
+lyn_block_t<T> lyn_zeroed_block(size_t count) {
   return lyn_block_t<T>(static_cast<T *>(calloc(count, sizeof(T))));
+}
+
+/**
+ * A zeroed entry, as above. malloc takes small blocks from the thread's own cache, which calloc passes by; larger ones
+ * are left to calloc, which knows fresh memory to be zero.
+ */
+template <class T>
+lyn_block_t<T> lyn_zeroed_block() {
+  if constexpr (sizeof(T) > 1024) {
+    return lyn_zeroed_block<T>(1);
+  } else {
+    lyn_block_t<T> owner(static_cast<T *>(malloc(sizeof(T))));
+    void *block = owner.get();
+    asm("" : "+r"(block)); /* or the compiler would make the two calls into one of calloc */
+    if (block != nullptr)
+      memset(block, 0, sizeof(T));
+    return owner;
+  }
 }
 
 /** A zeroed block; null, and logged, when the allocation fails. */

@@ -6,9 +6,6 @@
  */
 #include "lyn_log.h"
 
-#include <cstdarg>
-#include <cstdio>
-
 bool lyn_log_init() {
   return Diag_LSM_Init(nullptr) == 1;
 }
@@ -17,11 +14,9 @@ void lyn_log_deinit() {
   Diag_LSM_DeInit();
 }
 
-void lyn_log_write(const diag_msg_record_t *record, const char *format, ...) {
-  char text[LYN_LOG_TEXT_LEN] = "";
-  va_list args;
-  va_start(args, format);
-  vsnprintf(text, sizeof text, format, args);
-  va_end(args);
+void lyn_log_emit(const diag_msg_record_t *record, const char *format, const lyn_log_piece_t *pieces,
+                  const uint64_t *words) {
+  char text[LYN_LOG_TEXT_LEN];
+  lyn_log_format(text, format, pieces, words);
   msg_sprintf(record, text);
 }

@@ -4,7 +4,10 @@
 #include "lyn_log.h"
 
 #include <gtest/gtest.h>
+#include <stdio.h>
 
+#include <climits>
+#include <random>
 #include <thread>
 
 #include "diag_log.h"
@@ -44,6 +47,77 @@ TEST_F(lyn_log, a_text_of_511_characters_is_whole_and_a_longer_one_is_cut_there)
   LYN_LOG_HIGH("%s", fits.c_str());
   LYN_LOG_HIGH("%s", (fits + "bc").c_str());
   EXPECT_EQ(diag_log_texts(), (std::vector<std::string>{fits, fits}));
+}
+
+/** Expects the text that vsnprintf writes, a line break escaped as the board does. */
+template <class... Arguments>
+void expect_as_vsnprintf(const std::string &format, Arguments... arguments) {
+  static constexpr diag_msg_record_t record = {LYN_LOG_SUBSYSTEM, DIAG_LEVEL_HIGH, "%s", "file", 1};
+  const auto pieces = lyn_log_parse<16>(format.c_str());
+  char expected[LYN_LOG_TEXT_LEN];
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+  snprintf(expected, sizeof expected, format.c_str(), arguments...);
+#pragma GCC diagnostic pop
+  lyn_log_write(&record, pieces.data(), format.c_str(), arguments...);
+  std::string escaped;
+  for (const char *at = expected; *at != '\0'; at++)
+    escaped += *at == '\n' ? "\\n" : std::string(1, *at);
+  EXPECT_EQ(diag_log_texts(), std::vector<std::string>{escaped}) << format;
+}
+
+/** A value that is as often small as large, and often the end of some range. */
+unsigned long long some_value(std::mt19937_64 &random) {
+  const unsigned long long edges[] = {0,       1,        9,        10,        SHRT_MAX,   USHRT_MAX,
+                                      INT_MAX, UINT_MAX, LONG_MAX, ULONG_MAX, 1ULL << 31, 1ULL << 63};
+  const unsigned long long drawn = random();
+  return drawn % 4 == 0 ? edges[random() % std::size(edges)] : drawn >> random() % 64;
+}
+
+constexpr const char *conversions[] = {"%d",  "%i",   "%hd", "%hi", "%ld", "%lld", "%u", "%hu",
+                                       "%lu", "%llu", "%x",  "%hx", "%lx", "%llx", "%p", "%%"};
+
+std::string some_text(std::mt19937_64 &random) {
+  const size_t length = random() % 16 == 0 ? random() % 256 : random() % 20;
+  std::string text;
+  for (size_t i = 0; i < length; i++)
+    text += static_cast<char>(random() % 128 < 32 || random() % 20 == 0 ? '\n' : 'a' + random() % 26);
+  return text;
+}
+
+TEST_F(lyn_log, any_text_is_the_one_that_vsnprintf_writes) {
+  const char *chosen = getenv("LYN_SEED");
+  const uint64_t seed = chosen != nullptr ? strtoull(chosen, nullptr, 10) : std::random_device()();
+  SCOPED_TRACE("LYN_SEED=" + std::to_string(seed));
+  std::mt19937_64 random(seed);
+  for (int run = 0; run < 20000 && !HasFailure(); run++) {
+    std::string format;
+    for (size_t count = random() % 6; count > 0; count--)
+      format += some_text(random) + conversions[random() % std::size(conversions)];
+    format += some_text(random);
+    // Arguments of a full word each: what a narrower conversion reads of it is the same for both.
+    expect_as_vsnprintf(format, some_value(random), some_value(random), some_value(random), some_value(random),
+                        some_value(random), some_value(random));
+  }
+}
+
+TEST_F(lyn_log, any_string_is_the_one_that_vsnprintf_writes) {
+  std::mt19937_64 random(1);
+  for (int run = 0; run < 2000; run++) {
+    const std::string first = some_text(random) + some_text(random), second(random() % 600, 'z');
+    expect_as_vsnprintf("%s[%s] %d: %s", first.c_str(), second.c_str(), run, run % 7 == 0 ? nullptr : "text");
+  }
+}
+
+TEST_F(lyn_log, a_format_with_an_unknown_conversion_or_too_long_a_part_is_found) {
+  for (const char *format : {"%c", "%5d", "a %03u", "%hs", "%lp", "%"})
+    EXPECT_FALSE(lyn_log_is_whole(lyn_log_parse<16>(format), strlen(format))) << format;
+  for (const char *format : {"", "text", "%d", "100%% of %s", "%llu%p%hx"})
+    EXPECT_TRUE(lyn_log_is_whole(lyn_log_parse<16>(format), strlen(format))) << format;
+  const std::string fits(255, 'a'), too_long(256, 'a');
+  EXPECT_TRUE(lyn_log_is_whole(lyn_log_parse<16>(fits.c_str()), fits.size()));
+  EXPECT_FALSE(lyn_log_is_whole(lyn_log_parse<16>(too_long.c_str()), too_long.size()));
 }
 
 TEST_F(lyn_log, records_of_several_threads_do_not_mix) {

@@ -35,12 +35,10 @@ bool lyn_log_init() {
   return true;
 }
 void lyn_log_deinit() {}
-void lyn_log_write(const diag_msg_record_t *record, const char *format, ...) {
+void lyn_log_emit(const diag_msg_record_t *record, const char *format, const lyn_log_piece_t *pieces,
+                  const uint64_t *words) {
   char text[LYN_LOG_TEXT_LEN];
-  va_list args;
-  va_start(args, format);
-  vsnprintf(text, sizeof text, format, args);
-  va_end(args);
+  lyn_log_format(text, format, pieces, words);
   if (record->level == DIAG_LEVEL_ERROR)
     nas_bytes_failure = text;
 }
