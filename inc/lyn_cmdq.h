@@ -26,7 +26,13 @@ struct lyn_cmd {
 
 static_assert(sizeof(lyn_cmd) == 3 * sizeof(void *));
 
-/** A queue. `mutex` guards the list and changes of `count`; `count`, `running` and `stop` are accessed as atomics. */
+/**
+ * A queue. `mutex` guards the list and changes of `count`; what is not a pointer of the list is accessed as an atomic.
+ *
+ * The thread takes the whole list off at once and keeps it in `batch`. What it has not begun is queued all the same: it
+ * counts, and is met by a flush. The commands begun since the batch was taken, but for its first, are in `begun` and
+ * still in `count`.
+ */
 typedef struct {
   lyn_dll_node *head;
   lyn_dll_node *tail;
@@ -36,7 +42,9 @@ typedef struct {
   pthread_cond_t cond;
   pthread_mutex_t mutex;
   bool running;
-  bool stop; /**< set once, by lyn_cmdthrd_deinit: a stop is seen even before the thread has set `running` */
+  bool stop;           /**< set once, by lyn_cmdthrd_deinit: a stop is seen even before the thread has set `running` */
+  lyn_dll_node *batch; /**< linked by `next` */
+  int32_t begun;       /**< of the thread; set back under `mutex` */
 } lyn_cmdq_t;
 
 /** Zero the queue and start its thread. 0; -1 when the sentinel, the mutex or the condition cannot be made. */
@@ -50,6 +58,12 @@ int32_t lyn_cmdq_enq(lyn_cmdq_t *cmdq, lyn_cmd *cmd);
  * or unlock gives -1 with the command queued.
  */
 int32_t lyn_cmdq_enq_tell(lyn_cmdq_t *cmdq, lyn_cmd *cmd, bool *queued);
+
+/**
+ * As lyn_cmdq_enq_tell, in a list node of the producer's, which is the queue's while it holds the command and is never
+ * freed by it: the producer takes it back with free_f. A null node counts as one that could not be allocated.
+ */
+int32_t lyn_cmdq_enq_lent(lyn_cmdq_t *cmdq, lyn_cmd *cmd, lyn_dll_node *node, bool *queued);
 
 /** Take off the first command, or null. Call with `mutex` held. */
 lyn_cmd *lyn_cmdq_deq(lyn_cmdq_t *cmdq);

@@ -321,6 +321,71 @@ TEST_F(lyn_cmdq, flush_frees_what_is_queued_without_running_it_and_the_queue_wor
   EXPECT_EQ(unowned.freed, 0);
 }
 
+TEST_F(lyn_cmdq, what_waits_behind_a_running_command_is_queued_however_it_came_there) {
+  std::atomic<bool> hold_second{true};
+  ASSERT_EQ(lyn_cmdq_init(&queue, 2), 0);
+  occupy();
+  probe &second = make_probe();
+  second.hold = &hold_second;
+  EXPECT_EQ(lyn_cmdq_enq(&queue, &second.cmd), 0);
+  for (int i = 0; i < 3; i++) {
+    enqueue();
+  }
+  hold = false;
+  wait_until(second.executed, 1);
+  diag_log_take();
+  enqueue();  // the three before it count
+  EXPECT_EQ(diag_log_texts("HIGH"), std::vector<std::string>{"Command queue exceeds configured maximum! 3 > 2\\n"});
+  pthread_mutex_lock(&queue.mutex);
+  EXPECT_EQ(lyn_cmdq_deq(&queue), &probes[2].cmd);
+  pthread_mutex_unlock(&queue.mutex);
+  EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
+  for (size_t i = 3; i < 6; i++) {
+    EXPECT_EQ(probes[i].freed, 1);
+  }
+  hold_second = false;
+  probe &after = enqueue();
+  wait_until(after.freed, 1);
+  EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+  for (size_t i = 2; i < 6; i++) {
+    EXPECT_EQ(probes[i].executed, 0);
+  }
+}
+
+TEST_F(lyn_cmdq, a_flush_while_commands_run_discards_all_that_was_queued_before_it) {
+  ASSERT_EQ(lyn_cmdq_init(&queue, INT32_MAX), 0);
+  for (int round = 0; round < 300; round++) {
+    const size_t first = probes.size();
+    for (int i = 0; i < 20; i++) {
+      enqueue();
+    }
+    EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
+    probe &after = enqueue();
+    wait_until(after.freed, 1);
+    for (size_t i = first; i < probes.size(); i++) {
+      EXPECT_EQ(probes[i].freed, 1);
+    }
+  }
+  EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+}
+
+TEST_F(lyn_cmdq, a_lent_node_is_the_producers_again_with_free_f_and_a_missing_one_is_a_failed_insert) {
+  make_bare();
+  lyn_dll_node node = {};
+  bool queued = false;
+  probe &made = make_probe();
+  EXPECT_EQ(lyn_cmdq_enq_lent(&queue, &made.cmd, &node, &queued), 0);
+  EXPECT_TRUE(queued);
+  EXPECT_EQ(queue.tail, &node);
+  EXPECT_EQ(lyn_cmdq_deq(&queue), &made.cmd);
+  EXPECT_EQ(queue.tail, queue.head);
+  EXPECT_EQ(lyn_cmdq_enq_lent(&queue, &made.cmd, nullptr, &queued), -1);
+  EXPECT_FALSE(queued);
+  EXPECT_EQ(queue.count, 0);
+  EXPECT_EQ(diag_log_texts("ERROR"), std::vector<std::string>{"Failed to insert into cmdq\\n"});
+  free(queue.head);
+}
+
 TEST_F(lyn_cmdq, deq_takes_the_oldest_command_and_counts_down) {
   make_bare();
   probe &first = enqueue();
