@@ -13,6 +13,7 @@
 #include <atomic>
 
 #include "lyn_gps.h"
+#include "lyn_interface_pool.h"
 #include "lyn_oxmap_interface.h"
 
 lyn_state_t lyn_state;
@@ -36,10 +37,11 @@ static void lyn_set_initialised(bool initialised) {
   std::atomic_ref<uint8_t>(lyn_state.initialised).store(initialised);
 }
 
-/** Posting threads read the flag under the gate, so the wipe holds it too. */
+/** Posting threads read the flag under the gate, so the wipe holds it too. No event is left: none keeps memory. */
 static void lyn_wipe_state() {
   lyn_guard_t gate(&lyn_gate);
   memset(&lyn_state, 0, sizeof(lyn_state));
+  lyn_pool_trim();
 }
 
 /** rand() is left unseeded: the first handle of a process is the C library's first value. */

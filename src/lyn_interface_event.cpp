@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "lyn_interface.h"
+#include "lyn_interface_pool.h"
 #include "lyn_oxmap_interface.h"
 
 using lyn_record_t = lyn_block_t<ox_lyn_dm_info_t>;
@@ -155,28 +156,23 @@ static uint32_t lyn_copy_plmn(ox_lyn_plmn_t (&to)[N], const yrp_nas_plmn_t (&fro
   return count;
 }
 
-/** What every neighbour has: its place in the list and its channel, and its PLMN list where that was asked for. */
-template <class Cell, class From>
-static void lyn_fill_nbr(Cell *cell, uint32_t index, const From &from, const uint8_t *item) {
-  cell->present = 1;
-  cell->index = index + 1;
-  cell->earfcn = from.earfcn;
-  cell->pci = from.pci;
-  if (item[LYN_NBR_PLMN] != 0) {
-    cell->plmn_valid = 1;
-    cell->plmn_count = lyn_copy_plmn(cell->plmn, from.plmn, from.plmn_count);
-  }
-}
-
 static void lyn_fill_lte_cells(ox_lyn_lte_nbr_info_t *info, const yrp_nas_incremental_scan_ind_t &msg,
                                const uint8_t *item) {
   const uint32_t count = lyn_clamp(msg.lte_nbr_count, std::size(info->cells));
   for (uint32_t i = 0; i < count; i++) {
+    const auto &from = msg.lte_nbr[i];
     ox_lyn_lte_nbr_t &cell = info->cells[i];
-    lyn_fill_nbr(&cell, i, msg.lte_nbr[i], item);
+    cell.present = 1;
+    cell.index = i + 1;
+    cell.earfcn = from.earfcn;
+    cell.pci = from.pci;
     if (item[LYN_NBR_CGI] != 0) {
       cell.cgi_valid = 1;
-      cell.cgi = msg.lte_nbr[i].cgi;
+      cell.cgi = from.cgi;
+    }
+    if (item[LYN_NBR_PLMN] != 0) {
+      cell.plmn_valid = 1;
+      cell.plmn_count = lyn_copy_plmn(cell.plmn, from.plmn, from.plmn_count);
     }
   }
 }
@@ -217,10 +213,17 @@ static void lyn_fill_nr5g(ox_lyn_nr5g_nbr_info_t *info, const yrp_nas_incrementa
   for (uint32_t i = 0; i < count; i++) {
     const auto &from = msg.nr5g_nbr[i];
     ox_lyn_nr5g_nbr_t &cell = info->cells[i];
-    lyn_fill_nbr(&cell, i, from, item);
+    cell.present = 1;
+    cell.index = i + 1;
+    cell.earfcn = from.earfcn;
+    cell.pci = from.pci;
     if (item[LYN_NBR_RSRP] != 0) {
       cell.rsrp_valid = 1;
       cell.rsrp = from.rsrp;
+    }
+    if (item[LYN_NBR_PLMN] != 0) {
+      cell.plmn_valid = 1;
+      cell.plmn_count = lyn_copy_plmn(cell.plmn, from.plmn, from.plmn_count);
     }
     if (item[LYN_NBR_CGI] != 0) {
       cell.cgi_valid = 1;
@@ -515,15 +518,37 @@ void lyn_free_async_event(lyn_cmd *cmd, void *data) {
   free(cmd);
 }
 
-/** Queue a command while the module is up. `queued` tells whether it is the queue's, which a failure may leave it. */
-static int32_t lyn_enqueue_while_initialised(lyn_cmd *cmd, bool *queued) {
-  lyn_guard_t gate(&lyn_gate);
-  *queued = false;
+/** free_f of an event whose command and record are the pool's. */
+static void lyn_recycle_async_event(lyn_cmd *, void *data) {
+  auto *event = static_cast<yrp_async_data *>(data);
+  lyn_free_event_data(event->msg_id, event->msg_data);
+  lyn_pool_give(event);
+}
+
+/** Queue a place while the module is up. `queued` tells whether it is the queue's, which a failure may leave it. */
+static int32_t lyn_enqueue_while_initialised(const lyn_pool_place_t &place, bool *queued) {
   if (!lyn_is_initialised()) {
     lyn_not_initialised();
     return OX_LYN_ERR_FAILURE;
   }
-  return lyn_cmdq_enq_tell(&lyn_state.cmdq, cmd, queued) == 0 ? OX_LYN_SUCCESS : OX_LYN_ERR_FAILURE;
+  const int32_t status = lyn_cmdq_enq_lent(&lyn_state.cmdq, place.cmd, lyn_pool_node(&place), queued);
+  return status == 0 ? OX_LYN_SUCCESS : OX_LYN_ERR_FAILURE;
+}
+
+/** With the gate held. `queued` as above; when false, the block is still the caller's. */
+static int32_t lyn_post_block(uint32_t yrp_msg_id, void *yrp_msg_data, bool *queued) {
+  lyn_pool_place_t place;
+  int32_t status = lyn_pool_take(&place);
+  if (status != OX_LYN_SUCCESS)
+    return status;
+  *place.event = {.msg_id = yrp_msg_id, .msg_data = yrp_msg_data};
+  *place.cmd = {.execute_f = lyn_process_async_event, .free_f = lyn_recycle_async_event, .data = place.event};
+  status = lyn_enqueue_while_initialised(place, queued);
+  if (!*queued) {
+    lyn_pool_give(place.event);
+    lyn_pool_trim();
+  }
+  return status;
 }
 
 int32_t lyn_post_async_event(uint32_t yrp_msg_id, void *yrp_msg_data) {
@@ -531,22 +556,13 @@ int32_t lyn_post_async_event(uint32_t yrp_msg_id, void *yrp_msg_data) {
     LYN_LOG_ERROR("Invalid params - yrp_msg_id[%u], yrp_msg_data[%p]", yrp_msg_id, yrp_msg_data);
     return OX_LYN_ERR_INVALID_PARAM;
   }
-  lyn_block_t<lyn_cmd> cmd = lyn_new_block<lyn_cmd>();
-  if (!cmd) {
-    lyn_free_event_data(yrp_msg_id, yrp_msg_data);
-    return OX_LYN_ERR_NO_MEMORY;
-  }
-  lyn_block_t<yrp_async_data> event = lyn_new_block<yrp_async_data>();
-  if (!event) {
-    lyn_free_event_data(yrp_msg_id, yrp_msg_data);
-    return OX_LYN_ERR_FAILURE;
-  }
-  *event = {.msg_id = yrp_msg_id, .msg_data = yrp_msg_data};
-  *cmd = {.execute_f = lyn_process_async_event, .free_f = lyn_free_async_event, .data = event.release()};
   bool queued = false;
-  const int32_t status = lyn_enqueue_while_initialised(cmd.get(), &queued);
-  lyn_cmd *posted = cmd.release();
+  int32_t status = OX_LYN_SUCCESS;
+  {
+    lyn_guard_t gate(&lyn_gate);
+    status = lyn_post_block(yrp_msg_id, yrp_msg_data, &queued);
+  }
   if (!queued)
-    lyn_free_async_event(posted, posted->data);
+    lyn_free_event_data(yrp_msg_id, yrp_msg_data);
   return status;
 }
