@@ -1,4 +1,4 @@
-# Shared by tools/demo and tools/test: where the tree is, what it needs of Debian, and how that gets installed.
+# Shared by tools/demo, tools/test and tools/bench: where the tree is, what it needs of Debian, and how that gets installed.
 # Sourced by bash; on a machine that has every package it changes nothing and asks for no rights.
 
 lyn_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
@@ -6,9 +6,15 @@ lyn_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
 lyn_packages_demo=(g++ make cmake pkg-config libtomlplusplus-dev nlohmann-json3-dev bubblewrap)
 lyn_packages_test=(
   "${lyn_packages_demo[@]}"
-  git ccache libgtest-dev libgmock-dev libbenchmark-dev
+  git ccache libgtest-dev libgmock-dev
   clang libclang-rt-14-dev clang-format clang-tidy cppcheck
   python3 python3-pytest python3-pytest-xdist python3-pexpect
+)
+
+# What the benchmarks compare with, and what counts instructions; the programs build without them.
+lyn_packages_bench=(
+  "${lyn_packages_demo[@]}"
+  python3 valgrind binutils dbus-daemon libsystemd-dev libglib2.0-dev libboost-dev libuv1-dev libconcurrentqueue-dev
 )
 
 # say TEXT: progress goes to standard error, so that a program's own output can be piped.
