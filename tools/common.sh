@@ -6,7 +6,7 @@ lyn_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
 lyn_packages_demo=(g++ make cmake pkg-config libtomlplusplus-dev nlohmann-json3-dev bubblewrap)
 lyn_packages_test=(
   "${lyn_packages_demo[@]}"
-  git ccache libgtest-dev libgmock-dev
+  git ccache libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev clang-format clang-tidy cppcheck
   python3 python3-pytest python3-pytest-xdist python3-pexpect
 )
