@@ -54,7 +54,7 @@ lyn_block_t<T> lyn_zeroed_block() {
     void *block = owner.get();
     asm("" : "+r"(block)); /* or the compiler would make the two calls into one of calloc */
     if (block != nullptr)
-      memset(block, 0, sizeof(T));
+      memset(block, 0, sizeof(T));  // cppcheck-suppress memsetClassFloat ; all bits zero is 0.0
     return owner;
   }
 }

@@ -32,7 +32,7 @@ bool lyn_log_init();
 void lyn_log_deinit();
 
 /** Lets the compiler check arguments against a format; never called. */
-void lyn_log_check(const char *format, ...) __attribute__((format(printf, 1, 2)));
+int lyn_log_check(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 /** What stands behind a literal part of a format. */
 enum class lyn_log_conversion : uint8_t { end, percent, i16, i32, i64, u16, u32, u64, x16, x32, x64, pointer, string };
@@ -159,7 +159,8 @@ void lyn_log_write(const diag_msg_record_t *record, const lyn_log_piece_t *piece
     static constexpr diag_msg_record_t lyn_log_record = {LYN_LOG_SUBSYSTEM, mask, "%s", __FILE_NAME__, __LINE__}; \
     static constexpr auto lyn_log_pieces =                                                                        \
         lyn_log_compile<lyn_log_count(LYN_LOG_FIRST(__VA_ARGS__, ))>(LYN_LOG_FIRST(__VA_ARGS__, ));               \
-    false ? lyn_log_check(__VA_ARGS__) : lyn_log_write(&lyn_log_record, lyn_log_pieces.data(), __VA_ARGS__);      \
+    static_cast<void>(sizeof(lyn_log_check(__VA_ARGS__))),                                                        \
+        lyn_log_write(&lyn_log_record, lyn_log_pieces.data(), __VA_ARGS__);                                       \
   } while (0)
 
 #define LYN_LOG_HIGH(...) LYN_LOG_AT(DIAG_LEVEL_HIGH, __VA_ARGS__)
