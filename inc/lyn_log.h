@@ -40,7 +40,7 @@ enum class lyn_log_conversion : uint8_t { end, percent, i16, i32, i64, u16, u32,
 /** A part of a format: so many literal characters, and a conversion of so many. */
 typedef struct {
   uint8_t literal;
-  uint8_t spec;
+  uint8_t directive;
   lyn_log_conversion conversion;
 } lyn_log_piece_t;
 
@@ -77,7 +77,7 @@ constexpr lyn_log_conversion lyn_log_conversion_of(char letter, int length) {
   }
 }
 
-/** Take a format apart; the part that no conversion is known for ends it with a `spec`, which no format may have. */
+/** Take a format apart. A part whose conversion is not known ends it with a `directive`, which no format may have. */
 template <size_t N>
 constexpr std::array<lyn_log_piece_t, N> lyn_log_parse(const char *format) {
   std::array<lyn_log_piece_t, N> pieces{};
@@ -92,7 +92,7 @@ constexpr std::array<lyn_log_piece_t, N> lyn_log_parse(const char *format) {
     int length = 0;
     for (; *letter == 'h' || *letter == 'l'; letter++)
       length += *letter == 'h' ? -1 : 1;
-    piece.spec = static_cast<uint8_t>(letter - at + 1);
+    piece.directive = static_cast<uint8_t>(letter - at + 1);
     piece.conversion = lyn_log_conversion_of(*letter, length);
     if (piece.conversion == lyn_log_conversion::end)
       break;
@@ -105,8 +105,8 @@ constexpr std::array<lyn_log_piece_t, N> lyn_log_parse(const char *format) {
 template <size_t N>
 constexpr bool lyn_log_is_whole(const std::array<lyn_log_piece_t, N> &pieces, size_t format_len) {
   for (const lyn_log_piece_t &piece : pieces) {
-    const size_t part = size_t{piece.literal} + piece.spec;
-    if (part > format_len || (piece.conversion == lyn_log_conversion::end && piece.spec != 0))
+    const size_t part = size_t{piece.literal} + piece.directive;
+    if (part > format_len || (piece.conversion == lyn_log_conversion::end && piece.directive != 0))
       return false;
     format_len -= part;
   }

@@ -138,7 +138,7 @@ void lyn_log_format(char (&text)[LYN_LOG_TEXT_LEN], const char *format, const ly
       break;
     const bool takes_word = pieces->conversion != lyn_log_conversion::percent;
     lyn_log_convert(&out, pieces->conversion, takes_word ? *words++ : 0);
-    format += size_t{pieces->literal} + pieces->spec;
+    format += size_t{pieces->literal} + pieces->directive;
   }
   *out.at = '\0';
 }
