@@ -113,12 +113,15 @@ constexpr bool lyn_log_is_whole(const std::array<lyn_log_piece_t, N> &pieces, si
   return format_len == 0;
 }
 
+/** Never defined: a call of it is no constant, so that the format that leads there does not compile. */
+void lyn_log_format_is_not_known();
+
 /** Take a literal format apart. A part of more than 255 characters, or an unknown conversion, does not compile. */
 template <size_t N, size_t LEN>
 consteval std::array<lyn_log_piece_t, N> lyn_log_compile(const char (&format)[LEN]) {
   const auto pieces = lyn_log_parse<N>(format);
   if (!lyn_log_is_whole(pieces, LEN - 1))
-    throw "the module's formatter does not know this format";
+    lyn_log_format_is_not_known();
   return pieces;
 }
 
