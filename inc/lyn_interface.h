@@ -83,7 +83,10 @@ typedef struct {
 /** execute_f of an event's command, on the command thread: `data` is its yrp_async_data. */
 void lyn_process_async_event(lyn_cmd *cmd, void *data);
 
-/** free_f of an event's command: frees the posted block with all that it owns, the data and the command. */
+/**
+ * Frees an event whose command and data are blocks of their own: the posted block with all that it owns, the data and
+ * the command. Events that lyn_post_async_event makes live in the pool instead and have a free_f of their own.
+ */
 void lyn_free_async_event(lyn_cmd *cmd, void *data);
 
 /** One signal subscription: its indication and its group of the table. */
