@@ -34,25 +34,13 @@ void lyn_log_deinit();
 /** Lets the compiler check arguments against a format; never called. */
 int lyn_log_check(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
-/** What stands behind a literal part of a format. */
-enum class lyn_log_conversion : uint8_t { end, percent, i16, i32, i64, u16, u32, u64, x16, x32, x64, pointer, string };
+/** Literal characters are copied so many at a time; texts have room for as many behind their end. */
+inline constexpr size_t LYN_LOG_CHUNK = 16;
 
-/** A part of a format: so many literal characters, and a conversion of so many. */
-typedef struct {
-  uint8_t literal;
-  uint8_t directive;
-  lyn_log_conversion conversion;
-} lyn_log_piece_t;
+/** What stands behind a run of literal characters. */
+enum class lyn_log_conversion : uint8_t { end, i16, i32, i64, u16, u32, u64, x16, x32, x64, pointer, string };
 
-/** Parts of a format; the last ends it. */
-consteval size_t lyn_log_count(const char *format) {
-  size_t count = 1;
-  for (; *format != '\0'; format++)
-    count += *format == '%';
-  return count;
-}
-
-/** The conversion of `letter` with so many 'h' (negative) or 'l' before it. What is not in use does not compile. */
+/** The conversion of `letter` with so many 'h' (negative) or 'l' before it. What is not in use ends the format. */
 constexpr lyn_log_conversion lyn_log_conversion_of(char letter, int length) {
   using enum lyn_log_conversion;
   const auto pick = [length](lyn_log_conversion narrow, lyn_log_conversion plain, lyn_log_conversion wide) {
@@ -70,59 +58,50 @@ constexpr lyn_log_conversion lyn_log_conversion_of(char letter, int length) {
       return pick(end, pointer, end);
     case 's':
       return pick(end, string, end);
-    case '%':
-      return pick(end, percent, end);
     default:
       return end;
   }
 }
 
-/** Take a format apart. A part whose conversion is not known ends it with a `directive`, which no format may have. */
-template <size_t N>
-constexpr std::array<lyn_log_piece_t, N> lyn_log_parse(const char *format) {
-  std::array<lyn_log_piece_t, N> pieces{};
-  for (lyn_log_piece_t &piece : pieces) {
-    const char *at = format;
-    while (*at != '\0' && *at != '%')
-      at++;
-    piece.literal = static_cast<uint8_t>(at - format);
-    if (*at == '\0')
+/**
+ * Take a format apart into `program`: the length of a run of literal characters, the run, the conversion behind it, and
+ * so on until a conversion that is the end. It is at most one octet longer than the format with its end. False when a
+ * conversion is not known or a run has more than 255 characters.
+ */
+constexpr bool lyn_log_parse(const char *format, uint8_t *program) {
+  for (uint8_t *run = program;; run = program) {
+    *program++ = 0;
+    for (; *format != '\0' && (*format != '%' || format[1] == '%'); format++) {
+      format += *format == '%';
+      *program++ = static_cast<uint8_t>(*format);
+      if (++*run == 0)
+        return false;
+    }
+    if (*format == '\0')
       break;
-    const char *letter = at + 1;
     int length = 0;
-    for (; *letter == 'h' || *letter == 'l'; letter++)
-      length += *letter == 'h' ? -1 : 1;
-    piece.directive = static_cast<uint8_t>(letter - at + 1);
-    piece.conversion = lyn_log_conversion_of(*letter, length);
-    if (piece.conversion == lyn_log_conversion::end)
-      break;
-    format = letter + 1;
-  }
-  return pieces;
-}
-
-/** Whether the pieces make up the format: no part too long, no conversion unknown. */
-template <size_t N>
-constexpr bool lyn_log_is_whole(const std::array<lyn_log_piece_t, N> &pieces, size_t format_len) {
-  for (const lyn_log_piece_t &piece : pieces) {
-    const size_t part = size_t{piece.literal} + piece.directive;
-    if (part > format_len || (piece.conversion == lyn_log_conversion::end && piece.directive != 0))
+    for (format++; *format == 'h' || *format == 'l'; format++)
+      length += *format == 'h' ? -1 : 1;
+    const lyn_log_conversion conversion = lyn_log_conversion_of(*format, length);
+    if (conversion == lyn_log_conversion::end)
       return false;
-    format_len -= part;
+    *program++ = static_cast<uint8_t>(conversion);
+    format++;
   }
-  return format_len == 0;
+  *program = static_cast<uint8_t>(lyn_log_conversion::end);
+  return true;
 }
 
 /** Never defined: a call of it is no constant, so that the format that leads there does not compile. */
 void lyn_log_format_is_not_known();
 
-/** Take a literal format apart. A part of more than 255 characters, or an unknown conversion, does not compile. */
-template <size_t N, size_t LEN>
-consteval std::array<lyn_log_piece_t, N> lyn_log_compile(const char (&format)[LEN]) {
-  const auto pieces = lyn_log_parse<N>(format);
-  if (!lyn_log_is_whole(pieces, LEN - 1))
+/** The program of a literal format, with room to read a chunk where its last character stands. */
+template <size_t LEN>
+consteval std::array<uint8_t, LEN + 1 + LYN_LOG_CHUNK> lyn_log_compile(const char (&format)[LEN]) {
+  std::array<uint8_t, LEN + 1 + LYN_LOG_CHUNK> program{};
+  if (!lyn_log_parse(format, program.data()))
     lyn_log_format_is_not_known();
-  return pieces;
+  return program;
 }
 
 /** An argument as the formatter takes it: a word whose low bits are the argument's. */
@@ -136,34 +115,36 @@ uint64_t lyn_log_word(Argument argument) {
     return static_cast<uint64_t>(argument);
 }
 
-/** The text of a message, as vsnprintf writes it into as much room. `words` may be null where nothing is converted. */
-void lyn_log_format(char (&text)[LYN_LOG_TEXT_LEN], const char *format, const lyn_log_piece_t *pieces,
-                    const uint64_t *words);
+/** Room for the text of a message. */
+typedef char lyn_log_text_t[LYN_LOG_TEXT_LEN + LYN_LOG_CHUNK];
+
+/** The text of a message, cut to LYN_LOG_TEXT_LEN as vsnprintf does. `words` may be null where nothing is converted. */
+void lyn_log_format(lyn_log_text_t &text, const uint8_t *program, const uint64_t *words);
 
 /** Format and emit one record; use the macros below. */
-void lyn_log_emit(const diag_msg_record_t *record, const char *format, const lyn_log_piece_t *pieces,
-                  const uint64_t *words);
+void lyn_log_emit(const diag_msg_record_t *record, const uint8_t *program, const uint64_t *words);
 
+/** Inlined, so that the format, which the program stands for, is not kept. */
 template <class... Arguments>
-void lyn_log_write(const diag_msg_record_t *record, const lyn_log_piece_t *pieces, const char *format,
-                   Arguments... arguments) {
+[[gnu::always_inline]] inline void lyn_log_write(const diag_msg_record_t *record, const uint8_t *program, const char *,
+                                                 Arguments... arguments) {
   if constexpr (sizeof...(arguments) == 0) {
-    lyn_log_emit(record, format, pieces, nullptr);
+    lyn_log_emit(record, program, nullptr);
   } else {
     const uint64_t words[] = {lyn_log_word(arguments)...};
-    lyn_log_emit(record, format, pieces, words);
+    lyn_log_emit(record, program, words);
   }
 }
 
 #define LYN_LOG_FIRST(first, ...) first
 
+/* alignas(1): without it a program takes up to 31 octets more, as the compiler aligns arrays of that size. */
 #define LYN_LOG_AT(mask, ...)                                                                                     \
   do {                                                                                                            \
     static constexpr diag_msg_record_t lyn_log_record = {LYN_LOG_SUBSYSTEM, mask, "%s", __FILE_NAME__, __LINE__}; \
-    static constexpr auto lyn_log_pieces =                                                                        \
-        lyn_log_compile<lyn_log_count(LYN_LOG_FIRST(__VA_ARGS__, ))>(LYN_LOG_FIRST(__VA_ARGS__, ));               \
+    alignas(1) static constexpr auto lyn_log_program = lyn_log_compile(LYN_LOG_FIRST(__VA_ARGS__, ));             \
     static_cast<void>(sizeof(lyn_log_check(__VA_ARGS__))),                                                        \
-        lyn_log_write(&lyn_log_record, lyn_log_pieces.data(), __VA_ARGS__);                                       \
+        lyn_log_write(&lyn_log_record, lyn_log_program.data(), __VA_ARGS__);                                      \
   } while (0)
 
 #define LYN_LOG_HIGH(...) LYN_LOG_AT(DIAG_LEVEL_HIGH, __VA_ARGS__)

@@ -2,6 +2,8 @@
  * The text of a log message. It is formatted for every step of every request, and for every event behind a backlog,
  * whether the board keeps it or not. So its format is taken apart by the compiler, and the conversions that the
  * module's texts have are written here, as vsnprintf writes them.
+ *
+ * Each function writes at `at`, cuts what goes beyond `end`, and returns where it has stopped.
  */
 #include <string.h>
 
@@ -9,40 +11,27 @@
 
 #include "lyn_log.h"
 
-/** Where the text is written; what goes beyond `end` is cut. */
-typedef struct {
-  char *at;
-  char *end; /**< of the room without the terminator */
-} lyn_log_out_t;
-
-static size_t lyn_log_room(const lyn_log_out_t *out) {
-  return static_cast<size_t>(out->end - out->at);
+static char *lyn_log_put(char *at, const char *end, const char *text, size_t length) {
+  const size_t fits = std::min(length, static_cast<size_t>(end - at));
+  memcpy(at, text, fits);
+  return at + fits;
 }
 
-/** Copy a text of less than sixteen characters, which is not worth a call. */
-static void lyn_log_copy_short(char *to, const char *from, size_t length) {
-  if ((length & 8) != 0)
-    memcpy(to, from, 8);
-  if ((length & 4) != 0)
-    memcpy(to + (length & 8), from + (length & 8), 4);
-  if ((length & 2) != 0)
-    memcpy(to + (length & 12), from + (length & 12), 2);
-  if ((length & 1) != 0)
-    to[length - 1] = from[length - 1];
-}
-
-static void lyn_log_put(lyn_log_out_t *out, const char *text, size_t length) {
-  const size_t fits = std::min(length, lyn_log_room(out));
-  if (fits < 16)
-    lyn_log_copy_short(out->at, text, fits);
-  else
-    memcpy(out->at, text, fits);
-  out->at += fits;
+/** Put literal characters of a program: whole chunks are read and written, of which what is too much is written over.
+ */
+static inline char *lyn_log_put_run(char *at, const char *end, const uint8_t *run, size_t length) {
+  const size_t fits = std::min(length, static_cast<size_t>(end - at));
+  size_t done = 0;
+  do {
+    memcpy(at + done, run + done, LYN_LOG_CHUNK);
+    done += LYN_LOG_CHUNK;
+  } while (done < fits);
+  return at + fits;
 }
 
 /** Digits of a number. */
 template <unsigned base>
-static size_t lyn_log_digits(unsigned long long value) {
+static size_t lyn_log_digits(uint64_t value) {
   constexpr unsigned second = base * base, third = second * base, fourth = third * base;
   size_t count = 1;
   for (; value >= fourth; value /= fourth)
@@ -59,86 +48,101 @@ static void lyn_log_write_digits(char *end, Number value) {
   } while (value != 0);
 }
 
+static inline char *lyn_log_put_char(char *at, const char *end, char c) {
+  if (at == end)
+    return at;
+  *at = c;
+  return at + 1;
+}
+
+/** A number that does not fit: its first digits. */
 template <unsigned base>
-static void lyn_log_put_number(lyn_log_out_t *out, unsigned long long value) {
-  char cut[24];
+static char *lyn_log_cut_number(char *at, const char *end, uint64_t value, size_t count) {
+  char digits[24] = {};
+  lyn_log_write_digits<base>(digits + count, value);
+  return lyn_log_put(at, end, digits, count);
+}
+
+template <unsigned base>
+static char *lyn_log_put_number(char *at, const char *end, uint64_t value) {
   const size_t count = lyn_log_digits<base>(value);
-  const bool fits = count <= lyn_log_room(out);
-  char *to = fits ? out->at : cut;
+  if (count > static_cast<size_t>(end - at))
+    return lyn_log_cut_number<base>(at, end, value, count);
   if (value <= UINT32_MAX)  // narrow divisions are the cheaper ones
-    lyn_log_write_digits<base>(to + count, static_cast<uint32_t>(value));
+    lyn_log_write_digits<base>(at + count, static_cast<uint32_t>(value));
   else
-    lyn_log_write_digits<base>(to + count, value);
-  if (fits)
-    out->at += count;
-  else
-    lyn_log_put(out, cut, count);
+    lyn_log_write_digits<base>(at + count, value);
+  return at + count;
 }
 
-static void lyn_log_put_signed(lyn_log_out_t *out, long long value) {
-  const auto bits = static_cast<unsigned long long>(value);
-  if (value < 0)
-    lyn_log_put(out, "-", 1);
-  lyn_log_put_number<10>(out, value < 0 ? 0 - bits : bits);
+/** A decimal number; flags, counts and most codes have one digit. */
+static inline char *lyn_log_put_decimal(char *at, const char *end, uint64_t value) {
+  return value < 10 ? lyn_log_put_char(at, end, static_cast<char>('0' + value))
+                    : lyn_log_put_number<10>(at, end, value);
 }
 
-static void lyn_log_put_pointer(lyn_log_out_t *out, const void *pointer) {
-  if (pointer == nullptr) {
-    lyn_log_put(out, "(nil)", 5);
-    return;
-  }
-  lyn_log_put(out, "0x", 2);
-  lyn_log_put_number<16>(out, reinterpret_cast<uintptr_t>(pointer));
+static inline char *lyn_log_put_signed(char *at, const char *end, int64_t value) {
+  if (value >= 0)
+    return lyn_log_put_decimal(at, end, static_cast<uint64_t>(value));
+  at = lyn_log_put_char(at, end, '-');
+  return lyn_log_put_number<10>(at, end, 0 - static_cast<uint64_t>(value));
 }
 
-static void lyn_log_put_string(lyn_log_out_t *out, const char *text) {
+static char *lyn_log_put_pointer(char *at, const char *end, uint64_t address) {
+  if (address == 0)
+    return lyn_log_put(at, end, "(nil)", 5);
+  at = lyn_log_put(at, end, "0x", 2);
+  return lyn_log_put_number<16>(at, end, address);
+}
+
+static char *lyn_log_put_string(char *at, const char *end, const char *text) {
   if (text == nullptr)
     text = "(null)";
-  lyn_log_put(out, text, strnlen(text, static_cast<size_t>(out->end - out->at)));
+  return lyn_log_put(at, end, text, strnlen(text, static_cast<size_t>(end - at)));
 }
 
-/** Write a word as its conversion asks for; what the conversion is narrower by is cut off, as va_arg does. */
-static void lyn_log_convert(lyn_log_out_t *out, lyn_log_conversion conversion, uint64_t word) {
+/** Put a word as its conversion asks for; what the conversion is narrower by is cut off, as va_arg does. */
+static inline char *lyn_log_convert(char *at, const char *end, lyn_log_conversion conversion, uint64_t word) {
   switch (conversion) {
     case lyn_log_conversion::i16:
-      return lyn_log_put_signed(out, static_cast<int16_t>(word));
+      return lyn_log_put_signed(at, end, static_cast<int16_t>(word));
     case lyn_log_conversion::i32:
-      return lyn_log_put_signed(out, static_cast<int32_t>(word));
+      return lyn_log_put_signed(at, end, static_cast<int32_t>(word));
     case lyn_log_conversion::i64:
-      return lyn_log_put_signed(out, static_cast<int64_t>(word));
+      return lyn_log_put_signed(at, end, static_cast<int64_t>(word));
     case lyn_log_conversion::u16:
-      return lyn_log_put_number<10>(out, static_cast<uint16_t>(word));
+      return lyn_log_put_decimal(at, end, static_cast<uint16_t>(word));
     case lyn_log_conversion::u32:
-      return lyn_log_put_number<10>(out, static_cast<uint32_t>(word));
+      return lyn_log_put_decimal(at, end, static_cast<uint32_t>(word));
     case lyn_log_conversion::u64:
-      return lyn_log_put_number<10>(out, word);
+      return lyn_log_put_decimal(at, end, word);
     case lyn_log_conversion::x16:
-      return lyn_log_put_number<16>(out, static_cast<uint16_t>(word));
+      return lyn_log_put_number<16>(at, end, static_cast<uint16_t>(word));
     case lyn_log_conversion::x32:
-      return lyn_log_put_number<16>(out, static_cast<uint32_t>(word));
+      return lyn_log_put_number<16>(at, end, static_cast<uint32_t>(word));
     case lyn_log_conversion::x64:
-      return lyn_log_put_number<16>(out, word);
+      return lyn_log_put_number<16>(at, end, word);
     case lyn_log_conversion::pointer:
-      return lyn_log_put_pointer(out, reinterpret_cast<const void *>(word));
+      return lyn_log_put_pointer(at, end, word);
     case lyn_log_conversion::string:
-      return lyn_log_put_string(out, reinterpret_cast<const char *>(word));
-    case lyn_log_conversion::percent:
-      return lyn_log_put(out, "%", 1);
+      return lyn_log_put_string(at, end, reinterpret_cast<const char *>(word));
     case lyn_log_conversion::end:
-      return;
+      break;
   }
+  return at;
 }
 
-void lyn_log_format(char (&text)[LYN_LOG_TEXT_LEN], const char *format, const lyn_log_piece_t *pieces,
-                    const uint64_t *words) {
-  lyn_log_out_t out = {.at = text, .end = text + sizeof text - 1};
-  for (;; pieces++) {
-    lyn_log_put(&out, format, pieces->literal);
-    if (pieces->conversion == lyn_log_conversion::end)
+void lyn_log_format(lyn_log_text_t &text, const uint8_t *program, const uint64_t *words) {
+  char *at = text;
+  const char *const end = text + LYN_LOG_TEXT_LEN - 1;
+  for (;;) {
+    const size_t length = *program++;
+    at = lyn_log_put_run(at, end, program, length);
+    program += length;
+    const auto conversion = static_cast<lyn_log_conversion>(*program++);
+    if (conversion == lyn_log_conversion::end)
       break;
-    const bool takes_word = pieces->conversion != lyn_log_conversion::percent;
-    lyn_log_convert(&out, pieces->conversion, takes_word ? *words++ : 0);
-    format += size_t{pieces->literal} + pieces->directive;
+    at = lyn_log_convert(at, end, conversion, *words++);
   }
-  *out.at = '\0';
+  *at = '\0';
 }

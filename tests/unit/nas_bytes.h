@@ -35,10 +35,9 @@ bool lyn_log_init() {
   return true;
 }
 void lyn_log_deinit() {}
-void lyn_log_emit(const diag_msg_record_t *record, const char *format, const lyn_log_piece_t *pieces,
-                  const uint64_t *words) {
-  char text[LYN_LOG_TEXT_LEN];
-  lyn_log_format(text, format, pieces, words);
+void lyn_log_emit(const diag_msg_record_t *record, const uint8_t *program, const uint64_t *words) {
+  lyn_log_text_t text;
+  lyn_log_format(text, program, words);
   if (record->level == DIAG_LEVEL_ERROR)
     nas_bytes_failure = text;
 }
