@@ -10,6 +10,8 @@
  * latency:    one event at a time meets a consumer that sleeps; from before the post to the callback.
  * backlog:    cost of an event, posted and delivered, where the callback is held until so many are queued.
  * instructions: only posts --events events, in bursts; for callgrind, which tools/bench runs.
+ *
+ * --only=throughput.lyn runs the module alone, for a profiler; with --events=N only with N producers.
  */
 #include <semaphore.h>
 
@@ -277,6 +279,20 @@ void run_inline(const bench_options &options) {
   bench_report(options, "pipeline.throughput.inline.1p", ours, limit, "events/s");
 }
 
+/** The module alone. */
+void run_alone(const bench_options &options) {
+  for (const uint32_t producers : {1U, 2U, 4U}) {
+    if (options.events != 0 && options.events != producers)
+      continue;
+    std::vector<double> rates;
+    for (size_t round = 0; round < options.rounds; round++) {
+      contestant_lyn lyn;
+      rates.push_back(throughput(lyn, producers, 400000));
+    }
+    fprintf(stderr, "%u producers: %.4g events/s\n", producers, bench_median(rates));
+  }
+}
+
 template <typename Queue>
 void run_bursts(uint32_t events) {
   constexpr uint32_t burst = 64;
@@ -310,6 +326,8 @@ int main(int argc, char **argv) {
     run_bursts<contestant_lyn>(static_cast<uint32_t>(options.events));
   if (options.only != nullptr && strcmp(options.only, "instructions.deque") == 0)
     run_bursts<peer_deque>(static_cast<uint32_t>(options.events));
+  if (options.only != nullptr && strcmp(options.only, "throughput.lyn") == 0)
+    run_alone(options);
   if (bench_wants(options, "throughput"))
     run_throughput(options);
   if (bench_wants(options, "inline"))

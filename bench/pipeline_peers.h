@@ -29,10 +29,16 @@
 #include <concurrentqueue/blockingconcurrentqueue.h>
 #endif
 
+/** An event as a peer carries it. */
+struct pipeline_event {
+  uint32_t msg_id;
+  void *msg_data;
+};
+
 /** The consumer's work, the module's own: module lock, record, callback; then the block is freed. */
-inline void pipeline_consume(const yrp_async_data &event) {
+inline void pipeline_consume(const pipeline_event &event) {
   static lyn_cmd command = {};
-  yrp_async_data data = event;
+  yrp_async_data data = {.msg_id = event.msg_id, .place = 0, .msg_data = event.msg_data};
   lyn_process_async_event(&command, &data);
   free(event.msg_data);
 }
@@ -42,7 +48,7 @@ struct peer_deque {
   static constexpr char name[] = "deque";
   std::mutex mutex;
   std::condition_variable filled;
-  std::deque<yrp_async_data> events;
+  std::deque<pipeline_event> events;
   std::thread thread{[this] { run(); }};
 
   void post(uint32_t id, void *data) {
@@ -55,15 +61,15 @@ struct peer_deque {
     if (was_empty)
       filled.notify_one();
   }
-  yrp_async_data take() {
+  pipeline_event take() {
     std::unique_lock guard(mutex);
     filled.wait(guard, [this] { return !events.empty(); });
-    const yrp_async_data event = events.front();
+    const pipeline_event event = events.front();
     events.pop_front();
     return event;
   }
   void run() {
-    for (yrp_async_data event = take(); event.msg_data != nullptr; event = take())
+    for (pipeline_event event = take(); event.msg_data != nullptr; event = take())
       pipeline_consume(event);
   }
   void stop() {
@@ -80,13 +86,13 @@ struct peer_gasync {
   std::thread thread{[this] { run(); }};
 
   void post(uint32_t id, void *data) {
-    auto *event = static_cast<yrp_async_data *>(malloc(sizeof(yrp_async_data)));
+    auto *event = static_cast<pipeline_event *>(malloc(sizeof(pipeline_event)));
     *event = {id, data};
     g_async_queue_push(queue, event);
   }
   void run() {
     for (bool goes_on = true; goes_on;) {
-      auto *event = static_cast<yrp_async_data *>(g_async_queue_pop(queue));
+      auto *event = static_cast<pipeline_event *>(g_async_queue_pop(queue));
       goes_on = event->msg_data != nullptr;
       if (goes_on)
         pipeline_consume(*event);
@@ -110,7 +116,7 @@ struct peer_asio {
   std::thread thread{[this] { context.run(); }};
 
   void post(uint32_t id, void *data) {
-    boost::asio::post(context, [event = yrp_async_data{id, data}] { pipeline_consume(event); });
+    boost::asio::post(context, [event = pipeline_event{id, data}] { pipeline_consume(event); });
   }
   void stop() {
     boost::asio::post(context, [this] { work.reset(); });
@@ -126,7 +132,7 @@ struct peer_uv {
   uv_loop_t loop;
   uv_async_t wake;
   std::mutex mutex;
-  std::deque<yrp_async_data> events;
+  std::deque<pipeline_event> events;
   std::thread thread;
 
   peer_uv() {
@@ -143,12 +149,12 @@ struct peer_uv {
     uv_async_send(&wake);
   }
   void drain() {
-    std::deque<yrp_async_data> batch;
+    std::deque<pipeline_event> batch;
     {
       const std::lock_guard guard(mutex);
       batch.swap(events);
     }
-    for (const yrp_async_data &event : batch) {
+    for (const pipeline_event &event : batch) {
       if (event.msg_data != nullptr)
         pipeline_consume(event);
       else
@@ -166,12 +172,12 @@ struct peer_uv {
 #if BENCH_HAS_MOODY
 struct peer_moody {
   static constexpr char name[] = "moody";
-  moodycamel::BlockingConcurrentQueue<yrp_async_data> queue;
+  moodycamel::BlockingConcurrentQueue<pipeline_event> queue;
   std::thread thread{[this] { run(); }};
 
   void post(uint32_t id, void *data) { queue.enqueue({id, data}); }
   void run() {
-    yrp_async_data event;
+    pipeline_event event;
     for (queue.wait_dequeue(event); event.msg_data != nullptr; queue.wait_dequeue(event))
       pipeline_consume(event);
   }

@@ -27,14 +27,39 @@ struct lyn_cmd {
 static_assert(sizeof(lyn_cmd) == 3 * sizeof(void *));
 
 /**
- * A queue. `mutex` guards the list and changes of `count`; what is not a pointer of the list is accessed as an atomic.
+ * A command that is run once for each of its items: for a producer of many commands, for whom to allocate a command,
+ * its data and a list node each time would cost more than the work itself.
  *
- * The thread takes the whole list off at once and keeps it in `batch`. What it has not begun is queued all the same: it
- * counts, and is met by a flush. The commands begun since the batch was taken, but for its first, are in `begun` and
- * still in `count`.
+ * Items are put in and taken off in turn; execute_f and free_f get the item as their data. The producer owns all of it
+ * and uses it again when free_f has been called for every item that it has room for.
  */
 typedef struct {
-  lyn_dll_node *head;
+  lyn_cmd cmd;        /**< first, so that one is the other */
+  lyn_dll_node *node; /**< null: there was no memory for it */
+  void *items;
+  uint32_t item_size; /**< octets */
+  uint32_t ahead;     /**< offset in an item of a pointer to what running it reads: fetched while those before it run */
+  uint32_t filled;    /**< items put in; under the mutex */
+  uint32_t taken;     /**< items taken off; under the mutex */
+} lyn_cmd_batch_t;
+
+/** What the thread has taken off at once: items of one batch, which others may still take off before it begins them. */
+typedef struct {
+  lyn_cmd_batch_t *batch;
+  uint32_t next;      /**< atomic */
+  uint32_t end;       /**< written under the mutex */
+  uint32_t uncounted; /**< items begun that are still in `count`; of the thread */
+  bool counts_late;   /**< of the thread */
+} lyn_cmdq_run_t;
+
+/**
+ * A queue. The mutex guards the list; `count`, `running` and `stop` are accessed as atomics.
+ *
+ * `count` is exact, but for a queue that is far beyond its maximum: there the thread subtracts what it has taken of a
+ * batch when it comes for more, since producers would wait for it each time.
+ */
+typedef struct {
+  lyn_dll_node *head; /**< data are commands or, marked as such, batches */
   lyn_dll_node *tail;
   int32_t count;
   int32_t max; /**< a warning threshold, not a limit */
@@ -42,30 +67,36 @@ typedef struct {
   pthread_cond_t cond;
   pthread_mutex_t mutex;
   bool running;
-  bool stop;           /**< set once, by lyn_cmdthrd_deinit: a stop is seen even before the thread has set `running` */
-  lyn_dll_node *batch; /**< linked by `next` */
-  int32_t begun;       /**< of the thread; set back under `mutex` */
+  int32_t waking;        /**< atomic: producers that have queued a command and are about to signal `cond` */
+  pthread_mutex_t *lock; /**< null: `mutex`; else the mutex of the queue's owner, used in its place */
+  char apart[64];        /**< the thread writes what follows, the producers what precedes: never the same cache line */
+  lyn_cmdq_run_t run;
+  bool stop; /**< set once, by lyn_cmdthrd_deinit: a stop is seen even before the thread has set `running` */
 } lyn_cmdq_t;
 
 /** Zero the queue and start its thread. 0; -1 when the sentinel, the mutex or the condition cannot be made. */
 int32_t lyn_cmdq_init(lyn_cmdq_t *cmdq, int32_t max);
 
+/** The same for a queue that is guarded by its owner's mutex, which outlives it. */
+int32_t lyn_cmdq_init_under(lyn_cmdq_t *cmdq, int32_t max, pthread_mutex_t *lock);
+
 /** Append a command. 0; -1 on null arguments, a null execute_f, or a failed lock, insert, signal or unlock. */
 int32_t lyn_cmdq_enq(lyn_cmdq_t *cmdq, lyn_cmd *cmd);
 
-/**
- * As lyn_cmdq_enq; `queued` tells whether the command is in the queue, and so no longer the producer's: a failed signal
- * or unlock gives -1 with the command queued.
- */
-int32_t lyn_cmdq_enq_tell(lyn_cmdq_t *cmdq, lyn_cmd *cmd, bool *queued);
+/** The warning that `count` commands are queued, if that is more than `max`. */
+void lyn_cmdq_warn(int32_t count, int32_t max);
 
 /**
- * As lyn_cmdq_enq_tell, in a list node of the producer's, which is the queue's while it holds the command and is never
- * freed by it: the producer takes it back with free_f. A null node counts as one that could not be allocated.
+ * Queue the next item of a batch; if items of it are queued, they are the last commands of the queue. Call with the
+ * mutex held, then lyn_cmdq_leave. `before` is how many commands were queued. False, and logged, when the batch has no
+ * node.
  */
-int32_t lyn_cmdq_enq_lent(lyn_cmdq_t *cmdq, lyn_cmd *cmd, lyn_dll_node *node, bool *queued);
+bool lyn_cmdq_put(lyn_cmdq_t *cmdq, lyn_cmd_batch_t *batch, int32_t *before);
 
-/** Take off the first command, or null. Call with `mutex` held. */
+/** Release the mutex behind a command that was queued, and wake the thread if there were none before. 0, or -1. */
+int32_t lyn_cmdq_leave(lyn_cmdq_t *cmdq, int32_t before);
+
+/** Take off the first command, or null; one of a batch has its item as data. Call with the mutex held. */
 lyn_cmd *lyn_cmdq_deq(lyn_cmdq_t *cmdq);
 
 /** Discard every queued command with its free_f. 0, or -1. */

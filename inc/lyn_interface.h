@@ -2,9 +2,9 @@
  * What the files of the Device Manager API share: the module's state, its lock, the gate, and the checks that every
  * operation begins with. Only lyn_interface*.cpp include it.
  *
- * Lock order: module lock, gate, queue mutex. The module lock is held for the whole of each operation and by the
- * command thread around each event. The gate is a leaf that makes "initialised? then enqueue" atomic against the flag's
- * being cleared, so that posting never needs the module lock.
+ * Lock order: module lock, gate. The module lock is held for the whole of each operation and by the command thread
+ * around each event. The gate is a leaf that makes "initialised? then enqueue" atomic against the flag's being cleared,
+ * so that posting never needs the module lock; it is the command queue's mutex, too.
  */
 #ifndef LYN_INTERFACE_H
 #define LYN_INTERFACE_H
@@ -31,7 +31,6 @@ typedef struct {
 /** Module state: zero while the module is down. Guarded by the module lock but for what is said otherwise. */
 typedef struct {
   ox_lyn_hndl_t hndl;
-  lyn_cmdq_t cmdq;     /**< set up and torn down under the module lock, entered under the gate */
   uint8_t initialised; /**< atomic; written under module lock and gate */
   uint32_t user_data;
   ox_lyn_user_cb_fn user_cb_fn;
@@ -39,6 +38,7 @@ typedef struct {
   lyn_scan_group_t lte_scan, nr5g_scan;
   ox_lyn_mtpe_req_t mtpe_req; /**< of the test that runs */
   uint8_t mtpe_ongoing, single_shot_ongoing, batching_ongoing;
+  lyn_cmdq_t cmdq; /**< set up and torn down under the module lock, entered under the gate */
 } lyn_state_t;
 
 extern lyn_state_t lyn_state;
@@ -77,16 +77,14 @@ int32_t lyn_not_initialised();
 /** The data of an event's command. */
 typedef struct {
   uint32_t msg_id; /**< lyn_event_e */
+  uint32_t place;  /**< in its batch, from 1; 0: command and data are blocks of their own */
   void *msg_data;  /**< the command's own from the moment of posting */
 } yrp_async_data;
 
 /** execute_f of an event's command, on the command thread: `data` is its yrp_async_data. */
 void lyn_process_async_event(lyn_cmd *cmd, void *data);
 
-/**
- * Frees an event whose command and data are blocks of their own: the posted block with all that it owns, the data and
- * the command. Events that lyn_post_async_event makes live in the pool instead and have a free_f of their own.
- */
+/** free_f of an event's command: releases the posted block with all that it owns, the data and the command. */
 void lyn_free_async_event(lyn_cmd *cmd, void *data);
 
 /** One signal subscription: its indication and its group of the table. */

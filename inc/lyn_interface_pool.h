@@ -1,12 +1,12 @@
 /*
- * Where posted events live: command, record and list node of each event, made a batch at a time.
+ * Where posted events live: in batches of the command queue, so that posting one costs no malloc and no free.
  *
  * Events leave the queue in the order in which they enter it, so their places are handed out one after the other from a
- * batch and the batch is used again as soon as the last of them is given back. Posting an event so costs no malloc and
- * no free, whatever the backlog, and a batch that is not needed any more goes back to the heap: one is kept.
+ * batch, and the batch is used again as soon as the last of them is given back. What is not needed any more goes back
+ * to the heap: one batch is kept.
  *
- * A batch is three allocations, its commands, its records and its nodes, because a post tells them apart when memory
- * runs out. A batch of which nothing is in use is not kept by a post that fails.
+ * A batch is three allocations, its command, its records and its list node, because a post tells them apart when memory
+ * runs out.
  */
 #ifndef LYN_INTERFACE_POOL_H
 #define LYN_INTERFACE_POOL_H
@@ -16,23 +16,16 @@
 /** Places in a batch. */
 inline constexpr uint32_t LYN_POOL_BATCH = 32;
 
-typedef struct lyn_pool_batch_t lyn_pool_batch_t;
-
-/** What one event is made of. */
-typedef struct {
-  lyn_cmd *cmd;
-  yrp_async_data *event;
-  lyn_pool_batch_t *batch; /**< the pool's own */
-} lyn_pool_place_t;
-
 /**
- * Take a place. Call with the gate held. OX_LYN_SUCCESS; OX_LYN_ERR_NO_MEMORY when there is no memory for commands,
- * OX_LYN_ERR_FAILURE when there is none for their records, both logged.
+ * The place of the next event: a record to be written, whose `place` is set, and the batch that it is the next item of.
+ * It is the same again until lyn_pool_take. Call with the gate held. OX_LYN_SUCCESS; OX_LYN_ERR_NO_MEMORY when there is
+ * no memory for the command, OX_LYN_ERR_FAILURE when there is none for the records, both logged; without memory for the
+ * node the batch has none.
  */
-int32_t lyn_pool_take(lyn_pool_place_t *place);
+int32_t lyn_pool_next(lyn_cmd_batch_t **batch, yrp_async_data **event);
 
-/** The node of a place that was taken; null when there is no memory for nodes. Call with the gate held. */
-lyn_dll_node *lyn_pool_node(const lyn_pool_place_t *place);
+/** The place was queued. Call with the gate held. */
+void lyn_pool_take();
 
 /** Give a place back. Any thread, with or without the gate. */
 void lyn_pool_give(yrp_async_data *event);

@@ -2,10 +2,12 @@
  * Command queue and command thread: see lyn_cmdq.h for who owns a command when.
  *
  * The thread waits on `cond` for the empty queue to fill and is signalled for that transition only; it drains the queue
- * before it waits again. It takes the list off as a batch, so that it needs the mutex once a batch, and claims each
- * command of the batch without it. A stop is the field `stop`, which the thread never clears: it is set and signalled
- * under `mutex`, and the thread looks at it under `mutex` before it waits, so no interleaving loses it. `running` is
- * what the thread shows of itself; clearing it alone asks for an end, too.
+ * before it waits again. A stop is the field `stop`, which the thread never clears: it is set and signalled under the
+ * mutex, and the thread looks at it under the mutex before it waits, so no interleaving loses it. `running` is what the
+ * thread shows of itself; clearing it alone asks for an end, too.
+ *
+ * Of a batch the thread takes all items that are there as its run, so that it needs the mutex once for them, and claims
+ * each before it begins it. So does a flush with those that the thread has not begun.
  *
  * The mutex and the condition variable are not destroyed by lyn_cmdq_deinit, and the sentinel is not freed but kept for
  * the next lyn_cmdq_init.
@@ -31,25 +33,26 @@ static void *const LYN_CMDTHRD_FAILED = reinterpret_cast<void *>(intptr_t{-1});
 /* State words and pthread calls                                                                                      */
 /* ------------------------------------------------------------------------------------------------------------------ */
 
-/** Under `mutex`: only the warning of lyn_cmdq_enq reads the count without it. */
-static void lyn_cmdq_count_add(lyn_cmdq_t *cmdq, int32_t change) {
-  std::atomic_ref count(cmdq->count);
-  count.store(count.load(std::memory_order_relaxed) + change, std::memory_order_relaxed);
+static int32_t lyn_cmdq_count(lyn_cmdq_t *cmdq) {
+  return std::atomic_ref(cmdq->count).load(std::memory_order_relaxed);
 }
 
-/** Commands queued. Without `mutex` it may be too low while the thread takes a batch: `begun` is read first for that.
- */
-static int32_t lyn_cmdq_pending(lyn_cmdq_t *cmdq) {
-  const int32_t begun = std::atomic_ref(cmdq->begun).load(std::memory_order_acquire);
-  return std::atomic_ref(cmdq->count).load(std::memory_order_relaxed) - begun;
+/** Returns the count before. */
+static int32_t lyn_cmdq_count_add(lyn_cmdq_t *cmdq, int32_t change) {
+  return std::atomic_ref(cmdq->count).fetch_add(change, std::memory_order_relaxed);
 }
 
 static bool lyn_cmdthrd_is_stopped(lyn_cmdq_t *cmdq) {
   return std::atomic_ref(cmdq->stop).load() || !std::atomic_ref(cmdq->running).load();
 }
 
+/** What guards the queue; a queue that was made by hand has only its own. */
+static pthread_mutex_t *lyn_cmdq_mutex(lyn_cmdq_t *cmdq) {
+  return cmdq->lock != nullptr ? cmdq->lock : &cmdq->mutex;
+}
+
 static bool lyn_cmdq_lock(lyn_cmdq_t *cmdq) {
-  bool locked = pthread_mutex_lock(&cmdq->mutex) == 0;
+  bool locked = pthread_mutex_lock(lyn_cmdq_mutex(cmdq)) == 0;
   if (!locked) {
     LYN_LOG_ERROR("pthread_mutex_lock failed:");
   }
@@ -57,7 +60,7 @@ static bool lyn_cmdq_lock(lyn_cmdq_t *cmdq) {
 }
 
 static bool lyn_cmdq_unlock(lyn_cmdq_t *cmdq) {
-  bool unlocked = pthread_mutex_unlock(&cmdq->mutex) == 0;
+  bool unlocked = pthread_mutex_unlock(lyn_cmdq_mutex(cmdq)) == 0;
   if (!unlocked) {
     LYN_LOG_ERROR("pthread_mutex_unlock failed:");
   }
@@ -65,85 +68,69 @@ static bool lyn_cmdq_unlock(lyn_cmdq_t *cmdq) {
 }
 
 /* ------------------------------------------------------------------------------------------------------------------ */
-/* List elements                                                                                                      */
+/* Batches                                                                                                            */
 /* ------------------------------------------------------------------------------------------------------------------ */
 
-/** The lowest bit of an element's data, which no command's address has: the node is the producer's. */
-static constexpr uintptr_t LYN_CMDQ_LENT = 1;
+/** The lowest bit of an element's data, which no command's address has: it is a batch. */
+static constexpr uintptr_t LYN_CMDQ_BATCH = 1;
 
-static void *lyn_cmdq_lend(lyn_cmd *cmd) {
-  return reinterpret_cast<char *>(cmd) + LYN_CMDQ_LENT;
+static void *lyn_cmdq_mark(lyn_cmd_batch_t *batch) {
+  return reinterpret_cast<char *>(batch) + LYN_CMDQ_BATCH;
 }
 
-static bool lyn_cmdq_is_lent(const void *data) {
-  return (reinterpret_cast<uintptr_t>(data) & LYN_CMDQ_LENT) != 0;
+/** The batch of an element's data; null where it is a command. */
+static lyn_cmd_batch_t *lyn_cmdq_batch(void *data) {
+  const bool is_batch = (reinterpret_cast<uintptr_t>(data) & LYN_CMDQ_BATCH) != 0;
+  return is_batch ? reinterpret_cast<lyn_cmd_batch_t *>(static_cast<char *>(data) - LYN_CMDQ_BATCH) : nullptr;
 }
 
-static lyn_cmd *lyn_cmdq_cmd(void *data) {
-  return reinterpret_cast<lyn_cmd *>(static_cast<char *>(data) - (lyn_cmdq_is_lent(data) ? LYN_CMDQ_LENT : 0));
+static char *lyn_cmdq_item(const lyn_cmd_batch_t *batch, uint32_t index) {
+  return static_cast<char *>(batch->items) + static_cast<size_t>(index) * batch->item_size;
+}
+
+/** Begin the next item of the run. The thread does so without the mutex, everybody else with it. False: none is left.
+ */
+static bool lyn_cmdq_claim(lyn_cmdq_run_t *run, uint32_t *index) {
+  if (run->batch == nullptr) {
+    return false;
+  }
+  *index = std::atomic_ref(run->next).fetch_add(1, std::memory_order_relaxed);
+  return *index < run->end;
 }
 
 /* ------------------------------------------------------------------------------------------------------------------ */
 /* Taking commands off                                                                                                */
 /* ------------------------------------------------------------------------------------------------------------------ */
 
-static void lyn_cmd_free(lyn_cmd *cmd) {
+static void lyn_cmd_free(lyn_cmd *cmd, void *data) {
   if (cmd->free_f != nullptr) {
-    cmd->free_f(cmd, cmd->data);
+    cmd->free_f(cmd, data);
   }
 }
 
 static void lyn_cmdq_discard_all(lyn_cmdq_t *cmdq) {
   while (lyn_cmd *cmd = lyn_cmdq_deq(cmdq)) {
-    lyn_cmd_free(cmd);
+    lyn_cmd_free(cmd, cmd->data);
   }
 }
 
-/** Take an element's command out of its node, which is not used any more. */
-static lyn_cmd *lyn_cmdq_unwrap(lyn_dll_node *node, void *data) {
-  if (!lyn_cmdq_is_lent(data)) {
-    free(node);
-  }
-  return lyn_cmdq_cmd(data);
-}
-
-/** What `batch` shows while somebody claims its first command: a moment, in which nobody waits for anything. */
-static lyn_dll_node lyn_cmdq_claiming;
-
-/**
- * Claim the first command of the batch; null when there is none. The thread does so without `mutex`, everybody else
- * holds it: two at most meet here, and the node is read by the one that took it only.
- */
-static lyn_cmd *lyn_cmdq_claim(lyn_cmdq_t *cmdq) {
-  std::atomic_ref batch(cmdq->batch);
-  if (batch.load(std::memory_order_relaxed) == nullptr) {
-    return nullptr;
-  }
-  lyn_dll_node *node = batch.exchange(&lyn_cmdq_claiming, std::memory_order_acquire);
-  while (node == &lyn_cmdq_claiming) {
-    sched_yield();
-    node = batch.exchange(&lyn_cmdq_claiming, std::memory_order_acquire);
-  }
-  batch.store(node != nullptr ? node->next : nullptr, std::memory_order_release);
-  return node != nullptr ? lyn_cmdq_unwrap(node, node->data) : nullptr;
-}
-
-/** On the thread, under `mutex`, behind an empty batch: make the list the batch and claim the first. Null: all empty.
- */
-static lyn_cmd *lyn_cmdq_take_batch(lyn_cmdq_t *cmdq) {
+/** With the mutex held: the command of the list's first element, or of its first item. */
+static lyn_cmd *lyn_cmdq_take_first(lyn_cmdq_t *cmdq) {
   void *data = nullptr;
-  std::atomic_ref begun(cmdq->begun);
-  lyn_cmdq_count_add(cmdq, -begun.load(std::memory_order_relaxed));
-  begun.store(0, std::memory_order_release);
-  lyn_dll_node *first = lyn_dll_delete_head(cmdq->head, &cmdq->tail, &data);
+  lyn_dll_node *first = lyn_dll_next(cmdq->head, &data);
   if (first == nullptr) {
     return nullptr;
   }
-  lyn_cmdq_count_add(cmdq, -1);
-  std::atomic_ref(cmdq->batch).store(cmdq->head->next, std::memory_order_release);
-  cmdq->head->next = nullptr;
-  cmdq->tail = cmdq->head;
-  return lyn_cmdq_unwrap(first, data);
+  lyn_cmd_batch_t *batch = lyn_cmdq_batch(data);
+  if (batch == nullptr) {
+    free(lyn_dll_delete_head(cmdq->head, &cmdq->tail, &data));
+    return static_cast<lyn_cmd *>(data);
+  }
+  batch->cmd.data = lyn_cmdq_item(batch, batch->taken++);
+  if (batch->taken == batch->filled) {
+    lyn_dll_delete_head(cmdq->head, &cmdq->tail, &data);
+  }
+  return &batch->cmd;
 }
 
 lyn_cmd *lyn_cmdq_deq(lyn_cmdq_t *cmdq) {
@@ -151,11 +138,13 @@ lyn_cmd *lyn_cmdq_deq(lyn_cmdq_t *cmdq) {
     LYN_LOG_ERROR("lyn_cmdq_deq: Bad Param cmdq NULL");
     return nullptr;
   }
-  lyn_cmd *cmd = lyn_cmdq_claim(cmdq);
-  if (cmd == nullptr) {
-    void *data = nullptr;
-    lyn_dll_node *node = lyn_dll_delete_head(cmdq->head, &cmdq->tail, &data);
-    cmd = node != nullptr ? lyn_cmdq_unwrap(node, data) : nullptr;
+  lyn_cmd *cmd = nullptr;
+  uint32_t index = 0;
+  if (lyn_cmdq_claim(&cmdq->run, &index)) {
+    cmd = &cmdq->run.batch->cmd;
+    cmd->data = lyn_cmdq_item(cmdq->run.batch, index);
+  } else if (cmdq->head != nullptr) {
+    cmd = lyn_cmdq_take_first(cmdq);
   }
   if (cmd != nullptr) {
     lyn_cmdq_count_add(cmdq, -1);
@@ -179,96 +168,77 @@ int32_t lyn_cmdq_flush(lyn_cmdq_t *cmdq) {
 /* Putting commands in                                                                                                */
 /* ------------------------------------------------------------------------------------------------------------------ */
 
-/** An element to be appended: its data and, where `is_lent`, the producer's node, null when there is no memory. */
-typedef struct {
-  void *data;
-  lyn_dll_node *node;
-  bool is_lent;
-} lyn_cmdq_element_t;
-
-/** Under `mutex`: append; `was_empty` tells whether the thread must be woken. */
-static bool lyn_cmdq_append(lyn_cmdq_t *cmdq, const lyn_cmdq_element_t &element, bool *was_empty) {
-  lyn_dll_node *node = nullptr;
-  if (!element.is_lent || element.node != nullptr) {
-    node = lyn_dll_insert(cmdq->tail, element.node, element.data);
+void lyn_cmdq_warn(int32_t count, int32_t max) {
+  if (count > max) {
+    LYN_LOG_HIGH("Command queue exceeds configured maximum! %d > %d\n", count, max);
   }
-  if (node == nullptr) {
-    LYN_LOG_ERROR("Failed to insert into cmdq\n");
-    return false;
-  }
-  // Only where the list is empty can the queue be.
-  *was_empty = cmdq->tail == cmdq->head && lyn_cmdq_pending(cmdq) == 0;
-  cmdq->tail = node;
-  lyn_cmdq_count_add(cmdq, 1);
-  return true;
 }
 
-/**
- * Release `mutex`, then wake the thread: with the mutex still held it would only run into it and sleep again. False,
- * and logged, when either fails; deliberate: an unlock that returns a positive error number, as POSIX has it, is no
- * failure by itself.
- */
-static bool lyn_cmdq_unlock_and_wake(lyn_cmdq_t *cmdq, bool wake) {
-  const int unlocked = pthread_mutex_unlock(&cmdq->mutex);
-  const bool signalled = !wake || pthread_cond_signal(&cmdq->cond) == 0;
+/** Wake the thread; the mutex is not held. `waking`, set under it, keeps the queue from being zeroed meanwhile. */
+static bool lyn_cmdq_wake(lyn_cmdq_t *cmdq) {
+  const bool signalled = pthread_cond_signal(&cmdq->cond) == 0;
+  std::atomic_ref(cmdq->waking).fetch_sub(1, std::memory_order_release);
   if (!signalled) {
     LYN_LOG_ERROR("pthread_cond_signal failed:");
   }
+  return signalled;
+}
+
+/**
+ * The mutex is released before the thread is woken, which would only run into it and sleep again. Deliberate: an unlock
+ * that returns a positive error number, as POSIX has it, is no failure by itself.
+ */
+int32_t lyn_cmdq_leave(lyn_cmdq_t *cmdq, int32_t before) {
+  const bool wake = before == 0;
+  if (wake) {
+    std::atomic_ref(cmdq->waking).fetch_add(1, std::memory_order_relaxed);
+  }
+  const int unlocked = pthread_mutex_unlock(lyn_cmdq_mutex(cmdq));
+  const bool signalled = !wake || lyn_cmdq_wake(cmdq);
   const bool failed = signalled ? unlocked < 0 : unlocked != 0;  // NOLINT(bugprone-posix-return)
   if (failed) {
     LYN_LOG_ERROR("pthread_mutex_unlock failed:");
   }
-  return signalled && !failed;
+  return signalled && !failed ? 0 : -1;
 }
 
-static int32_t lyn_cmdq_enq_element(lyn_cmdq_t *cmdq, const lyn_cmdq_element_t &element, bool *queued) {
-  if (int32_t count = lyn_cmdq_pending(cmdq); count > cmdq->max) {
-    LYN_LOG_HIGH("Command queue exceeds configured maximum! %d > %d\n", count, cmdq->max);
-  }
-  // Deliberate: a lock that returns a positive error number is no failure. NOLINTNEXTLINE(bugprone-posix-return)
-  if (pthread_mutex_lock(&cmdq->mutex) < 0) {
-    LYN_LOG_ERROR("pthread_mutex_lock failed:");
-    return -1;
-  }
-  bool was_empty = false;
-  if (!lyn_cmdq_append(cmdq, element, &was_empty)) {
-    lyn_cmdq_unlock(cmdq);
-    return -1;
-  }
-  *queued = true;
-  return lyn_cmdq_unlock_and_wake(cmdq, was_empty) ? 0 : -1;
-}
-
-/** Whether `cmd` may be queued; `queued` is false from here on. */
-static bool lyn_cmdq_may_enq(const lyn_cmdq_t *cmdq, const lyn_cmd *cmd, bool *queued) {
-  if (cmdq == nullptr || cmd == nullptr || queued == nullptr) {
+bool lyn_cmdq_put(lyn_cmdq_t *cmdq, lyn_cmd_batch_t *batch, int32_t *before) {
+  const bool is_queued = batch->filled != batch->taken;
+  if (!is_queued && batch->node == nullptr) {
+    lyn_cmdq_warn(lyn_cmdq_count(cmdq), cmdq->max);
+    LYN_LOG_ERROR("Failed to insert into cmdq\n");
     return false;
   }
-  *queued = false;
-  if (cmd->execute_f == nullptr) {
-    LYN_LOG_ERROR("lyn_cmdq_enq: Bad Param cmd->execute_f NULL");
-    return false;
+  if (!is_queued) {
+    cmdq->tail = lyn_dll_insert(cmdq->tail, batch->node, lyn_cmdq_mark(batch));
   }
+  batch->filled++;
+  *before = lyn_cmdq_count_add(cmdq, 1);
   return true;
 }
 
-int32_t lyn_cmdq_enq_tell(lyn_cmdq_t *cmdq, lyn_cmd *cmd, bool *queued) {
-  if (!lyn_cmdq_may_enq(cmdq, cmd, queued)) {
-    return -1;
-  }
-  return lyn_cmdq_enq_element(cmdq, {.data = cmd, .node = nullptr, .is_lent = false}, queued);
-}
-
-int32_t lyn_cmdq_enq_lent(lyn_cmdq_t *cmdq, lyn_cmd *cmd, lyn_dll_node *node, bool *queued) {
-  if (!lyn_cmdq_may_enq(cmdq, cmd, queued)) {
-    return -1;
-  }
-  return lyn_cmdq_enq_element(cmdq, {.data = lyn_cmdq_lend(cmd), .node = node, .is_lent = true}, queued);
-}
-
 int32_t lyn_cmdq_enq(lyn_cmdq_t *cmdq, lyn_cmd *cmd) {
-  bool queued = false;
-  return lyn_cmdq_enq_tell(cmdq, cmd, &queued);
+  if (cmdq == nullptr || cmd == nullptr) {
+    return -1;
+  }
+  if (cmd->execute_f == nullptr) {
+    LYN_LOG_ERROR("lyn_cmdq_enq: Bad Param cmd->execute_f NULL");
+    return -1;
+  }
+  lyn_cmdq_warn(lyn_cmdq_count(cmdq), cmdq->max);
+  // Deliberate: a lock that returns a positive error number is no failure. NOLINTNEXTLINE(bugprone-posix-return)
+  if (pthread_mutex_lock(lyn_cmdq_mutex(cmdq)) < 0) {
+    LYN_LOG_ERROR("pthread_mutex_lock failed:");
+    return -1;
+  }
+  lyn_dll_node *node = lyn_dll_insert(cmdq->tail, nullptr, cmd);
+  if (node == nullptr) {
+    LYN_LOG_ERROR("Failed to insert into cmdq\n");
+    lyn_cmdq_unlock(cmdq);
+    return -1;
+  }
+  cmdq->tail = node;
+  return lyn_cmdq_leave(cmdq, lyn_cmdq_count_add(cmdq, 1));
 }
 
 /* ------------------------------------------------------------------------------------------------------------------ */
@@ -276,44 +246,31 @@ int32_t lyn_cmdq_enq(lyn_cmdq_t *cmdq, lyn_cmd *cmd) {
 /* ------------------------------------------------------------------------------------------------------------------ */
 
 /** Run a command. False: the thread ends. */
-static bool lyn_cmdthrd_run(lyn_cmd *cmd) {
+static bool lyn_cmdthrd_run(lyn_cmd *cmd, void *data) {
   if (cmd->execute_f == nullptr) {
     // Deliberate: what such a command is cannot be known, so it is not released either.
     LYN_LOG_ERROR("lyn_cmdthrd_main: NULL for cmd->execute_f");
     return false;
   }
-  cmd->execute_f(cmd, cmd->data);
-  lyn_cmd_free(cmd);
+  cmd->execute_f(cmd, data);
+  lyn_cmd_free(cmd, data);
   return true;
 }
 
-/** Claim a command of the batch and run it; `is_empty` when there is none. False: the thread ends. */
-static bool lyn_cmdthrd_run_of_batch(lyn_cmdq_t *cmdq, bool *is_empty) {
-  lyn_cmd *cmd = lyn_cmdq_claim(cmdq);
-  *is_empty = cmd == nullptr;
-  if (*is_empty) {
-    return true;
-  }
-  std::atomic_ref begun(cmdq->begun);
-  begun.store(begun.load(std::memory_order_relaxed) + 1, std::memory_order_release);
-  return lyn_cmdthrd_run(cmd);
-}
-
-/** With `mutex` held: release it and run the command that was taken. False: the thread ends. */
-static bool lyn_cmdthrd_run_first(lyn_cmdq_t *cmdq, lyn_cmd *cmd) {
+/** With the mutex held: release it and run the command that was taken. False: the thread ends. */
+static bool lyn_cmdthrd_run_taken(lyn_cmdq_t *cmdq, lyn_cmd *cmd) {
   if (!lyn_cmdq_unlock(cmdq)) {
-    lyn_cmd_free(cmd);
+    lyn_cmd_free(cmd, cmd->data);
     return false;
   }
-  return lyn_cmdthrd_run(cmd);
+  return lyn_cmdthrd_run(cmd, cmd->data);
 }
 
-/** With `mutex` held and the queue empty: wait for a signal unless there is a stop; release `mutex`. False: as above.
- */
+/** With the mutex held and the queue empty: wait for a signal unless there is a stop; release it. False: as above. */
 static bool lyn_cmdthrd_wait(lyn_cmdq_t *cmdq) {
   bool waited = true;
   if (!lyn_cmdthrd_is_stopped(cmdq)) {
-    waited = pthread_cond_wait(&cmdq->cond, &cmdq->mutex) == 0;
+    waited = pthread_cond_wait(&cmdq->cond, lyn_cmdq_mutex(cmdq)) == 0;
     if (!waited) {
       LYN_LOG_ERROR("pthread_cond_wait failed:");
     }
@@ -321,13 +278,58 @@ static bool lyn_cmdthrd_wait(lyn_cmdq_t *cmdq) {
   return lyn_cmdq_unlock(cmdq) && waited;
 }
 
-/** Take what is queued and run its first command, or wait where nothing is. False: the thread ends. */
-static bool lyn_cmdthrd_next_batch(lyn_cmdq_t *cmdq) {
+/** With the mutex held, behind a run: make all items of the first batch the next one. False: the first is no batch. */
+static bool lyn_cmdthrd_take_run(lyn_cmdq_t *cmdq) {
+  lyn_cmdq_run_t *run = &cmdq->run;
+  lyn_cmdq_count_add(cmdq, -static_cast<int32_t>(run->uncounted));
+  *run = {};
+  void *data = nullptr;
+  lyn_cmd_batch_t *batch = lyn_dll_next(cmdq->head, &data) != nullptr ? lyn_cmdq_batch(data) : nullptr;
+  if (batch == nullptr) {
+    return false;
+  }
+  lyn_dll_delete_head(cmdq->head, &cmdq->tail, &data);
+  const auto items = static_cast<int32_t>(batch->filled - batch->taken);
+  *run = {.batch = batch,
+          .next = batch->taken,
+          .end = batch->filled,
+          .uncounted = 0,
+          .counts_late = lyn_cmdq_count(cmdq) - items > cmdq->max};
+  batch->taken = batch->filled;
+  return true;
+}
+
+/** Run an item that the thread has claimed. False: the thread ends. */
+static bool lyn_cmdthrd_run_item(lyn_cmdq_t *cmdq, uint32_t index) {
+  lyn_cmdq_run_t *run = &cmdq->run;
+  if (run->counts_late) {
+    run->uncounted++;
+  } else {
+    lyn_cmdq_count_add(cmdq, -1);
+  }
+  lyn_cmd_batch_t *batch = run->batch;
+  if (index + 2 < run->end) {
+    void *needed = nullptr;
+    memcpy(&needed, lyn_cmdq_item(batch, index + 2) + batch->ahead, sizeof needed);
+    __builtin_prefetch(needed);
+  }
+  return lyn_cmdthrd_run(&batch->cmd, lyn_cmdq_item(batch, index));
+}
+
+/** Run the first command, or wait where there is none. False: the thread ends. */
+static bool lyn_cmdthrd_step(lyn_cmdq_t *cmdq) {
+  uint32_t index = 0;
+  if (lyn_cmdq_claim(&cmdq->run, &index)) {
+    return lyn_cmdthrd_run_item(cmdq, index);
+  }
   if (!lyn_cmdq_lock(cmdq)) {
     return false;
   }
-  lyn_cmd *cmd = lyn_cmdq_take_batch(cmdq);
-  return cmd != nullptr ? lyn_cmdthrd_run_first(cmdq, cmd) : lyn_cmdthrd_wait(cmdq);
+  if (lyn_cmdthrd_take_run(cmdq)) {
+    return lyn_cmdq_unlock(cmdq);
+  }
+  lyn_cmd *cmd = lyn_cmdq_deq(cmdq);
+  return cmd != nullptr ? lyn_cmdthrd_run_taken(cmdq, cmd) : lyn_cmdthrd_wait(cmdq);
 }
 
 void *lyn_cmdthrd_main(void *arg) {
@@ -340,12 +342,7 @@ void *lyn_cmdthrd_main(void *arg) {
     std::atomic_ref(cmdq->running).store(true);
   }
   do {
-    bool is_empty = false;
-    bool goes_on = lyn_cmdthrd_run_of_batch(cmdq, &is_empty);
-    if (is_empty) {
-      goes_on = lyn_cmdthrd_next_batch(cmdq);
-    }
-    if (!goes_on) {
+    if (!lyn_cmdthrd_step(cmdq)) {
       return LYN_CMDTHRD_FAILED;
     }
   } while (!lyn_cmdthrd_is_stopped(cmdq));
@@ -402,7 +399,7 @@ static bool lyn_cmdq_init_sync(lyn_cmdq_t *cmdq) {
   return true;
 }
 
-int32_t lyn_cmdq_init(lyn_cmdq_t *cmdq, int32_t max) {
+int32_t lyn_cmdq_init_under(lyn_cmdq_t *cmdq, int32_t max, pthread_mutex_t *lock) {
   if (cmdq == nullptr) {
     return -1;
   }
@@ -414,6 +411,7 @@ int32_t lyn_cmdq_init(lyn_cmdq_t *cmdq, int32_t max) {
   }
   cmdq->head = cmdq->tail = lyn_dll_init(sentinel);
   cmdq->max = max;
+  cmdq->lock = lock;
   if (!lyn_cmdq_init_sync(cmdq)) {
     free(sentinel);
     cmdq->head = cmdq->tail = nullptr;
@@ -421,6 +419,10 @@ int32_t lyn_cmdq_init(lyn_cmdq_t *cmdq, int32_t max) {
   }
   lyn_cmdthrd_init(cmdq);
   return 0;
+}
+
+int32_t lyn_cmdq_init(lyn_cmdq_t *cmdq, int32_t max) {
+  return lyn_cmdq_init_under(cmdq, max, nullptr);
 }
 
 int32_t lyn_cmdq_join_thread(lyn_cmdq_t *cmdq) {
@@ -447,6 +449,9 @@ int32_t lyn_cmdq_deinit(lyn_cmdq_t *cmdq) {
   }
   lyn_cmdthrd_deinit(cmdq);
   lyn_cmdq_join_thread(cmdq);
+  while (std::atomic_ref(cmdq->waking).load(std::memory_order_acquire) != 0) {
+    sched_yield();
+  }
   lyn_cmdq_discard_all(cmdq);
   lyn_slot_put(lyn_cmdq_spare_sentinel, cmdq->head);
   memset(cmdq, 0, sizeof *cmdq);

@@ -16,9 +16,11 @@
 #include "lyn_interface_pool.h"
 #include "lyn_oxmap_interface.h"
 
-lyn_state_t lyn_state;
-pthread_mutex_t lyn_module_lock = PTHREAD_MUTEX_INITIALIZER;
-pthread_mutex_t lyn_gate = PTHREAD_MUTEX_INITIALIZER;
+/* In cache lines of their own: what the threads that post write is not what the command thread writes. */
+alignas(64) lyn_state_t lyn_state;
+alignas(64) pthread_mutex_t lyn_module_lock = PTHREAD_MUTEX_INITIALIZER;
+/* Held for a few instructions, so whoever finds it taken does not sleep at once. */
+alignas(64) pthread_mutex_t lyn_gate = PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP;
 
 /** Pending commands beyond which the queue warns. */
 static constexpr int32_t LYN_CMDQ_MAX = 100;
@@ -69,7 +71,7 @@ static int32_t lyn_init_clients() {
   status = lyn_gps_init();
   if (status != OX_LYN_SUCCESS)
     return status;
-  if (lyn_cmdq_init(&lyn_state.cmdq, LYN_CMDQ_MAX) != 0) {
+  if (lyn_cmdq_init_under(&lyn_state.cmdq, LYN_CMDQ_MAX, &lyn_gate) != 0) {
     lyn_yrp_nas_release();
     LYN_LOG_ERROR("Initializing internal command queue for processing async commands failed");
     return OX_LYN_ERR_FAILURE;

@@ -514,40 +514,39 @@ void lyn_free_async_event(lyn_cmd *cmd, void *data) {
   auto *event = static_cast<yrp_async_data *>(data);
   if (event != nullptr)
     lyn_free_event_data(event->msg_id, event->msg_data);
+  if (event != nullptr && event->place != 0) {
+    lyn_pool_give(event);
+    return;
+  }
   free(event);
   free(cmd);
 }
 
-/** free_f of an event whose command and record are the pool's. */
-static void lyn_recycle_async_event(lyn_cmd *, void *data) {
-  auto *event = static_cast<yrp_async_data *>(data);
-  lyn_free_event_data(event->msg_id, event->msg_data);
-  lyn_pool_give(event);
-}
-
-/** Queue a place while the module is up. `queued` tells whether it is the queue's, which a failure may leave it. */
-static int32_t lyn_enqueue_while_initialised(const lyn_pool_place_t &place, bool *queued) {
+/** Queue an event while the module is up. With the gate held. When it fails, the block is still the caller's. */
+static int32_t lyn_queue_event(uint32_t msg_id, void *msg_data, int32_t *before) {
+  lyn_cmd_batch_t *batch = nullptr;
+  yrp_async_data *event = nullptr;
+  const int32_t status = lyn_pool_next(&batch, &event);
+  if (status != OX_LYN_SUCCESS)
+    return status;
   if (!lyn_is_initialised()) {
     lyn_not_initialised();
     return OX_LYN_ERR_FAILURE;
   }
-  const int32_t status = lyn_cmdq_enq_lent(&lyn_state.cmdq, place.cmd, lyn_pool_node(&place), queued);
-  return status == 0 ? OX_LYN_SUCCESS : OX_LYN_ERR_FAILURE;
+  event->msg_id = msg_id;
+  event->msg_data = msg_data;
+  if (!lyn_cmdq_put(&lyn_state.cmdq, batch, before))
+    return OX_LYN_ERR_FAILURE;
+  lyn_pool_take();
+  return OX_LYN_SUCCESS;
 }
 
-/** With the gate held. `queued` as above; when false, the block is still the caller's. */
-static int32_t lyn_post_block(uint32_t yrp_msg_id, void *yrp_msg_data, bool *queued) {
-  lyn_pool_place_t place;
-  int32_t status = lyn_pool_take(&place);
-  if (status != OX_LYN_SUCCESS)
-    return status;
-  *place.event = {.msg_id = yrp_msg_id, .msg_data = yrp_msg_data};
-  *place.cmd = {.execute_f = lyn_process_async_event, .free_f = lyn_recycle_async_event, .data = place.event};
-  status = lyn_enqueue_while_initialised(place, queued);
-  if (!*queued) {
-    lyn_pool_give(place.event);
-    lyn_pool_trim();
-  }
+/** The event was not queued: release the gate and what the event owns. A batch without an event is not kept. */
+static int32_t lyn_refuse_event(uint32_t msg_id, void *msg_data, int32_t status) {
+  lyn_pool_trim();
+  if (pthread_mutex_unlock(&lyn_gate) != 0)
+    LYN_LOG_ERROR("pthread_mutex_unlock failed:");
+  lyn_free_event_data(msg_id, msg_data);
   return status;
 }
 
@@ -556,13 +555,18 @@ int32_t lyn_post_async_event(uint32_t yrp_msg_id, void *yrp_msg_data) {
     LYN_LOG_ERROR("Invalid params - yrp_msg_id[%u], yrp_msg_data[%p]", yrp_msg_id, yrp_msg_data);
     return OX_LYN_ERR_INVALID_PARAM;
   }
-  bool queued = false;
-  int32_t status = OX_LYN_SUCCESS;
-  {
-    lyn_guard_t gate(&lyn_gate);
-    status = lyn_post_block(yrp_msg_id, yrp_msg_data, &queued);
-  }
-  if (!queued)
+  // Deliberate: a lock that returns a positive error number is no failure. NOLINTNEXTLINE(bugprone-posix-return)
+  if (pthread_mutex_lock(&lyn_gate) < 0) {
+    LYN_LOG_ERROR("pthread_mutex_lock failed:");
     lyn_free_event_data(yrp_msg_id, yrp_msg_data);
-  return status;
+    return OX_LYN_ERR_FAILURE;
+  }
+  int32_t before = 0;
+  const int32_t status = lyn_queue_event(yrp_msg_id, yrp_msg_data, &before);
+  if (status != OX_LYN_SUCCESS)
+    return lyn_refuse_event(yrp_msg_id, yrp_msg_data, status);
+  const int32_t max = lyn_state.cmdq.max;
+  const int32_t left = lyn_cmdq_leave(&lyn_state.cmdq, before);
+  lyn_cmdq_warn(before, max);
+  return left == 0 ? OX_LYN_SUCCESS : OX_LYN_ERR_FAILURE;
 }

@@ -9,111 +9,103 @@
 
 #include <atomic>
 
-/** The part of a batch that is the consumer's: the records, each with the way back to the batch, and their count. */
+typedef struct lyn_pool_batch_t lyn_pool_batch_t;
+
+/** The part of a batch that is the consumer's. */
 typedef struct {
-  uint32_t given; /**< atomic */
-  struct {
-    yrp_async_data event; /**< first, so that one is the other */
-    lyn_pool_batch_t *batch;
-  } places[LYN_POOL_BATCH];
+  uint32_t given; /**< atomic: places given back */
+  lyn_pool_batch_t *batch;
+  yrp_async_data places[LYN_POOL_BATCH];
 } lyn_pool_events_t;
 
 struct lyn_pool_batch_t {
-  uint32_t taken; /**< under the gate */
+  lyn_cmd_batch_t batch;
   lyn_pool_events_t *events;
-  lyn_dll_node *nodes;
-  lyn_cmd cmds[LYN_POOL_BATCH];
 };
-
-/* A large block makes malloc join all small ones that were freed, which are then to be split again. */
-static_assert(sizeof(lyn_pool_batch_t) <= 1000 && sizeof(lyn_pool_events_t) <= 1000);
 
 static lyn_pool_batch_t *lyn_pool_open; /* under the gate; null when its last place was taken */
 static std::atomic<lyn_pool_batch_t *> lyn_pool_spare{nullptr};
 
-static void lyn_pool_free(lyn_pool_batch_t *batch) {
-  if (batch == nullptr)
+static void lyn_pool_free(lyn_pool_batch_t *pool) {
+  if (pool == nullptr)
     return;
-  free(batch->events);
-  free(batch->nodes);
-  free(batch);
+  free(pool->events);
+  free(pool->batch.node);
+  free(pool);
 }
 
-/** Commands without records and nodes; null, and logged, without memory. */
-static lyn_pool_batch_t *lyn_pool_new() {
-  auto *batch = static_cast<lyn_pool_batch_t *>(malloc(sizeof(lyn_pool_batch_t)));
-  if (batch == nullptr) {
+/** A block of a batch; null, and logged, without memory. */
+template <class T>
+static T *lyn_pool_block() {
+  auto *block = static_cast<T *>(malloc(sizeof(T)));
+  if (block == nullptr)
     LYN_LOG_ERROR("Memory allocation failure");
-    return nullptr;
-  }
-  batch->taken = 0;
-  batch->events = nullptr;
-  batch->nodes = nullptr;
-  return batch;
+  return block;
 }
 
-static bool lyn_pool_add_events(lyn_pool_batch_t *batch) {
-  batch->events = static_cast<lyn_pool_events_t *>(malloc(sizeof(lyn_pool_events_t)));
-  if (batch->events == nullptr) {
-    LYN_LOG_ERROR("Memory allocation failure");
-    return false;
-  }
-  batch->events->given = 0;
-  return true;
+/** Make `pool` ready for its first event. */
+static void lyn_pool_reset(lyn_pool_batch_t *pool) {
+  pool->batch.filled = 0;
+  pool->batch.taken = 0;
+  pool->events->given = 0;
 }
 
-/** Open the batch that was put aside, or a new one. */
-static int32_t lyn_pool_open_batch() {
-  if (lyn_pool_open == nullptr) {
-    lyn_pool_open = lyn_pool_spare.exchange(nullptr, std::memory_order_acquire);
-    if (lyn_pool_open == nullptr)
-      lyn_pool_open = lyn_pool_new();
-    if (lyn_pool_open == nullptr)
-      return OX_LYN_ERR_NO_MEMORY;
-  }
-  if (lyn_pool_open->events == nullptr && !lyn_pool_add_events(lyn_pool_open)) {
-    lyn_pool_trim();
+static int32_t lyn_pool_new(lyn_pool_batch_t **made) {
+  lyn_block_t<lyn_pool_batch_t> pool(lyn_pool_block<lyn_pool_batch_t>());
+  if (!pool)
+    return OX_LYN_ERR_NO_MEMORY;
+  pool->events = lyn_pool_block<lyn_pool_events_t>();
+  if (pool->events == nullptr)
     return OX_LYN_ERR_FAILURE;
+  pool->events->batch = pool.get();
+  pool->batch = {.cmd = {.execute_f = lyn_process_async_event, .free_f = lyn_free_async_event, .data = nullptr},
+                 .node = nullptr,
+                 .items = pool->events->places,
+                 .item_size = sizeof(yrp_async_data),
+                 .ahead = offsetof(yrp_async_data, msg_data),
+                 .filled = 0,
+                 .taken = 0};
+  lyn_pool_reset(pool.get());
+  *made = pool.release();
+  return OX_LYN_SUCCESS;
+}
+
+int32_t lyn_pool_next(lyn_cmd_batch_t **batch, yrp_async_data **event) {
+  if (lyn_pool_open == nullptr)
+    lyn_pool_open = lyn_pool_spare.exchange(nullptr, std::memory_order_acquire);
+  if (lyn_pool_open == nullptr) {
+    const int32_t status = lyn_pool_new(&lyn_pool_open);
+    if (status != OX_LYN_SUCCESS)
+      return status;
   }
+  lyn_pool_batch_t *pool = lyn_pool_open;
+  if (pool->batch.node == nullptr)
+    pool->batch.node = static_cast<lyn_dll_node *>(malloc(sizeof(lyn_dll_node)));
+  const uint32_t index = pool->batch.filled;
+  *batch = &pool->batch;
+  *event = &pool->events->places[index];
+  (*event)->place = index + 1;
   return OX_LYN_SUCCESS;
 }
 
-int32_t lyn_pool_take(lyn_pool_place_t *place) {
-  const int32_t status = lyn_pool_open_batch();
-  if (status != OX_LYN_SUCCESS)
-    return status;
-  lyn_pool_batch_t *batch = lyn_pool_open;
-  const uint32_t index = batch->taken++;
-  auto &row = batch->events->places[index];
-  row.batch = batch;
-  *place = {.cmd = &batch->cmds[index], .event = &row.event, .batch = batch};
-  if (batch->taken == LYN_POOL_BATCH)
+void lyn_pool_take() {
+  if (lyn_pool_open->batch.filled == LYN_POOL_BATCH)
     lyn_pool_open = nullptr;
-  return OX_LYN_SUCCESS;
-}
-
-lyn_dll_node *lyn_pool_node(const lyn_pool_place_t *place) {
-  lyn_pool_batch_t *batch = place->batch;
-  if (batch->nodes == nullptr)
-    batch->nodes = static_cast<lyn_dll_node *>(malloc(LYN_POOL_BATCH * sizeof(lyn_dll_node)));
-  return batch->nodes != nullptr ? &batch->nodes[place->cmd - batch->cmds] : nullptr;
 }
 
 void lyn_pool_give(yrp_async_data *event) {
-  using row_t = std::remove_reference_t<decltype(lyn_pool_events_t::places[0])>;
-  lyn_pool_batch_t *batch = reinterpret_cast<row_t *>(event)->batch;
-  const uint32_t given = std::atomic_ref(batch->events->given).fetch_add(1, std::memory_order_acq_rel) + 1;
-  if (given < LYN_POOL_BATCH)
+  char *places = reinterpret_cast<char *>(event - (event->place - 1));
+  auto *events = reinterpret_cast<lyn_pool_events_t *>(places - offsetof(lyn_pool_events_t, places));
+  if (std::atomic_ref(events->given).fetch_add(1, std::memory_order_acq_rel) + 1 < LYN_POOL_BATCH)
     return;
-  batch->taken = 0;
-  batch->events->given = 0;
-  lyn_pool_free(lyn_pool_spare.exchange(batch, std::memory_order_acq_rel));
+  lyn_pool_reset(events->batch);
+  lyn_pool_free(lyn_pool_spare.exchange(events->batch, std::memory_order_acq_rel));
 }
 
 /** Whether no place of the open batch is in use. Call with the gate held. */
 static bool lyn_pool_is_idle() {
-  lyn_pool_events_t *events = lyn_pool_open->events;
-  return events == nullptr || std::atomic_ref(events->given).load(std::memory_order_acquire) == lyn_pool_open->taken;
+  const uint32_t given = std::atomic_ref(lyn_pool_open->events->given).load(std::memory_order_acquire);
+  return given == lyn_pool_open->batch.filled;
 }
 
 void lyn_pool_trim() {

@@ -203,12 +203,10 @@ TEST_F(lyn_cmdq_fault, enqueueing_signals_only_when_the_queue_was_empty) {
 
 TEST_F(lyn_cmdq_fault, enqueueing_without_memory_fails_and_the_command_stays_its_producers) {
   make_bare();
-  bool queued = true;
   alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, 0);
-  const int32_t status = lyn_cmdq_enq_tell(&queue, &cmd, &queued);
+  const int32_t status = lyn_cmdq_enq(&queue, &cmd);
   EXPECT_TRUE(alloc_fault_disarm());
   EXPECT_EQ(status, -1);
-  EXPECT_FALSE(queued);
   EXPECT_EQ(queue.count, 0);
   fault_unlock.arm(&queue.mutex, EPERM, 0, true);
   alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, 0);
@@ -223,10 +221,9 @@ TEST_F(lyn_cmdq_fault, enqueueing_without_memory_fails_and_the_command_stays_its
 
 TEST_F(lyn_cmdq_fault, enqueueing_takes_only_a_negative_lock_result_for_a_failure) {
   make_bare();
-  bool queued = true;
   fault_lock.arm(&queue.mutex, -1);
-  EXPECT_EQ(lyn_cmdq_enq_tell(&queue, &cmd, &queued), -1);
-  EXPECT_FALSE(queued);
+  EXPECT_EQ(lyn_cmdq_enq(&queue, &cmd), -1);
+  EXPECT_EQ(queue.count, 0);
   EXPECT_EQ(diag_log_texts("ERROR"), texts{"pthread_mutex_lock failed:"});
   fault_lock.arm(&queue.mutex, EDEADLK, 0, true);
   EXPECT_EQ(lyn_cmdq_enq(&queue, &cmd), 0);
@@ -238,10 +235,9 @@ TEST_F(lyn_cmdq_fault, enqueueing_takes_only_a_negative_lock_result_for_a_failur
 
 TEST_F(lyn_cmdq_fault, enqueueing_takes_only_a_negative_unlock_result_for_a_failure_and_the_command_is_queued) {
   make_bare();
-  bool queued = false;
   fault_unlock.arm(&queue.mutex, -1, 0, true);
-  EXPECT_EQ(lyn_cmdq_enq_tell(&queue, &cmd, &queued), -1);
-  EXPECT_TRUE(queued);
+  EXPECT_EQ(lyn_cmdq_enq(&queue, &cmd), -1);
+  EXPECT_EQ(queue.count, 1);
   EXPECT_EQ(diag_log_texts("ERROR"), texts{"pthread_mutex_unlock failed:"});
   fault_unlock.arm(&queue.mutex, EPERM, 0, true);
   EXPECT_EQ(lyn_cmdq_enq(&queue, &cmd), 0);
@@ -253,14 +249,13 @@ TEST_F(lyn_cmdq_fault, enqueueing_takes_only_a_negative_unlock_result_for_a_fail
 
 TEST_F(lyn_cmdq_fault, enqueueing_without_signal_fails_although_the_command_is_queued) {
   start_idle();
-  bool queued = false;
   fault_signal.arm(&queue.cond, EINVAL);
   fault_unlock.arm(&queue.mutex, EPERM, 0, true);
-  const int32_t status = lyn_cmdq_enq_tell(&queue, &cmd, &queued);
+  const int32_t status = lyn_cmdq_enq(&queue, &cmd);
   fault_signal.disarm();
   fault_unlock.disarm();
   EXPECT_EQ(status, -1);
-  EXPECT_TRUE(queued);
+  EXPECT_EQ(queue.count, 1);
   EXPECT_EQ(diag_log_texts("ERROR"), (texts{"pthread_cond_signal failed:", "pthread_mutex_unlock failed:"}));
   EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
   EXPECT_EQ(freed, 1);

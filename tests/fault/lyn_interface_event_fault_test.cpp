@@ -58,7 +58,7 @@ void *make_install() {
 bool run_failing(uint32_t msg_id, void *data, uint32_t pass, uint32_t *seen = nullptr) {
   auto *cmd = static_cast<lyn_cmd *>(calloc(1, sizeof(lyn_cmd)));
   auto *event = static_cast<yrp_async_data *>(calloc(1, sizeof(yrp_async_data)));
-  *event = {msg_id, data};
+  *event = {.msg_id = msg_id, .place = 0, .msg_data = data};
   alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, pass);
   lyn_process_async_event(cmd, event);
   if (seen != nullptr)

@@ -238,25 +238,19 @@ TEST_F(lyn_cmdq, a_command_without_execute_f_is_refused_and_stays_its_producers)
   ASSERT_EQ(lyn_cmdq_init(&queue, 100), 0);
   probe &made = make_probe();
   made.cmd.execute_f = nullptr;
-  bool queued = true;
   EXPECT_EQ(lyn_cmdq_enq(&queue, &made.cmd), -1);
-  EXPECT_EQ(lyn_cmdq_enq_tell(&queue, &made.cmd, &queued), -1);
-  EXPECT_FALSE(queued);
   EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
   EXPECT_EQ(made.freed, 0);
-  EXPECT_EQ(diag_log_texts("ERROR"), std::vector<std::string>(2, "lyn_cmdq_enq: Bad Param cmd->execute_f NULL"));
+  EXPECT_EQ(diag_log_texts("ERROR"), std::vector<std::string>{"lyn_cmdq_enq: Bad Param cmd->execute_f NULL"});
 }
 
 TEST_F(lyn_cmdq, null_arguments_are_refused_with_the_stated_texts) {
   make_bare();
   probe &made = make_probe();
-  bool queued = false;
   EXPECT_EQ(lyn_cmdq_init(nullptr, 100), -1);
   lyn_cmdthrd_init(nullptr);
   EXPECT_EQ(lyn_cmdq_enq(nullptr, &made.cmd), -1);
   EXPECT_EQ(lyn_cmdq_enq(&queue, nullptr), -1);
-  EXPECT_EQ(lyn_cmdq_enq_tell(&queue, &made.cmd, nullptr), -1);
-  EXPECT_EQ(lyn_cmdq_enq_tell(nullptr, &made.cmd, &queued), -1);
   EXPECT_EQ(queue.count, 0);
   EXPECT_EQ(diag_log_texts(), std::vector<std::string>{});
 
@@ -333,6 +327,7 @@ TEST_F(lyn_cmdq, what_waits_behind_a_running_command_is_queued_however_it_came_t
   }
   hold = false;
   wait_until(second.executed, 1);
+  EXPECT_EQ(std::atomic_ref(queue.count).load(), 3);
   diag_log_take();
   enqueue();  // the three before it count
   EXPECT_EQ(diag_log_texts("HIGH"), std::vector<std::string>{"Command queue exceeds configured maximum! 3 > 2\\n"});
@@ -369,23 +364,6 @@ TEST_F(lyn_cmdq, a_flush_while_commands_run_discards_all_that_was_queued_before_
   EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
 }
 
-TEST_F(lyn_cmdq, a_lent_node_is_the_producers_again_with_free_f_and_a_missing_one_is_a_failed_insert) {
-  make_bare();
-  lyn_dll_node node = {};
-  bool queued = false;
-  probe &made = make_probe();
-  EXPECT_EQ(lyn_cmdq_enq_lent(&queue, &made.cmd, &node, &queued), 0);
-  EXPECT_TRUE(queued);
-  EXPECT_EQ(queue.tail, &node);
-  EXPECT_EQ(lyn_cmdq_deq(&queue), &made.cmd);
-  EXPECT_EQ(queue.tail, queue.head);
-  EXPECT_EQ(lyn_cmdq_enq_lent(&queue, &made.cmd, nullptr, &queued), -1);
-  EXPECT_FALSE(queued);
-  EXPECT_EQ(queue.count, 0);
-  EXPECT_EQ(diag_log_texts("ERROR"), std::vector<std::string>{"Failed to insert into cmdq\\n"});
-  free(queue.head);
-}
-
 TEST_F(lyn_cmdq, deq_takes_the_oldest_command_and_counts_down) {
   make_bare();
   probe &first = enqueue();
@@ -398,6 +376,224 @@ TEST_F(lyn_cmdq, deq_takes_the_oldest_command_and_counts_down) {
   EXPECT_EQ(queue.count, 0);
   EXPECT_EQ(queue.tail, queue.head);
   free(queue.head);
+}
+
+/* Batches */
+
+/** A batch whose items are probes; the first word of an item is the pointer that is fetched ahead. */
+struct probe_batch {
+  struct item {
+    probe *who;
+    void *spare;
+  };
+  lyn_dll_node node = {};
+  std::vector<item> items;
+  lyn_cmd_batch_t batch = {};
+
+  explicit probe_batch(size_t room) : items(room) {
+    const auto execute = [](lyn_cmd *, void *data) {
+      probe *self = static_cast<item *>(data)->who;
+      probe_execute(&self->cmd, self);
+    };
+    const auto release = [](lyn_cmd *, void *data) {
+      probe *self = static_cast<item *>(data)->who;
+      probe_free(&self->cmd, self);
+    };
+    batch = {.cmd = {.execute_f = execute, .free_f = release, .data = nullptr},
+             .node = &node,
+             .items = items.data(),
+             .item_size = sizeof(item),
+             .ahead = offsetof(item, who),
+             .filled = 0,
+             .taken = 0};
+  }
+};
+
+class lyn_cmdq_batches : public lyn_cmdq {
+ protected:
+  probe &put(probe_batch &to) {
+    probe &made = make_probe();
+    put(to, made);
+    return made;
+  }
+  void put(probe_batch &to, probe &made) {
+    pthread_mutex_lock(&queue.mutex);
+    to.items.at(to.batch.filled).who = &made;
+    int32_t before = 0;
+    EXPECT_TRUE(lyn_cmdq_put(&queue, &to.batch, &before));
+    EXPECT_EQ(lyn_cmdq_leave(&queue, before), 0);
+  }
+  probe &put_held(probe_batch &to, std::atomic<bool> &until) {
+    probe &made = make_probe();
+    made.hold = &until;
+    put(to, made);
+    return made;
+  }
+  int32_t count() { return std::atomic_ref(queue.count).load(); }
+};
+
+TEST_F(lyn_cmdq_batches, items_and_commands_run_in_the_order_in_which_they_were_queued) {
+  probe_batch first(3), second(2);
+  ASSERT_EQ(lyn_cmdq_init(&queue, 100), 0);
+  occupy();
+  for (int i = 0; i < 3; i++) {
+    put(first);
+  }
+  enqueue();
+  put(second);
+  put(second);
+  enqueue();
+  EXPECT_EQ(count(), 7);
+  hold = false;
+  wait_until(probes.back().freed, 1);
+  EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+  ASSERT_EQ(order.size(), probes.size());
+  for (size_t i = 0; i < probes.size(); i++) {
+    EXPECT_EQ(order[i], &probes[i]);
+    EXPECT_EQ(probes[i].freed, 1);
+  }
+}
+
+TEST_F(lyn_cmdq_batches, a_batch_whose_items_were_all_taken_is_queued_again_with_the_next) {
+  probe_batch batch(3);
+  make_bare();
+  probe &first = put(batch);
+  put(batch);
+  EXPECT_EQ(queue.tail, &batch.node);
+  lyn_cmd *cmd = lyn_cmdq_deq(&queue);
+  EXPECT_EQ(cmd, &batch.batch.cmd);
+  EXPECT_EQ(static_cast<probe_batch::item *>(cmd->data)->who, &first);
+  EXPECT_EQ(queue.count, 1);
+  EXPECT_NE(lyn_cmdq_deq(&queue), nullptr);
+  EXPECT_EQ(queue.tail, queue.head);
+  EXPECT_EQ(lyn_cmdq_deq(&queue), nullptr);
+  probe &last = put(batch);
+  EXPECT_EQ(queue.tail, &batch.node);
+  EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
+  EXPECT_EQ(last.freed, 1);
+  EXPECT_EQ(queue.count, 0);
+  free(queue.head);
+}
+
+TEST_F(lyn_cmdq_batches, a_batch_without_node_is_a_failed_insert_behind_the_warning) {
+  probe_batch batch(1);
+  batch.batch.node = nullptr;
+  make_bare();
+  queue.max = 0;
+  enqueue();
+  int32_t before = 0;
+  EXPECT_FALSE(lyn_cmdq_put(&queue, &batch.batch, &before));
+  EXPECT_EQ(queue.count, 1);
+  EXPECT_EQ(batch.batch.filled, 0U);
+  EXPECT_EQ(diag_log_texts(), (std::vector<std::string>{"Command queue exceeds configured maximum! 1 > 0\\n",
+                                                        "Failed to insert into cmdq\\n"}));
+  EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
+  free(queue.head);
+}
+
+TEST_F(lyn_cmdq_batches, the_count_is_exact_while_an_item_runs_and_a_flush_meets_those_behind_it) {
+  probe_batch batch(6);
+  std::atomic<bool> hold_second{true};
+  ASSERT_EQ(lyn_cmdq_init(&queue, 100), 0);
+  occupy();
+  put(batch);
+  probe &second = put_held(batch, hold_second);
+  for (int i = 0; i < 3; i++) {
+    put(batch);
+  }
+  EXPECT_EQ(count(), 5);
+  hold = false;
+  wait_until(second.executed, 1);
+  EXPECT_EQ(count(), 3);
+  EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
+  EXPECT_EQ(count(), 0);
+  hold_second = false;
+  probe &after = put(batch);
+  wait_until(after.freed, 1);
+  EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+  for (size_t i = 0; i < probes.size(); i++) {
+    EXPECT_EQ(probes[i].executed, i < 3 || i == 6) << i;
+    EXPECT_EQ(probes[i].freed, 1) << i;
+  }
+}
+
+TEST_F(lyn_cmdq_batches, far_beyond_the_maximum_the_count_is_right_again_when_the_thread_comes_for_more) {
+  probe_batch first(8), second(8);
+  std::atomic<bool> hold_middle{true}, hold_next{true};
+  ASSERT_EQ(lyn_cmdq_init(&queue, 4), 0);
+  occupy();
+  for (int i = 0; i < 8; i++) {
+    i == 4 ? put_held(first, hold_middle) : put(first);
+  }
+  probe &next = put_held(second, hold_next);
+  for (int i = 0; i < 7; i++) {
+    put(second);
+  }
+  hold = false;
+  wait_until(probes[5].executed, 1);
+  EXPECT_GE(count(), 11);  // what is queued
+  EXPECT_LE(count(), 16);  // and what was begun since the thread came
+  hold_middle = false;
+  wait_until(next.executed, 1);
+  EXPECT_EQ(count(), 7);
+  hold_next = false;
+  wait_until(probes.back().freed, 1);
+  while (count() != 0) {
+    std::this_thread::yield();
+  }
+  probe &after = enqueue();  // is signalled: the queue counts as empty
+  wait_until(after.freed, 1);
+  EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+}
+
+TEST_F(lyn_cmdq_batches, a_stop_within_a_batch_discards_the_rest_of_it) {
+  probe_batch batch(5);
+  ASSERT_EQ(lyn_cmdq_init(&queue, 100), 0);
+  occupy();
+  put(batch);
+  probe &second = put_held(batch, hold);
+  for (int i = 0; i < 3; i++) {
+    put(batch);
+  }
+  hold = false;
+  wait_until(probes[1].freed, 1);
+  hold = true;
+  if (second.executed == 0 || second.freed == 0) {
+    deinit_while_occupied();
+  } else {
+    EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+  }
+  for (const probe &one : probes) {
+    EXPECT_LE(one.executed, 1);
+    EXPECT_EQ(one.freed, 1);
+  }
+  expect_zeroed();
+}
+
+TEST_F(lyn_cmdq_batches, flushes_while_items_run_meet_each_item_once) {
+  constexpr size_t room = 64;
+  ASSERT_EQ(lyn_cmdq_init(&queue, 16), 0);
+  for (int round = 0; round < 200; round++) {
+    probe_batch batch(room);
+    const size_t first = probes.size();
+    for (size_t i = 0; i < room; i++) {
+      put(batch);
+      if (i % 16 == 15) {
+        EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
+      }
+    }
+    for (size_t i = first; i < probes.size(); i++) {
+      wait_until(probes[i].freed, 1);
+    }
+  }
+  while (count() != 0) {
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+  for (const probe &one : probes) {
+    EXPECT_LE(one.executed, 1);
+    EXPECT_EQ(one.freed, 1);
+  }
 }
 
 /* Stopping */

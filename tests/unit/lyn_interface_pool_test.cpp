@@ -21,46 +21,55 @@ struct lyn_interface_pool : testing::Test {
     pthread_mutex_unlock(&lyn_gate);
   }
 
-  static lyn_pool_place_t take() {
-    lyn_pool_place_t place = {};
-    EXPECT_EQ(lyn_pool_take(&place), OX_LYN_SUCCESS);
-    EXPECT_NE(lyn_pool_node(&place), nullptr);
-    *place.cmd = {};
-    *place.event = {};
-    *lyn_pool_node(&place) = {};
-    return place;
+  /** Take a place as a post does. */
+  static yrp_async_data *take() {
+    lyn_cmd_batch_t *batch = nullptr;
+    yrp_async_data *event = nullptr;
+    EXPECT_EQ(lyn_pool_next(&batch, &event), OX_LYN_SUCCESS);
+    EXPECT_NE(batch->node, nullptr);
+    EXPECT_EQ(static_cast<yrp_async_data *>(batch->items) + batch->filled, event);
+    batch->filled++;
+    lyn_pool_take();
+    event->msg_id = 0;
+    event->msg_data = nullptr;
+    return event;
   }
 };
 
 TEST_F(lyn_interface_pool, places_in_use_are_all_different_and_come_back_in_any_order) {
-  std::vector<lyn_pool_place_t> places;
-  std::set<void *> blocks;
+  std::vector<yrp_async_data *> places;
+  std::set<void *> different;
   for (uint32_t i = 0; i < 3 * LYN_POOL_BATCH + 1; i++) {
     places.push_back(take());
-    EXPECT_TRUE(blocks.insert(places.back().cmd).second);
-    EXPECT_TRUE(blocks.insert(places.back().event).second);
-    EXPECT_TRUE(blocks.insert(lyn_pool_node(&places.back())).second);
+    EXPECT_TRUE(different.insert(places.back()).second);
   }
   for (size_t i = 0; i < places.size(); i += 2)
-    lyn_pool_give(places[i].event);
+    lyn_pool_give(places[i]);
   for (size_t i = 1; i < places.size(); i += 2)
-    lyn_pool_give(places[i].event);
+    lyn_pool_give(places[i]);
+}
+
+TEST_F(lyn_interface_pool, a_place_that_was_not_taken_is_the_next_again) {
+  lyn_cmd_batch_t *batch = nullptr;
+  yrp_async_data *event = nullptr, *again = nullptr;
+  EXPECT_EQ(lyn_pool_next(&batch, &event), OX_LYN_SUCCESS);
+  EXPECT_EQ(lyn_pool_next(&batch, &again), OX_LYN_SUCCESS);
+  EXPECT_EQ(event, again);
 }
 
 TEST_F(lyn_interface_pool, a_batch_that_was_given_back_whole_is_used_again) {
-  std::vector<lyn_pool_place_t> places;
+  std::vector<yrp_async_data *> places;
   for (uint32_t i = 0; i < LYN_POOL_BATCH; i++)
     places.push_back(take());
-  lyn_cmd *first = places.front().cmd;
-  for (const lyn_pool_place_t &place : places)
-    lyn_pool_give(place.event);
-  const lyn_pool_place_t again = take();
-  EXPECT_EQ(again.cmd, first);
-  lyn_pool_give(again.event);
+  for (yrp_async_data *place : places)
+    lyn_pool_give(place);
+  yrp_async_data *again = take();
+  EXPECT_EQ(again, places.front());
+  lyn_pool_give(again);
 }
 
 TEST_F(lyn_interface_pool, places_given_back_by_another_thread_while_others_are_taken_are_never_handed_out_twice) {
-  std::deque<lyn_pool_place_t> handed;
+  std::deque<yrp_async_data *> handed;
   std::mutex lock;
   bool done = false;
   std::thread consumer([&] {
@@ -70,15 +79,15 @@ TEST_F(lyn_interface_pool, places_given_back_by_another_thread_while_others_are_
         return;
       if (handed.empty())
         continue;
-      EXPECT_EQ(handed.front().event->msg_id, 7U); /* nobody has written over it */
-      lyn_pool_give(handed.front().event);
+      EXPECT_EQ(handed.front()->msg_id, 7U); /* nobody has written over it */
+      lyn_pool_give(handed.front());
       handed.pop_front();
     }
   });
   for (int i = 0; i < 20000; i++) {
-    lyn_pool_place_t place = take();
-    EXPECT_EQ(place.event->msg_id, 0U);
-    place.event->msg_id = 7;
+    yrp_async_data *place = take();
+    EXPECT_EQ(place->msg_id, 0U);
+    place->msg_id = 7;
     const std::lock_guard guard(lock);
     handed.push_back(place);
   }
@@ -90,11 +99,11 @@ TEST_F(lyn_interface_pool, places_given_back_by_another_thread_while_others_are_
 }
 
 TEST_F(lyn_interface_pool, trimming_leaves_what_is_in_use) {
-  const lyn_pool_place_t place = take();
-  place.event->msg_id = 7;
+  yrp_async_data *place = take();
+  place->msg_id = 7;
   lyn_pool_trim();
-  EXPECT_EQ(place.event->msg_id, 7U);
-  lyn_pool_give(place.event);
+  EXPECT_EQ(place->msg_id, 7U);
+  lyn_pool_give(place);
 }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
@@ -104,8 +113,8 @@ TEST_F(lyn_interface_pool, memory_goes_back_when_a_backlog_has_drained) {
   events.reserve(backlog);
   const size_t before = mallinfo2().uordblks;
   for (size_t i = 0; i < backlog; i++)
-    events.push_back(take().event);
-  EXPECT_GT(mallinfo2().uordblks, before + backlog * (sizeof(lyn_cmd) + sizeof(yrp_async_data)));
+    events.push_back(take());
+  EXPECT_GT(mallinfo2().uordblks, before + backlog * sizeof(yrp_async_data));
   for (yrp_async_data *event : events)
     lyn_pool_give(event);
   EXPECT_LT(mallinfo2().uordblks, before + 16384);
