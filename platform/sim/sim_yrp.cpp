@@ -325,15 +325,16 @@ void sim_announce() {
 
 void sim_notify(int32_t service_event) {
   sim_journal_text("yrp", "event", "service_event", members({{"event", service_event}}));
-  std::vector<std::pair<yrp_client_type, std::shared_ptr<sim_client>>> notifiers;
+  std::vector<std::pair<std::shared_ptr<sim_client>, std::function<void()>>> calls;
   {
     const std::lock_guard guard(sim_board().lock);
-    notifiers = sim_clients_of(sim_client_kind::notifier);
+    for (const auto &[handle, client] : sim_clients_of(sim_client_kind::notifier)) {
+      if (client->notify_cb)
+        calls.emplace_back(client, [to = handle, notify_cb = client->notify_cb, data = client->data, service_event] {
+          notify_cb(to, &nas_service, service_event, data);
+        });
+    }
   }
-  for (const auto &[handle, client] : notifiers) {
-    sim_call_back(client, [to = handle, &client = *client, service_event] {
-      if (client.notify_cb)
-        client.notify_cb(to, &nas_service, service_event, client.data);
-    });
-  }
+  for (const auto &[client, call] : calls)
+    sim_call_back(client, call);
 }
