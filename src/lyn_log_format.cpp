@@ -39,9 +39,23 @@ static size_t lyn_log_digits(uint64_t value) {
   return count + (value >= base) + (value >= second) + (value >= third);
 }
 
+/** The digits of the numbers below 100, two each. */
+static constexpr auto lyn_log_pairs = [] {
+  std::array<char, 200> pairs{};
+  for (size_t i = 0; i < 100; i++) {
+    pairs[2 * i] = static_cast<char>('0' + i / 10);
+    pairs[2 * i + 1] = static_cast<char>('0' + i % 10);
+  }
+  return pairs;
+}();
+
 /** Write the digits of a number so that the last is before `end`. */
 template <unsigned base, class Number>
 static void lyn_log_write_digits(char *end, Number value) {
+  if constexpr (base == 10) {
+    for (; value >= 100; value /= 100)
+      memcpy(end -= 2, &lyn_log_pairs[value % 100 * 2], 2);
+  }
   do {
     *--end = "0123456789abcdef"[value % base];
     value /= base;
