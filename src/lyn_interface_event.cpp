@@ -156,23 +156,28 @@ static uint32_t lyn_copy_plmn(ox_lyn_plmn_t (&to)[N], const yrp_nas_plmn_t (&fro
   return count;
 }
 
+/** What the cells of both radios have. */
+template <class Cell, class From>
+static void lyn_fill_cell(Cell *cell, const From &from, uint32_t index, const uint8_t *item) {
+  cell->present = 1;
+  cell->index = index;
+  cell->earfcn = from.earfcn;
+  cell->pci = from.pci;
+  if (item[LYN_NBR_PLMN] != 0) {
+    cell->plmn_valid = 1;
+    cell->plmn_count = lyn_copy_plmn(cell->plmn, from.plmn, from.plmn_count);
+  }
+}
+
 static void lyn_fill_lte_cells(ox_lyn_lte_nbr_info_t *info, const yrp_nas_incremental_scan_ind_t &msg,
                                const uint8_t *item) {
   const uint32_t count = lyn_clamp(msg.lte_nbr_count, std::size(info->cells));
   for (uint32_t i = 0; i < count; i++) {
-    const auto &from = msg.lte_nbr[i];
     ox_lyn_lte_nbr_t &cell = info->cells[i];
-    cell.present = 1;
-    cell.index = i + 1;
-    cell.earfcn = from.earfcn;
-    cell.pci = from.pci;
+    lyn_fill_cell(&cell, msg.lte_nbr[i], i + 1, item);
     if (item[LYN_NBR_CGI] != 0) {
       cell.cgi_valid = 1;
-      cell.cgi = from.cgi;
-    }
-    if (item[LYN_NBR_PLMN] != 0) {
-      cell.plmn_valid = 1;
-      cell.plmn_count = lyn_copy_plmn(cell.plmn, from.plmn, from.plmn_count);
+      cell.cgi = msg.lte_nbr[i].cgi;
     }
   }
 }
@@ -213,17 +218,10 @@ static void lyn_fill_nr5g(ox_lyn_nr5g_nbr_info_t *info, const yrp_nas_incrementa
   for (uint32_t i = 0; i < count; i++) {
     const auto &from = msg.nr5g_nbr[i];
     ox_lyn_nr5g_nbr_t &cell = info->cells[i];
-    cell.present = 1;
-    cell.index = i + 1;
-    cell.earfcn = from.earfcn;
-    cell.pci = from.pci;
+    lyn_fill_cell(&cell, from, i + 1, item);
     if (item[LYN_NBR_RSRP] != 0) {
       cell.rsrp_valid = 1;
       cell.rsrp = from.rsrp;
-    }
-    if (item[LYN_NBR_PLMN] != 0) {
-      cell.plmn_valid = 1;
-      cell.plmn_count = lyn_copy_plmn(cell.plmn, from.plmn, from.plmn_count);
     }
     if (item[LYN_NBR_CGI] != 0) {
       cell.cgi_valid = 1;
