@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr int64_t batch = 20000; /* commands an iteration, of all producers together */
+constexpr int64_t batch = 20000;  // commands an iteration, of all producers together
 
 /** The work of one command: it counts itself. */
 void bench_execute(lyn_cmd *, void *data) {

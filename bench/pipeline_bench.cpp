@@ -251,7 +251,7 @@ void run_latency(const bench_options &options) {
 void run_backlog(const bench_options &options) {
   const uint32_t deep = options.smoke ? 10000 : 1000000, shallow = 1000;
   contestant_lyn lyn;
-  backlog(lyn, deep, 1); /* the memory has been the process's once before either is measured */
+  backlog(lyn, deep, 1);  // the memory has been the process's once before either is measured
   std::vector<double> at_deep, at_shallow;
   for (size_t round = 0; round < options.rounds; round++) {
     const bool deep_first = round % 2 == 0;
@@ -313,7 +313,7 @@ ox_lyn_hndl_t bring_up() {
   bench_require(sim_board_load("[board]\nnoise_db = 0\n").empty(), "the board does not load");
   ox_lyn_hndl_t hndl = 0;
   bench_require(ox_lyn_init(&hndl, 0, on_event) == OX_LYN_SUCCESS, "the module does not come up");
-  lyn_state.ind_table.reg_status = 1; /* subscribed, without the board's own first report of it */
+  lyn_state.ind_table.reg_status = 1;  // subscribed, without the board's own first report of it
   return hndl;
 }
 

@@ -215,7 +215,7 @@ sd_bus *dbus_connect(const std::string &address) {
   setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
   bench_require(sd_bus_open_user(&bus) >= 0, "no connection to the bus");
   int64_t value = 0;
-  for (int i = 0; i < 500 && !dbus_get(bus, &value); i++) /* until the service is there */
+  for (int i = 0; i < 500 && !dbus_get(bus, &value); i++)  // until the service is there
     usleep(10000);
   bench_require(value == -95, "the service does not answer");
   return bus;

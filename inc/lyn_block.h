@@ -52,7 +52,7 @@ lyn_block_t<T> lyn_zeroed_block() {
   } else {
     lyn_block_t<T> owner(static_cast<T *>(malloc(sizeof(T))));
     void *block = owner.get();
-    asm("" : "+r"(block)); /* or the compiler would make the two calls into one of calloc */
+    asm("" : "+r"(block));  // or the compiler would make the two calls into one of calloc
     if (block != nullptr)
       memset(block, 0, sizeof(T));  // cppcheck-suppress memsetClassFloat ; all bits zero is 0.0
     return owner;

@@ -138,7 +138,7 @@ template <class... Arguments>
 
 #define LYN_LOG_FIRST(first, ...) first
 
-/* alignas(1): without it a program takes up to 31 octets more, as the compiler aligns arrays of that size. */
+/** alignas(1): without it a program takes up to 31 octets more, as the compiler aligns arrays of that size. */
 #define LYN_LOG_AT(mask, ...)                                                                                     \
   do {                                                                                                            \
     static constexpr diag_msg_record_t lyn_log_record = {LYN_LOG_SUBSYSTEM, mask, "%s", __FILE_NAME__, __LINE__}; \

@@ -16,10 +16,10 @@
 #include "lyn_interface_pool.h"
 #include "lyn_oxmap_interface.h"
 
-/* In cache lines of their own: what the threads that post write is not what the command thread writes. */
+/** In cache lines of their own: what the threads that post write is not what the command thread writes. */
 alignas(64) lyn_state_t lyn_state;
 alignas(64) pthread_mutex_t lyn_module_lock = PTHREAD_MUTEX_INITIALIZER;
-/* Held for a few instructions, so whoever finds it taken does not sleep at once. */
+/** Held for a few instructions, so whoever finds it taken does not sleep at once. */
 alignas(64) pthread_mutex_t lyn_gate = PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP;
 
 /** Pending commands beyond which the queue warns. */
@@ -62,7 +62,7 @@ static int32_t lyn_init_clients() {
   status = lyn_oxmap_init();
   if (status != OX_LYN_SUCCESS)
     return status;
-  lyn_nas_sys_info_t sys_info; /* asked for only to seed the network status */
+  lyn_nas_sys_info_t sys_info;  // asked for only to seed the network status
   status = lyn_yrp_nas_get_sys_info(&sys_info, 1);
   if (status != OX_LYN_SUCCESS) {
     lyn_yrp_nas_release();
@@ -92,7 +92,7 @@ int32_t ox_lyn_init(ox_lyn_hndl_t *hndl, uint32_t user_data, ox_lyn_user_cb_fn u
   }
   if (!lyn_log_init())
     perror("Diag initialization failed!!");
-  if (lyn_state.cmdq.thread != 0) /* left alive by a teardown that failed half way */
+  if (lyn_state.cmdq.thread != 0)  // left alive by a teardown that failed half way
     lyn_cmdq_deinit(&lyn_state.cmdq);
   lyn_wipe_state();
   const int32_t status = lyn_init_clients();
@@ -132,7 +132,7 @@ int32_t ox_lyn_deinit(ox_lyn_hndl_t hndl) {
   }
   if (!lyn_is_initialised())
     return lyn_not_initialised();
-  lyn_set_initialised(false); /* before anything is torn down: a failed teardown counts as down, too */
+  lyn_set_initialised(false);  // before anything is torn down: a failed teardown counts as down, too
   const int32_t status = lyn_deinit_clients();
   if (status != OX_LYN_SUCCESS)
     return status;

@@ -392,7 +392,7 @@ static void lyn_event_single_shot(const void *data) {
 
 /** Give `copy` an array of its own with the posted locations; false when there is no memory. */
 static bool lyn_copy_locations(ox_lyn_loc_batch_t *copy, const ox_lyn_loc_batch_t &posted) {
-  /* No locations still make an array, of one entry: the user frees one whenever the status is 1. */
+  // No locations still make an array, of one entry: the user frees one whenever the status is 1.
   const size_t room = posted.count > 0 ? posted.count : 1;
   copy->locations = static_cast<ox_lyn_location_t *>(calloc(room, sizeof(ox_lyn_location_t)));
   if (copy->locations == nullptr) {
@@ -414,7 +414,7 @@ static void lyn_event_batch(const void *data) {
   copy->response = posted.response;
   if (posted.status == 1 && !lyn_copy_locations(copy.get(), posted))
     return;
-  lyn_block_t<ox_lyn_location_t> locations(copy->locations); /* ours until the record is the user's */
+  lyn_block_t<ox_lyn_location_t> locations(copy->locations);  // ours until the record is the user's
   lyn_record_t record = lyn_new_record(OX_LYN_RECORD_ASYNC_E, OX_LYN_ASYNC_LOC_BATCH_E, OX_LYN_VALUE_LOCATION_E);
   if (!record)
     return;

@@ -170,7 +170,7 @@ static int32_t lyn_put_nr5g_lock(const lyn_answer_t &answer, lyn_get_t *get) {
   if (answer.lock.type_valid == 0)
     return OX_LYN_ERR_INFO_UNAVAILABLE;
   auto *block = static_cast<ox_lyn_nr5g_cell_lock_t *>(get->info->value.ptr);
-  block->lock_type = answer.lock.type; /* deliberate: the platform's number, untranslated */
+  block->lock_type = answer.lock.type;  // deliberate: the platform's number, untranslated
   block->pci = answer.lock.pci;
   block->scs = answer.lock.scs;
   block->arfcn = answer.lock.arfcn;
@@ -391,7 +391,7 @@ static int32_t lyn_handle_batching(lyn_get_t *get) {
 
 static constexpr lyn_metric_row_t lyn_metric_rows[] = {
     {.metric = OX_LYN_GET_INVALID_E},
-    {.metric = OX_LYN_GET_REG_STATUS_E}, /* answered by the service check itself */
+    {.metric = OX_LYN_GET_REG_STATUS_E},  // answered by the service check itself
     LYN_INT_ROW(OX_LYN_GET_LTE_SERV_EARFCN_E, lyn_query_cell, cell.lte_intra_valid, cell.lte.earfcn,
                 "LTE serving cell EARFCN information is not available!!"),
     LYN_INT_ROW(OX_LYN_GET_NR5G_SERV_EARFCN_E, lyn_query_cell, cell.nr5g_arfcn_valid, cell.nr5g_arfcn,
@@ -590,7 +590,7 @@ static int32_t lyn_precheck(uint32_t metric) {
   }
   if (metric == OX_LYN_GET_LOC_ROUTINE_BATCHING_E && lyn_state.batching_ongoing != 0) {
     LYN_LOG_ERROR("Gps scan ongoing batching [%d] - wait for completion!!", 1);
-    return OX_LYN_ERR_FAILURE; /* deliberate: not busy, unlike the single shot */
+    return OX_LYN_ERR_FAILURE;  // deliberate: not busy, unlike the single shot
   }
   return OX_LYN_SUCCESS;
 }
@@ -618,15 +618,15 @@ int32_t ox_lyn_get_info_list(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info_list,
       status = OX_LYN_SUCCESS;
     } else if (metric >= OX_LYN_GET_REG_STATUS_E && metric <= OX_LYN_GET_LOC_ROUTINE_BATCHING_E) {
       status = lyn_get_entry(hndl, &dm_info_list[i]);
-      if (status == OX_LYN_SUCCESS) /* the module may have gone down in between */
+      if (status == OX_LYN_SUCCESS)  // the module may have gone down in between
         status = lyn_check_list(hndl, dm_info_list, dm_info_list_cnt);
       if (status != OX_LYN_SUCCESS)
-        return status; /* deliberate: neighbour metrics before it stay pending, without a scan to end them */
+        return status;  // deliberate: neighbour metrics before it stay pending, without a scan to end them
     } else {
-      /* Deliberate: takes the neighbour metrics back, and counts only as the last entry. 52 and 53 are refused here. */
+      // Deliberate: takes the neighbour metrics back, and counts only as the last entry. 52 and 53 are refused here.
       lyn_clear_scans();
       status = lyn_metric_not_supported(metric);
     }
   }
-  return lyn_scan_pending() ? lyn_start_scan() : status; /* deliberately without a look at the service */
+  return lyn_scan_pending() ? lyn_start_scan() : status;  // deliberately without a look at the service
 }

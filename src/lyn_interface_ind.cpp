@@ -75,7 +75,7 @@ int32_t ox_lyn_set_ind_info(ox_lyn_hndl_t hndl, ox_lyn_dm_ind_info_t *dm_ind_inf
   }
   if (dm_ind_info->value_type != OX_LYN_VALUE_INT64_E || dm_ind_info->threshold < 1)
     return OX_LYN_ERR_INVALID_PARAM;
-  /* Deliberate: only 16 bits of the threshold are kept, 70000 becomes 4464. */
+  // Deliberate: only 16 bits of the threshold are kept, 70000 becomes 4464.
   *group = {.enabled = 1, .threshold = static_cast<uint16_t>(dm_ind_info->threshold), .last = 0};
   return lyn_ind_commit(table);
 }

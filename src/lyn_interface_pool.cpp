@@ -23,7 +23,7 @@ struct lyn_pool_batch_t {
   lyn_pool_events_t *events;
 };
 
-static lyn_pool_batch_t *lyn_pool_open; /* under the gate; null when its last place was taken */
+static lyn_pool_batch_t *lyn_pool_open;  // under the gate; null when its last place was taken
 static std::atomic<lyn_pool_batch_t *> lyn_pool_spare{nullptr};
 
 static void lyn_pool_free(lyn_pool_batch_t *pool) {

@@ -164,7 +164,7 @@ static void lyn_nas_post_modem_event(uint32_t event) {
     return;
   }
   *flag = 1;
-  (void)lyn_post_async_event(event, flag); /* takes the octet, also where it fails */
+  (void)lyn_post_async_event(event, flag);  // takes the octet, also where it fails
 }
 
 static void lyn_nas_handle_service_event(int32_t service_event) {
@@ -187,7 +187,7 @@ static void lyn_nas_handle_service_event(int32_t service_event) {
 void lyn_yrp_nas_svc_notify_cb(yrp_client_type, yrp_service_object_type, int32_t service_event, void *) {
   try {
     lyn_nas_handle_service_event(service_event);
-  } catch (...) { /* nothing may unwind into the library */
+  } catch (...) {  // nothing may unwind into the library
   }
 }
 
@@ -208,7 +208,7 @@ int32_t lyn_yrp_nas_client_init(void) {
     LYN_LOG_ERROR("YRP NAS service object not available");
     return OX_LYN_ERR_FAILURE;
   }
-  static yrp_client_os_params os_params; /* static: the library may signal it for as long as the client lives */
+  static yrp_client_os_params os_params;  // static: the library may signal it for as long as the client lives
   os_params = {};
   const int32_t status = yrp_client_init_instance(service, YRP_INSTANCE_ANY, lyn_yrp_nas_ind_cb, nullptr, &os_params,
                                                   LYN_NAS_TIMEOUT_MS, &yrp_nas_clnt_handle);

@@ -212,7 +212,7 @@ static int32_t lyn_nas_fill_deprioritize(const uint8_t &deprioritize, yrp_nas_se
 
 int32_t lyn_yrp_nas_set_nr5g_deprioritize(uint8_t deprioritize) {
   static constexpr lyn_nas_config_t<yrp_nas_set_nr5g_deprioritize_req_t, yrp_nas_resp_t, uint8_t> config = {
-      .log_null = nullptr, /* a value, not a record */
+      .log_null = nullptr,  // a value, not a record
       .in_range = lyn_nas_any,
       .fill = lyn_nas_fill_deprioritize,
       .msg_id = YRP_NAS_SET_NR5G_DEPRIORITIZE,

@@ -25,7 +25,7 @@ static void lyn_nas_post_status(uint32_t status) {
   }
   *posted = status;
   lyn_nas_network_status = status;
-  (void)lyn_post_async_event(LYN_EVENT_SYS_INFO, posted); /* takes the block, also where it fails */
+  (void)lyn_post_async_event(LYN_EVENT_SYS_INFO, posted);  // takes the block, also where it fails
 }
 
 /** A change that a query saw first has updated the status already and is not posted. */
@@ -146,10 +146,10 @@ static void lyn_nas_process_scan(yrp_nas_incremental_scan_ind_t &scan) {
 
 typedef struct {
   uint32_t msg_id;
-  size_t size;                         /* of the decoded record */
-  void (*log_failure)(int32_t status); /* of decoding */
+  size_t size;                          // of the decoded record
+  void (*log_failure)(int32_t status);  // of decoding
   void (*process)(void *record);
-  bool posts_record; /* the record goes up whole */
+  bool posts_record;  // the record goes up whole
 } lyn_nas_ind_t;
 
 /** `text` takes the status of decoding. */
@@ -214,7 +214,7 @@ static void lyn_nas_handle_ind(const lyn_nas_ind_t &row, std::atomic<void *> &sp
   }
   row.process(record);
   if (row.posts_record) {
-    (void)lyn_post_async_event(row.msg_id, record); /* takes the record, also where it fails */
+    (void)lyn_post_async_event(row.msg_id, record);  // takes the record, also where it fails
   } else {
     lyn_slot_put(spare, record);
   }
@@ -232,6 +232,6 @@ static void lyn_nas_dispatch_ind(yrp_client_type user_handle, uint32_t msg_id, c
 void lyn_yrp_nas_ind_cb(yrp_client_type user_handle, unsigned int msg_id, void *buf, unsigned int len, void *) {
   try {
     lyn_nas_dispatch_ind(user_handle, msg_id, buf, len);
-  } catch (...) { /* nothing may unwind into the library */
+  } catch (...) {  // nothing may unwind into the library
   }
 }
