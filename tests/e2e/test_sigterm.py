@@ -37,10 +37,12 @@ INPUTS = {
 
 def one_run(demo, board, kind, delay):
     """Start, wait for the banner, let `delay` seconds pass, send the signal; what went wrong, or None."""
-    # The exit may come between the end of the command thread and its join, which is no leak of the program's.
+    # The exit may come between the end of the command thread and its join, which is no leak of the program's, and while
+    # a thread is being started, where the search for leaks waits for ever for a lock of that thread.
     tsan = os.environ.get("TSAN_OPTIONS", "") + ":report_thread_leaks=0"
-    launch = demo.launch(scenario=BOARDS[board],
-                         env={"LYN_SIM_JOURNAL": None, "LYN_SIM_DIAG": None, "TSAN_OPTIONS": tsan})
+    asan = os.environ.get("ASAN_OPTIONS", "") + ":detect_leaks=0"
+    launch = demo.launch(scenario=BOARDS[board], env={"LYN_SIM_JOURNAL": None, "LYN_SIM_DIAG": None,
+                                                      "TSAN_OPTIONS": tsan, "ASAN_OPTIONS": asan})
     launch.private = os.path.exists("/data/data_oxmap/lyn_auto_test.cfg")  # a thousand runs are quicker without
     if "drive" in board:
         (launch.folder / "drive.csv").write_text(LONG_DRIVE)
