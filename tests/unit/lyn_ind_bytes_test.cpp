@@ -10,7 +10,7 @@
 #include <iterator>
 #include <random>
 
-#include "nas_bytes.h"
+#include "ind_bytes.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 static constexpr bool slow_build = true;
@@ -57,34 +57,34 @@ octets mutated(uint32_t id, std::mt19937_64 &random) {
 
 /** Wait until so many were delivered. */
 bool delivered(uint32_t what, size_t count) {
-  for (int ms = 0; ms < 60000 && nas_bytes_delivered[what] < count; ms++)
+  for (int ms = 0; ms < 60000 && ind_bytes_delivered[what] < count; ms++)
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  return nas_bytes_delivered[what] == count;
+  return ind_bytes_delivered[what] == count;
 }
 
-struct lyn_nas_bytes : testing::Test {
+struct lyn_ind_bytes : testing::Test {
   ox_lyn_hndl_t hndl = 0;
   std::mt19937_64 random{seed()};
 
   void SetUp() override {
-    hndl = nas_bytes_start();
+    hndl = ind_bytes_start();
     ASSERT_NE(hndl, 0U);
-    for (auto &count : nas_bytes_delivered)
+    for (auto &count : ind_bytes_delivered)
       count = 0;
   }
   void TearDown() override {
-    EXPECT_TRUE(nas_bytes_answers(hndl)) << "LYN_SEED=" << seed();
+    EXPECT_TRUE(ind_bytes_answers(hndl)) << "LYN_SEED=" << seed();
     EXPECT_EQ(ox_lyn_deinit(hndl), OX_LYN_SUCCESS);
-    EXPECT_EQ(nas_bytes_beyond, 0U) << "LYN_SEED=" << seed();
+    EXPECT_EQ(ind_bytes_beyond, 0U) << "LYN_SEED=" << seed();
   }
 
   void feed_all(octets (*make)(uint32_t, std::mt19937_64 &), bool both) {
-    for (const nas_bytes_kind &kind : nas_bytes_kinds) {
+    for (const ind_bytes_kind &kind : ind_bytes_kinds) {
       size_t passed = 0;
       for (size_t i = 0; i < rounds(); i++) {
         const octets bytes = make(kind.id, random);
         bool decoded = false;
-        const std::string wrong = nas_bytes_feed(kind, bytes.data(), bytes.size(), &decoded);
+        const std::string wrong = ind_bytes_feed(kind, bytes.data(), bytes.size(), &decoded);
         ASSERT_EQ(wrong, "") << kind.id << ", LYN_SEED=" << seed();
         passed += decoded;
       }
@@ -95,38 +95,38 @@ struct lyn_nas_bytes : testing::Test {
       if (kind.delivered == 0)
         continue;
       EXPECT_TRUE(delivered(kind.delivered, passed))
-          << kind.id << ": " << nas_bytes_delivered[kind.delivered] << " of " << passed << ", LYN_SEED=" << seed();
+          << kind.id << ": " << ind_bytes_delivered[kind.delivered] << " of " << passed << ", LYN_SEED=" << seed();
     }
   }
 };
 
-TEST_F(lyn_nas_bytes, random_bytes_are_decoded_or_logged) {
+TEST_F(lyn_ind_bytes, random_bytes_are_decoded_or_logged) {
   feed_all([](uint32_t, std::mt19937_64 &source) { return random_bytes(source); }, false);
 }
 
-TEST_F(lyn_nas_bytes, mutated_messages_are_decoded_or_logged) {
+TEST_F(lyn_ind_bytes, mutated_messages_are_decoded_or_logged) {
   feed_all(mutated, true);
 }
 
-TEST_F(lyn_nas_bytes, bytes_of_an_id_that_is_not_handled_are_ignored) {
+TEST_F(lyn_ind_bytes, bytes_of_an_id_that_is_not_handled_are_ignored) {
   for (const uint32_t id : {0U, 3U, 79U, 132U, 333U, 65535U}) {
     octets bytes = random_bytes(random);
-    nas_bytes_failure.clear();
+    ind_bytes_failure.clear();
     lyn_yrp_nas_ind_cb(yrp_nas_clnt_handle, id, bytes.data(), static_cast<unsigned int>(bytes.size()), nullptr);
-    EXPECT_EQ(nas_bytes_failure, "");
+    EXPECT_EQ(ind_bytes_failure, "");
   }
 }
 
 /** The fuzz target's seeds: first octet the kind, then a message. LYN_CORPUS names a folder to write them to. */
-TEST_F(lyn_nas_bytes, the_fuzz_targets_seeds_are_real_messages) {
+TEST_F(lyn_ind_bytes, the_fuzz_targets_seeds_are_real_messages) {
   const char *folder = getenv("LYN_TEST_DATA");
   ASSERT_NE(folder, nullptr);
-  const auto corpus = std::filesystem::path(folder).parent_path() / "fuzz/corpus/nas_ind";
-  for (size_t kind = 0; kind < std::size(nas_bytes_kinds); kind++) {
+  const auto corpus = std::filesystem::path(folder).parent_path() / "fuzz/corpus/ind";
+  for (size_t kind = 0; kind < std::size(ind_bytes_kinds); kind++) {
     for (uint64_t number = 1; number <= 3; number++) {
-      octets bytes = sim_board_sample("nas", nas_bytes_kinds[kind].id, number);
+      octets bytes = sim_board_sample("nas", ind_bytes_kinds[kind].id, number);
       bytes.insert(bytes.begin(), static_cast<uint8_t>(kind));
-      const std::string name = std::to_string(nas_bytes_kinds[kind].id) + "-" + std::to_string(number);
+      const std::string name = std::to_string(ind_bytes_kinds[kind].id) + "-" + std::to_string(number);
       if (const char *target = getenv("LYN_CORPUS"))
         std::ofstream(std::filesystem::path(target) / name, std::ios::binary)
             .write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
