@@ -166,13 +166,11 @@ TEST_F(lyn_ind_bytes, bytes_of_an_id_that_the_client_does_not_handle_are_ignored
 
 /** Hold a file of the corpus to a kind and its message. LYN_CORPUS names a folder to write it to. */
 void check_seed(const std::string &name, size_t kind, octets bytes) {
-  const char *folder = getenv("LYN_TEST_DATA");
-  ASSERT_NE(folder, nullptr);
   bytes.insert(bytes.begin(), static_cast<uint8_t>(kind));
   if (const char *target = getenv("LYN_CORPUS"))
     std::ofstream(std::filesystem::path(target) / name, std::ios::binary)
         .write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-  std::ifstream file(std::filesystem::path(folder).parent_path() / "fuzz/corpus/ind" / name, std::ios::binary);
+  std::ifstream file(LYN_SOURCE_DIR "/tests/fuzz/corpus/ind/" + name, std::ios::binary);
   const octets kept{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
   EXPECT_EQ(kept, bytes) << name;
 }
