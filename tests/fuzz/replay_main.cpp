@@ -54,6 +54,6 @@ int main(int argc, char **argv) {
       ++count;
     }
   }
-  std::printf("%zu inputs replayed\n", count);
+  std::fprintf(stderr, "%zu inputs replayed\n", count);  // a target may have closed standard output
   return count > 0 ? 0 : 1;
 }

@@ -401,7 +401,7 @@ void replay(const std::string &file, int rows_a_second) {
 }
 
 std::string own_drive() {
-  return std::string(getenv("LYN_TEST_DATA") != nullptr ? getenv("LYN_TEST_DATA") : "tests/data") + "/drive.csv";
+  return LYN_SOURCE_DIR "/tests/data/drive.csv";
 }
 
 TEST_F(location, on_a_drive_fixes_follow_its_track_to_the_last_digit) {

@@ -220,7 +220,7 @@ inline mobile_board mobile;
 inline void mobile_board::start(const std::string &toml) {
   const bool given = toml.find("capabilities_ms") != std::string::npos;
   ASSERT_EQ(sim_board_load((given ? "" : "location.capabilities_ms = 0\n") + std::string("board.noise_db = 0\n") + toml,
-                           getenv("LYN_TEST_DATA") != nullptr ? getenv("LYN_TEST_DATA") : "tests/data"),
+                           LYN_SOURCE_DIR "/tests/data"),
             "");
   events.clear();
   fixes.clear();

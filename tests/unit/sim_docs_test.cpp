@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -14,8 +13,7 @@
 namespace {
 
 std::string document() {
-  const std::filesystem::path root = std::filesystem::path(__FILE__).parent_path().parent_path().parent_path();
-  std::ifstream in(root / "docs" / "simulator.md");
+  std::ifstream in(LYN_SOURCE_DIR "/docs/simulator.md");
   std::ostringstream text;
   text << in.rdbuf();
   return text.str();

@@ -13,8 +13,7 @@
 
 namespace {
 
-const std::filesystem::path scenarios =
-    std::filesystem::path(__FILE__).parent_path().parent_path() / "data" / "scenarios";
+const std::filesystem::path scenarios = LYN_SOURCE_DIR "/tests/data/scenarios";
 
 sim_scenario read(const std::string &text) {
   std::string error;
