@@ -14,10 +14,7 @@ using testing::IsEmpty;
 namespace {
 
 struct lyn_interface_event_fault : board_test {
-  void SetUp() override {
-    board.start(board_no_service);
-    diag_log_take();
-  }
+  void SetUp() override { board.start(board_no_service); }
 };
 
 /** What was delivered, without waiting. */

@@ -18,6 +18,7 @@
 #include <condition_variable>
 #include <future>
 #include <mutex>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
 #include <vector>
@@ -33,6 +34,22 @@
 /** A radio that is not in service: nothing is measured, so that subscribing delivers nothing. */
 inline constexpr char board_no_service[] = "[sys_info]\nlte = \"no_service\"\nnr5g_pci = -1\n";
 
+/** The [sys_info] that means each network status, from 1 on. */
+inline constexpr const char *board_sys_info[] = {
+    "lte = \"no_service\"\n",
+    "lte = \"power_save\"\n",
+    "lte = \"limited\"\n",
+    "lte = \"limited_regional\"\n",
+    "lte = \"service\"\nnr5g_pci = -1\n",
+    "lte = \"service\"\nnr5g_pci = 777\n",
+    "lte = \"absent\"\nnr5g = \"service\"\nnr5g_pci = -1\n",
+};
+
+/** The scenario's table for a network status. */
+inline std::string board_status(uint32_t network_status) {
+  return std::string("[sys_info]\n") + board_sys_info[network_status - 1];
+}
+
 /** Load a quiet board with `toml` behind it; its receiver says nothing, unless `toml` tells when it does. */
 inline void board_load(const std::string &toml) {
   const bool receiver = toml.find("capabilities_ms") != std::string::npos;
@@ -42,6 +59,37 @@ inline void board_load(const std::string &toml) {
                      data != nullptr ? data : "tests/data"),
       "");
   sim_board_journal_keep(true);
+}
+
+/** The journal's rows of one library and direction since the board was loaded or the last board_forget. */
+template <typename Row = nlohmann::json>
+std::vector<Row> board_journal(const std::string &lib, const std::string &dir) {
+  std::vector<Row> rows;
+  for (const std::string &line : sim_board_journal()) {
+    Row row = Row::parse(line);
+    if (row["lib"] == lib && row["dir"] == dir)
+      rows.push_back(std::move(row));
+  }
+  return rows;
+}
+
+/** Forget what was asked and logged so far. */
+inline void board_forget() {
+  sim_board_journal_keep(true);
+  diag_log_take();
+}
+
+/** A request that reached the modem: its id, and its fields as the journal shows them. */
+using board_request = std::pair<int, nlohmann::json>;
+using board_requests = std::vector<board_request>;
+
+/** A zeroed record that asks for a metric. */
+inline ox_lyn_dm_info_t metric_request(uint32_t metric, const void *ptr = nullptr) {
+  ox_lyn_dm_info_t info = {};
+  info.record_type = OX_LYN_RECORD_GET_E;
+  info.metric = metric;
+  info.value.ptr = const_cast<void *>(ptr);  // the record has no room for const
+  return info;
 }
 
 /** Holds the command thread, so that nothing is delivered while it lives; API calls go on. */
@@ -81,9 +129,23 @@ struct module_board {
   /** Bring the module up on the board that is loaded. */
   void up();
 
+  /** The same on a board of its own; the log begins when it is up. */
   void start(const std::string &toml = "") {
     board_load(toml);
     up();
+    diag_log_take();
+  }
+
+  /** The same at a network status; what was asked begins there, too. */
+  void start(uint32_t network_status, const std::string &toml = "") {
+    start(board_status(network_status) + toml);
+    board_forget();
+  }
+
+  /** Forget what was asked and logged up to here, with the board at rest. */
+  void forget() {
+    EXPECT_TRUE(sim_board_wait_idle(5000));
+    board_forget();
   }
 
   /** Down, where it is up. */
@@ -103,6 +165,37 @@ struct module_board {
     changed.notify_all();
   }
 
+  int32_t get(uint32_t metric, const void *ptr = nullptr) {
+    ox_lyn_dm_info_t info = metric_request(metric, ptr);
+    return ox_lyn_get_info(hndl, &info);
+  }
+
+  int32_t get_list(const std::vector<uint32_t> &metrics, const void *ptr = nullptr) {
+    std::vector<ox_lyn_dm_info_t> list;
+    for (const uint32_t metric : metrics)
+      list.push_back(metric_request(metric, ptr));
+    return ox_lyn_get_info_list(hndl, list.data(), static_cast<uint32_t>(list.size()));
+  }
+
+  int32_t set(uint32_t control, void *block = nullptr) {
+    ox_lyn_dm_ctrl_info_t info = {};
+    info.record_type = OX_LYN_RECORD_GET_E;
+    info.control = control;
+    info.value.ptr = block;
+    return ox_lyn_set_info(hndl, &info);
+  }
+
+  /** The requests since the last call or `forget`, but for the system information that each get begins with. */
+  board_requests asked() {
+    board_requests found;
+    for (const auto &row : board_journal("nas", "request")) {
+      if (row["id"] != YRP_NAS_GET_SYS_INFO)
+        found.emplace_back(row["id"], row["fields"]);
+    }
+    sim_board_journal_keep(true);
+    return found;
+  }
+
   int32_t subscribe(uint32_t indication, int64_t threshold = 0) { return ::subscribe(hndl, indication, threshold); }
 
   void subscribe_all() {
@@ -118,10 +211,15 @@ struct module_board {
     return std::exchange(deliveries, {});
   }
 
-  /** What was delivered and not yet taken, once the board is at rest and the queue has drained. */
-  std::vector<delivered> settled() {
+  /** Wait until the board is at rest and all that it sent has been delivered. */
+  void settle() {
     EXPECT_TRUE(sim_board_wait_idle(60000));
-    { const held_delivery drained; }
+    const held_delivery drained;
+  }
+
+  /** What was delivered by then and not yet taken. */
+  std::vector<delivered> settled() {
+    settle();
     return take(0);
   }
 

@@ -16,10 +16,7 @@ using testing::IsEmpty;
 namespace {
 
 struct lyn_interface_event : board_test {
-  void SetUp() override {
-    board.start(board_no_service);
-    diag_log_take();
-  }
+  void SetUp() override { board.start(board_no_service); }
 };
 
 struct lyn_interface_event_down : testing::Test {};

@@ -20,7 +20,6 @@ struct lyn_interface_ind : board_test {
   void restart(const std::string &toml) {
     board.stop();
     board.start(board_no_service + toml);
-    diag_log_take();
   }
 
   uint32_t count() {
@@ -42,9 +41,8 @@ struct lyn_interface_ind : board_test {
   /** The fields of the requests `id` since the start. */
   std::vector<nlohmann::json> sent(int id) {
     std::vector<nlohmann::json> requests;
-    for (const std::string &line : sim_board_journal()) {
-      const auto row = nlohmann::json::parse(line);
-      if (row["dir"] == "request" && row["id"] == id)
+    for (const auto &row : board_journal("nas", "request")) {
+      if (row["id"] == id)
         requests.push_back(row["fields"]);
     }
     return requests;
