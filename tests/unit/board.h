@@ -14,12 +14,15 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <charconv>
 #include <chrono>
 #include <condition_variable>
 #include <future>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -30,6 +33,22 @@
 #include "nas_service_v01.h"
 #include "ox_lyn.h"
 #include "sim_board.h"
+
+/** Texts and numbers in one text; a double has the fewest digits that tell it from every other. */
+template <typename... Part>
+std::string text_of(const Part &...parts) {
+  std::string text;
+  const auto append = [&text](const auto &part) {
+    if constexpr (std::is_arithmetic_v<std::remove_cvref_t<decltype(part)>>) {
+      char digits[64];
+      text += std::string_view(digits, std::to_chars(digits, digits + sizeof digits, part).ptr);
+    } else {
+      text += part;
+    }
+  };
+  (append(parts), ...);
+  return text;
+}
 
 /** A radio that is not in service: nothing is measured, so that subscribing delivers nothing. */
 inline constexpr char board_no_service[] = "[sys_info]\nlte = \"no_service\"\nnr5g_pci = -1\n";
