@@ -60,7 +60,7 @@ TEST_F(lyn_yrp_nas, when_request_or_response_cannot_be_allocated_then_nothing_is
       alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, pass);
       EXPECT_EQ(call(), -3);
       EXPECT_TRUE(alloc_fault_disarm());
-      EXPECT_THAT(nas_log(), testing::ElementsAre("ERROR Memory allocation failure"));
+      EXPECT_THAT(diag_log_lines(), testing::ElementsAre("ERROR Memory allocation failure"));
     }
   }
   EXPECT_TRUE(nas_requests().empty());
@@ -74,7 +74,7 @@ TEST_F(lyn_yrp_nas, when_registering_runs_out_of_memory_then_what_was_sent_befor
     EXPECT_EQ(lyn_yrp_nas_register_ind(&table), -3);
     EXPECT_TRUE(alloc_fault_disarm());
     EXPECT_EQ(nas_requests(), pass < 2 ? std::vector<int>() : std::vector<int>{3});
-    EXPECT_THAT(nas_log(), Contains("ERROR Memory allocation failed"));
+    EXPECT_THAT(diag_log_lines(), Contains("ERROR Memory allocation failed"));
   }
 }
 
@@ -84,7 +84,7 @@ TEST_F(lyn_yrp_nas, when_a_service_event_cannot_be_allocated_then_it_is_dropped)
   lyn_yrp_nas_svc_notify_cb(nullptr, nullptr, YRP_SERVICE_UP, nullptr);
   EXPECT_TRUE(alloc_fault_disarm());
   EXPECT_TRUE(nas_events().empty());
-  EXPECT_EQ(nas_log().back(), "ERROR Memory allocation failure");
+  EXPECT_EQ(diag_log_lines().back(), "ERROR Memory allocation failure");
 }
 
 TEST_F(lyn_yrp_nas, when_a_record_cannot_be_allocated_then_the_indication_is_dropped) {
@@ -94,5 +94,5 @@ TEST_F(lyn_yrp_nas, when_a_record_cannot_be_allocated_then_the_indication_is_dro
   lyn_yrp_nas_ind_cb(nullptr, YRP_NAS_PPS_IND, &nothing, 0, nullptr);
   EXPECT_TRUE(alloc_fault_disarm());
   EXPECT_TRUE(nas_events().empty());
-  EXPECT_EQ(nas_log().back(), "ERROR Memory allocation failure");
+  EXPECT_EQ(diag_log_lines().back(), "ERROR Memory allocation failure");
 }
