@@ -1,4 +1,4 @@
-/* The NAS client without memory: every allocation of every call, one after the other. */
+/* The NAS client without memory: every allocation of every call but the queries, one after the other. */
 #include <functional>
 
 #include "alloc_fault.h"
@@ -7,14 +7,6 @@
 using testing::Contains;
 
 namespace {
-
-template <typename Result>
-std::function<int32_t()> asking(int32_t (*query)(Result *)) {
-  return [query] {
-    Result result;
-    return query(&result);
-  };
-}
 
 template <typename Record>
 std::function<int32_t()> telling(int32_t (*request)(const Record *)) {
@@ -28,21 +20,6 @@ std::function<int32_t()> telling(int32_t (*request)(const Record *)) {
 
 TEST_F(lyn_yrp_nas, when_request_or_response_cannot_be_allocated_then_nothing_is_sent) {
   const std::function<int32_t()> calls[] = {
-      [] {
-        lyn_nas_sys_info_t sys_info;
-        return lyn_yrp_nas_get_sys_info(&sys_info, 1);
-      },
-      asking(lyn_yrp_nas_get_cell_info),
-      asking(lyn_yrp_nas_get_sig_info),
-      asking(lyn_yrp_nas_get_tx_pwr_info),
-      asking(lyn_yrp_nas_get_mcs_info),
-      asking(lyn_yrp_nas_get_rrc_state),
-      asking(lyn_yrp_nas_get_endc_mode),
-      asking(lyn_yrp_nas_get_scs_info),
-      asking(lyn_yrp_nas_get_cphy_ca_info),
-      asking(lyn_yrp_nas_get_rf_bw_info),
-      asking(lyn_yrp_nas_get_cqi_info),
-      asking(lyn_yrp_nas_get_cell_lock_list),
       telling(lyn_yrp_nas_set_cell_lock_list),
       telling(lyn_yrp_nas_set_pps_config),
       telling(lyn_yrp_nas_set_pps_change_status),
