@@ -14,10 +14,6 @@
 
 namespace {
 
-void drop_event(ox_lyn_hndl_t, ox_lyn_dm_info_t *info, uint32_t) {
-  free(info);
-}
-
 /** Whether the module lock is held by somebody now. */
 bool module_locked() {
   if (pthread_mutex_trylock(&lyn_module_lock) != 0)
@@ -27,32 +23,30 @@ bool module_locked() {
 }
 
 TEST(endc_lock_fault, metric_38_without_memory_reports_success_and_keeps_the_module_locked_for_every_later_call) {
-  static ox_lyn_hndl_t hndl = 0;
   static std::atomic<bool> started{false}, answered{false};
   metric_board(OX_LYN_REG_LTE_E);
-  ASSERT_EQ(ox_lyn_init(&hndl, 0, drop_event), 0);
-  ASSERT_TRUE(sim_board_wait_idle(5000));
+  board.up();
   ox_lyn_dm_info_t info = metric_request(OX_LYN_GET_LTE_ENDC_MODE_E);
-  ASSERT_EQ(ox_lyn_get_info(hndl, &info), 0);
+  ASSERT_EQ(ox_lyn_get_info(board.hndl, &info), 0);
   free(info.value.ptr);
   ASSERT_FALSE(module_locked());
-  metric_forget();
+  board_forget();
 
   info.value_type = 99;
   info.value.i64 = 77;
   alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, 4); /* two buffers of each of the two queries */
-  const int32_t status = ox_lyn_get_info(hndl, &info);
+  const int32_t status = ox_lyn_get_info(board.hndl, &info);
   ASSERT_TRUE(alloc_fault_disarm());
   EXPECT_EQ(status, 0);
   EXPECT_EQ(info.value_type, 0U);
   EXPECT_EQ(info.value.i64, 77) << "there is no block, and the value is left alone";
-  EXPECT_THAT(metric_errors(), testing::ElementsAre("Memory allocation failure"));
+  EXPECT_THAT(diag_log_texts("ERROR"), testing::ElementsAre("Memory allocation failure"));
   EXPECT_TRUE(module_locked());
 
   std::thread([] {
     ox_lyn_dm_info_t later = metric_request(OX_LYN_GET_REG_STATUS_E);
     started = true;
-    ox_lyn_get_info(hndl, &later);
+    ox_lyn_get_info(board.hndl, &later);
     answered = true;
   }).detach();
   while (!started)

@@ -4,9 +4,8 @@
  *
  * Events run on the test's own thread, by the function that the command thread runs, so that a fault meets nobody else.
  */
-#include "../unit/diag_log.h"
-#include "../unit/event_board.h"
 #include "alloc_fault.h"
+#include "board.h"
 #include "lyn_interface.h"
 
 using testing::ElementsAre;
@@ -14,18 +13,14 @@ using testing::IsEmpty;
 
 namespace {
 
-struct lyn_interface_event_fault : testing::Test {
-  void SetUp() override {
-    events.start(event_no_service);
-    diag_log_take();
-  }
-  void TearDown() override { events.stop(); }
+struct lyn_interface_event_fault : board_test {
+  void SetUp() override { board.start(board_no_service); }
 };
 
 /** What was delivered, without waiting. */
 std::vector<delivered> taken() {
-  const std::lock_guard guard(events.lock);
-  return std::exchange(events.deliveries, {});
+  const std::lock_guard guard(board.lock);
+  return std::exchange(board.deliveries, {});
 }
 
 template <typename Block>
@@ -105,8 +100,8 @@ const struct {
 };
 
 TEST_F(lyn_interface_event_fault, an_event_that_lacks_any_allocation_is_not_delivered_and_nothing_is_lost) {
-  EXPECT_EQ(events.subscribe(OX_LYN_IND_MODEM_STATUS_E), 0);
-  EXPECT_EQ(events.subscribe(OX_LYN_IND_REG_STATUS_E), 0);
+  EXPECT_EQ(board.subscribe(OX_LYN_IND_MODEM_STATUS_E), 0);
+  EXPECT_EQ(board.subscribe(OX_LYN_IND_REG_STATUS_E), 0);
   for (const auto &kind : kinds) {
     diag_log_take();
     uint32_t seen = 0;
@@ -140,7 +135,7 @@ TEST_F(lyn_interface_event_fault, the_books_are_kept_where_the_delivery_fails) {
 }
 
 TEST_F(lyn_interface_event_fault, one_signal_value_is_skipped_and_delivered_by_the_next_event) {
-  events.subscribe_all();
+  board.subscribe_all();
   yrp_nas_sig_info_ind_t ind = {};
   ind.lte_sig_info_valid = ind.nr5g_sig_info_valid = ind.nr5g_rsrq_valid = 1;
   const uint32_t order[] = {3, 5, 7, 4, 6, 8};
@@ -182,7 +177,7 @@ TEST_F(lyn_interface_event_fault, posting_without_memory_says_which_and_frees_th
       EXPECT_THAT(errors, testing::Contains(rows[pass].text)) << kind.name;
     }
   }
-  EXPECT_THAT(events.settled(), IsEmpty());
+  EXPECT_THAT(board.settled(), IsEmpty());
 }
 
 }  // namespace

@@ -27,10 +27,7 @@ ox_lyn_mtpe_req_t throughput_request(uint32_t test_type) {
   return req;
 }
 
-class mobile_fault : public testing::Test {
- protected:
-  void TearDown() override { mobile.stop(); }
-};
+using mobile_fault = board_test;
 
 // On the caller's thread ---------------------------------------------------------------------------------------------
 
@@ -49,16 +46,16 @@ TEST_F(mobile_fault, metric_whose_block_cannot_be_allocated_fails_leaves_the_rec
   mobile.start();
   for (const given_metric &of : metrics) {
     SCOPED_TRACE(of.metric);
-    ox_lyn_dm_info_t info = mobile.record_of(of.metric);
+    ox_lyn_dm_info_t info = metric_request(of.metric);
     info.value.i64 = of.value;
     // The query of the system information comes first; its request and response are allocated on this thread, too.
     alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, 2);
     diag_log_take();
-    EXPECT_EQ(ox_lyn_get_info(mobile.hndl, &info), OX_LYN_ERR_FAILURE);
+    EXPECT_EQ(ox_lyn_get_info(board.hndl, &info), OX_LYN_ERR_FAILURE);
     EXPECT_TRUE(alloc_fault_disarm());
     EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("Memory allocation failure"));
     EXPECT_EQ(info.value.i64, of.value);
-    EXPECT_EQ(ox_lyn_get_info(mobile.hndl, &info), OX_LYN_SUCCESS);
+    EXPECT_EQ(ox_lyn_get_info(board.hndl, &info), OX_LYN_SUCCESS);
     free(info.value.ptr);
   }
 }
@@ -69,12 +66,12 @@ TEST_F(mobile_fault, throughput_test_without_memory_is_not_configured_not_ongoin
   mobile.forget_calls();
   diag_log_take();
   alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, 2);
-  EXPECT_EQ(mobile.get(OX_LYN_GET_MTPE_LTE_INFO_E, &req), OX_LYN_SUCCESS);
+  EXPECT_EQ(board.get(OX_LYN_GET_MTPE_LTE_INFO_E, &req), OX_LYN_SUCCESS);
   EXPECT_TRUE(alloc_fault_disarm());
   EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("Memory allocation failure"));
   EXPECT_THAT(mobile.settled(), IsEmpty());
   EXPECT_THAT(mobile.calls("oxmap"), IsEmpty());
-  EXPECT_EQ(mobile.get(OX_LYN_GET_MTPE_LTE_INFO_E, &req), OX_LYN_SUCCESS);
+  EXPECT_EQ(board.get(OX_LYN_GET_MTPE_LTE_INFO_E, &req), OX_LYN_SUCCESS);
   EXPECT_EQ(mobile.take(2).size(), 2U);
 }
 
@@ -105,8 +102,8 @@ void let_it_happen(size_t wanted, uint32_t failing) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
     sim_board_wait_idle(1000);
     after_failure += alloc_fault_seen() > failing;
-    const std::lock_guard guard(mobile.lock);
-    if (mobile.events.size() >= wanted)
+    const std::lock_guard guard(board.lock);
+    if (board.deliveries.size() >= wanted)
       return;
   }
 }
@@ -118,11 +115,11 @@ void let_it_happen(size_t wanted, uint32_t failing) {
 void fail_each_allocation(const std::string &toml, const lines &undisturbed, uint32_t metric, const void *req) {
   uint32_t met = 0;
   for (bool failed = true; failed; met += failed) {
-    SCOPED_TRACE(mobile_text("allocation ", met));
+    SCOPED_TRACE(text_of("allocation ", met));
     mobile.start(toml);
     diag_log_take();
     alloc_fault_arm(ALLOC_FAULT_OTHER_THREADS, met);
-    EXPECT_EQ(mobile.get(metric, req), OX_LYN_SUCCESS);
+    EXPECT_EQ(board.get(metric, req), OX_LYN_SUCCESS);
     let_it_happen(undisturbed.size(), met);
     failed = alloc_fault_disarm();
     const lines delivered = mobile.settled();
@@ -132,7 +129,7 @@ void fail_each_allocation(const std::string &toml, const lines &undisturbed, uin
     } else {
       EXPECT_EQ(delivered, undisturbed);
     }
-    mobile.stop();
+    board.stop();
   }
   EXPECT_GE(met, 6U) << "block, command, event and queue node of the poster; block and record of the delivery";
   mobile.start();
@@ -166,7 +163,7 @@ TEST_F(mobile_fault, each_allocation_behind_a_throughput_test_of_both_directions
 
 TEST_F(mobile_fault, batch_that_lacks_any_allocation_is_dropped_and_the_next_ones_come) {
   mobile.start("location.batch = 2\n");
-  EXPECT_EQ(mobile.get(OX_LYN_GET_LOC_ROUTINE_BATCHING_E, &batching), OX_LYN_SUCCESS);
+  EXPECT_EQ(board.get(OX_LYN_GET_LOC_ROUTINE_BATCHING_E, &batching), OX_LYN_SUCCESS);
   constexpr uint32_t of_one_batch = 8;  // two blocks, command, event, queue node; two blocks and record of the delivery
   for (uint32_t failing = 0; failing < 2 * of_one_batch; failing++) {
     alloc_fault_arm(ALLOC_FAULT_OTHER_THREADS, failing);
@@ -176,7 +173,7 @@ TEST_F(mobile_fault, batch_that_lacks_any_allocation_is_dropped_and_the_next_one
     mobile.take(1);  // may have been under way
     EXPECT_THAT(mobile.take(2), Each(AnyOf("batch status 1 response 0 of 2", "batch status 1 response -1 of 2")));
   }
-  EXPECT_EQ(mobile.set(OX_LYN_SET_LOC_ROUTINE_BATCHING_STOP_E), OX_LYN_SUCCESS);
+  EXPECT_EQ(board.set(OX_LYN_SET_LOC_ROUTINE_BATCHING_STOP_E), OX_LYN_SUCCESS);
 }
 
 }  // namespace

@@ -2,13 +2,13 @@
 #include <cstring>
 
 #include "alloc_fault.h"
-#include "control_board.h"
+#include "board.h"
 
 using testing::ElementsAre;
 
 namespace {
 
-using lyn_scan_fault = control_board_test;
+using lyn_scan_fault = board_test;
 
 bool nothing_pending() {
   const lyn_guard_t held(&lyn_module_lock);
@@ -45,7 +45,7 @@ TEST_F(lyn_scan_fault, a_control_without_memory_for_its_request_or_response_is_r
       EXPECT_TRUE(alloc_fault_disarm());
       std::vector<std::string> expected = {"ERROR Memory allocation failure"};
       expected.insert(expected.end(), row.logged.begin(), row.logged.end());
-      EXPECT_EQ(board.logged({"lyn_interface_set.cpp", "lyn_yrp_nas_config.cpp", "lyn_yrp_nas_priv.h"}), expected);
+      EXPECT_EQ(diag_log_lines({"lyn_interface_set.cpp", "lyn_yrp_nas_config.cpp", "lyn_yrp_nas_priv.h"}), expected);
       EXPECT_TRUE(board.asked().empty());
     }
   }
@@ -60,7 +60,7 @@ TEST_F(lyn_scan_fault, a_scan_without_memory_for_its_request_leaves_nothing_pend
     EXPECT_TRUE(nothing_pending());
   }
   EXPECT_EQ(board.get(OX_LYN_GET_LTE_NBR_PCI_E), OX_LYN_SUCCESS);
-  EXPECT_EQ(board.wait_answers(1).at(0).id, 1U);
+  EXPECT_EQ(board.take(1).at(0).id, 1U);
 }
 
 /**
@@ -77,7 +77,7 @@ TEST_F(lyn_scan_fault, an_answer_without_memory_is_dropped_and_ends_its_scan_onc
       sim_board_post("nas", 133, {0x01, 0x04, 0x00, 0, 0, 0, 0});
       board.settle();
       const bool met = alloc_fault_disarm(), clear = nothing_pending();
-      const size_t delivered = board.answers.size();
+      const size_t delivered = board.take(0).size();
       board.stop();
       if (!met) {
         EXPECT_EQ(delivered, 1U);
@@ -100,7 +100,7 @@ TEST_F(lyn_scan_fault, a_second_radio_without_memory_for_its_request_is_dropped_
     sim_board_post("nas", 133, {0x01, 0x04, 0x00, 0, 0, 0, 0});
     board.settle();
     EXPECT_TRUE(alloc_fault_disarm());
-    EXPECT_EQ(board.wait_answers(1).at(0).id, 1U);
+    EXPECT_EQ(board.take(1).at(0).id, 1U);
     EXPECT_TRUE(nothing_pending());
     board.stop();
   }

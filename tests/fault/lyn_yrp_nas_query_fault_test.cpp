@@ -64,22 +64,15 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-void drop_event(ox_lyn_hndl_t, ox_lyn_dm_info_t *info, uint32_t) {
-  free(info); /* the boards of these tests send no event with a block */
-}
-
-struct lyn_yrp_nas_query_fault : testing::Test {
-  ox_lyn_hndl_t hndl = 0;
-
+struct lyn_yrp_nas_query_fault : board_test {
   void SetUp() override {
     metric_board(OX_LYN_REG_LTE_NR5G_E);
-    ASSERT_EQ(ox_lyn_init(&hndl, 0, drop_event), 0);
-    ASSERT_TRUE(sim_board_wait_idle(5000));
-    metric_forget();
+    board.up();
+    board_forget();
   }
   void TearDown() override {
     lists_too_long = false;
-    EXPECT_EQ(ox_lyn_deinit(hndl), 0);
+    board_test::TearDown();
   }
 };
 
@@ -115,14 +108,14 @@ const std::function<int32_t(bool &)> queries[] = {
 TEST_F(lyn_yrp_nas_query_fault, query_without_memory_for_either_buffer_asks_nothing_and_leaves_its_record) {
   for (const auto &query : queries) {
     for (uint32_t pass = 0; pass < 2; pass++) {
-      SCOPED_TRACE(metric_text("query ", &query - queries, ", allocation ", pass + 1));
+      SCOPED_TRACE(text_of("query ", &query - queries, ", allocation ", pass + 1));
       bool untouched = false;
       alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, pass);
       const int32_t status = query(untouched);
       EXPECT_TRUE(alloc_fault_disarm());
       EXPECT_EQ(status, -3);
       EXPECT_TRUE(untouched);
-      EXPECT_THAT(metric_log(), ElementsAre("ERROR Memory allocation failure"));
+      EXPECT_THAT(diag_log_lines(), ElementsAre("ERROR Memory allocation failure"));
       EXPECT_THAT(metric_asked(), IsEmpty());
     }
   }
@@ -145,11 +138,11 @@ struct starved_get {
   ox_lyn_dm_info_t info;
 };
 
-starved_get get_starved(ox_lyn_hndl_t hndl, uint32_t metric, uint32_t pass, void *buffer) {
+starved_get get_starved(uint32_t metric, uint32_t pass, void *buffer) {
   starved_get got = {.status = 0, .met = false, .info = metric_request(metric, buffer)};
   got.info.value_type = 99;
   alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, pass);
-  got.status = ox_lyn_get_info(hndl, &got.info);
+  got.status = ox_lyn_get_info(board.hndl, &got.info);
   got.met = alloc_fault_disarm();
   return got;
 }
@@ -163,18 +156,18 @@ TEST_F(lyn_yrp_nas_query_fault, metric_without_memory_has_no_value_whichever_all
     const bool pci = metric == OX_LYN_GET_LTE_SERV_PCI_E || metric == OX_LYN_GET_NR5G_SERV_PCI_E;
     const uint32_t of_queries = metric == OX_LYN_GET_REG_STATUS_E ? 2 : pci ? 6 : 4;
     for (uint32_t pass = 0; pass < of_queries + own_block; pass++) {
-      SCOPED_TRACE(metric_text("metric ", metric, ", allocation ", pass + 1));
-      metric_forget();
-      const starved_get got = get_starved(hndl, metric, pass, &buffer);
+      SCOPED_TRACE(text_of("metric ", metric, ", allocation ", pass + 1));
+      board_forget();
+      const starved_get got = get_starved(metric, pass, &buffer);
       EXPECT_TRUE(got.met);
       EXPECT_EQ(got.status, pass < of_queries ? -3 : -1);
       EXPECT_EQ(got.info.value_type, 0U);
       EXPECT_EQ(got.info.value.ptr, &buffer);
-      EXPECT_EQ(metric_errors().back(), "Memory allocation failure");
+      EXPECT_EQ(diag_log_texts("ERROR").back(), "Memory allocation failure");
     }
     if (metric == OX_LYN_GET_LTE_ENDC_MODE_E)
       continue; /* its block has a test program of its own */
-    const starved_get fed = get_starved(hndl, metric, of_queries + own_block, &buffer);
+    const starved_get fed = get_starved(metric, of_queries + own_block, &buffer);
     EXPECT_FALSE(fed.met) << "there is no further allocation";
     EXPECT_EQ(fed.status, 0) << metric;
     if (own_block)
@@ -187,11 +180,11 @@ TEST_F(lyn_yrp_nas_query_fault, list_without_memory_ends_at_its_entry_and_gives_
   for (ox_lyn_dm_info_t &info : list)
     info = metric_request(OX_LYN_GET_LTE_SERV_RSRP_E);
   alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, 6);
-  EXPECT_EQ(ox_lyn_get_info_list(hndl, list, 3), -3);
+  EXPECT_EQ(ox_lyn_get_info_list(board.hndl, list, 3), -3);
   EXPECT_TRUE(alloc_fault_disarm());
   EXPECT_EQ(list[0].value.i64, -95);
   EXPECT_EQ(list[2].value.i64, 0);
-  EXPECT_EQ(ox_lyn_get_info_list(hndl, list, 3), 0);
+  EXPECT_EQ(ox_lyn_get_info_list(board.hndl, list, 3), 0);
 }
 
 /* Lists longer than their room */
@@ -219,25 +212,25 @@ TEST_F(lyn_yrp_nas_query_fault, lists_that_claim_to_be_longer_are_cut_to_the_roo
 
 /** A buffer of the caller's, alone on the heap, so that a sanitizer sees the first octet written behind it. */
 template <typename block>
-void expect_whole(ox_lyn_hndl_t hndl, uint32_t metric, uint32_t (*count)(const block &), uint32_t wanted) {
+void expect_whole(uint32_t metric, uint32_t (*count)(const block &), uint32_t wanted) {
   auto buffer = std::make_unique<block>();
   ox_lyn_dm_info_t info = metric_request(metric, buffer.get());
-  ASSERT_EQ(ox_lyn_get_info(hndl, &info), 0) << metric;
+  ASSERT_EQ(ox_lyn_get_info(board.hndl, &info), 0) << metric;
   EXPECT_EQ(count(*buffer), wanted);
 }
 
 TEST_F(lyn_yrp_nas_query_fault, callers_buffers_take_lists_that_claim_to_be_longer) {
   lists_too_long = true;
   expect_whole<ox_lyn_lte_cqi_t>(
-      hndl, OX_LYN_GET_LTE_SERV_CQI_E, [](const auto &cqi) { return cqi.count; }, 7);
+      OX_LYN_GET_LTE_SERV_CQI_E, [](const auto &cqi) { return cqi.count; }, 7);
   expect_whole<ox_lyn_nr5g_cqi_t>(
-      hndl, OX_LYN_GET_NR5G_SERV_CQI_E, [](const auto &cqi) { return cqi.count; }, 12);
+      OX_LYN_GET_NR5G_SERV_CQI_E, [](const auto &cqi) { return cqi.count; }, 12);
   expect_whole<ox_lyn_lte_cell_lock_t>(
-      hndl, OX_LYN_GET_LTE_CELL_LOCK_LIST_E, [](const auto &lock) { return uint32_t{lock.count}; }, 60);
+      OX_LYN_GET_LTE_CELL_LOCK_LIST_E, [](const auto &lock) { return uint32_t{lock.count}; }, 60);
   expect_whole<ox_lyn_nr5g_cell_lock_t>(
-      hndl, OX_LYN_GET_NR5G_CELL_LOCK_LIST_E, [](const auto &lock) { return lock.arfcn_list_len; }, 32);
+      OX_LYN_GET_NR5G_CELL_LOCK_LIST_E, [](const auto &lock) { return lock.arfcn_list_len; }, 32);
   ox_lyn_dm_info_t info = metric_request(OX_LYN_GET_NR5G_RF_BANDWIDTH_E);
-  ASSERT_EQ(ox_lyn_get_info(hndl, &info), 0);
+  ASSERT_EQ(ox_lyn_get_info(board.hndl, &info), 0);
   EXPECT_EQ(info.count, 16U);
 }
 

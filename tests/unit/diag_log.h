@@ -12,8 +12,11 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <initializer_list>
 #include <string>
+#include <string_view>
 #include <vector>
 
 struct diag_log_record {
@@ -71,6 +74,16 @@ inline std::vector<std::string> diag_log_texts(const std::string &level = "") {
     }
   }
   return texts;
+}
+
+/** The records since the last call as "HIGH text", of all files or of those that are named. */
+inline std::vector<std::string> diag_log_lines(std::initializer_list<std::string_view> files = {}) {
+  std::vector<std::string> lines;
+  for (const diag_log_record &record : diag_log_take()) {
+    if (files.size() == 0 || std::ranges::find(files, record.file) != files.end())
+      lines.push_back(record.level + " " + record.text);
+  }
+  return lines;
 }
 
 #endif

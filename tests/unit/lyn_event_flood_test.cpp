@@ -9,7 +9,10 @@
 #include <atomic>
 #include <thread>
 
-#include "event_board.h"
+#include "delivered.h"
+#include "lyn_event.h"
+#include "nas_service_v01.h"
+#include "sim_board.h"
 #include "sim_message.h"
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -92,34 +95,25 @@ std::string raw_entry(const char *ms, int16_t rsrp, size_t times) {
 constexpr int64_t flood_values[] = {-90, -91, -92};
 
 void count_signal(ox_lyn_hndl_t, ox_lyn_dm_info_t *info, uint32_t) {
-  const delivered one = event_take(info);
+  const delivered one = take_delivered(info);
   if (one.id == OX_LYN_IND_LTE_RSRP_E)
     counts.wrong += one.value != flood_values[counts.signals++ % std::size(flood_values)];
   else if (one.id == OX_LYN_IND_INSTALL_MODE_STATUS_E)
     counts.statuses++;
 }
 
-int32_t subscribe(ox_lyn_hndl_t hndl, uint32_t indication) {
-  ox_lyn_dm_ind_info_t info = {};
-  info.record_type = OX_LYN_RECORD_IND_E;
-  info.indication = indication;
-  info.value_type = OX_LYN_VALUE_INT64_E;
-  info.threshold = 1;
-  return ox_lyn_set_ind_info(hndl, &info);
-}
-
 TEST(lyn_event_flood, a_million_signal_indications_are_delivered_where_they_changed_and_in_order) {
   const size_t each = full() ? 250000 : 25000;
   /* Every second -91 repeats the one before: three of four indications are changes. */
-  ASSERT_EQ(sim_board_load("[board]\nnoise_db = 0\n" + std::string(event_no_service) + raw_entry("100", -90, each) +
-                           raw_entry("100.00025", -91, each) + raw_entry("100.0005", -91, each) +
-                           raw_entry("100.00075", -92, each)),
+  ASSERT_EQ(sim_board_load("board.noise_db = 0\nsys_info = { lte = 'no_service', nr5g_pci = -1 }\n" +
+                           raw_entry("100", -90, each) + raw_entry("100.00025", -91, each) +
+                           raw_entry("100.0005", -91, each) + raw_entry("100.00075", -92, each)),
             "");
   ox_lyn_hndl_t hndl = 0;
   ASSERT_EQ(ox_lyn_init(&hndl, 0, count_signal), OX_LYN_SUCCESS);
   ASSERT_TRUE(wait_until([] { return sim_board_wait_idle(1000); }));
   const size_t before = allocated();
-  ASSERT_EQ(subscribe(hndl, OX_LYN_IND_LTE_RSRP_E), OX_LYN_SUCCESS);
+  ASSERT_EQ(subscribe(hndl, OX_LYN_IND_LTE_RSRP_E, 1), OX_LYN_SUCCESS);
   EXPECT_TRUE(wait_until([=] { return counts.signals >= 3 * each; }));
   ASSERT_TRUE(sim_board_wait_idle(60000));
   /* Behind all of them. */
@@ -141,7 +135,7 @@ void count_life(ox_lyn_hndl_t, ox_lyn_dm_info_t *info, uint32_t) {
   counts.running++;
   if (counts.stopped)
     counts.after_stop++;
-  (void)event_take(info);
+  (void)take_delivered(info);
   counts.signals++;
   if (counts.stopped)
     counts.after_stop++;
@@ -202,7 +196,7 @@ TEST(lyn_event_flood, two_hundred_register_subscribe_deregister_cycles_on_a_busy
   for (int cycle = 0; cycle < 200; cycle++) {
     run.up();
     for (uint32_t ind = OX_LYN_IND_MODEM_STATUS_E; ind <= OX_LYN_IND_NR5G_SINR_E; ind++)
-      EXPECT_EQ(subscribe(run.hndl, ind), OX_LYN_SUCCESS);
+      EXPECT_EQ(subscribe(run.hndl, ind, 1), OX_LYN_SUCCESS);
     uint32_t subscribed = 0;
     EXPECT_EQ(ox_lyn_get_ind_count(run.hndl, &subscribed), OX_LYN_SUCCESS);
     EXPECT_EQ(subscribed, 8U);

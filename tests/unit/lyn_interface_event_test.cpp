@@ -6,8 +6,7 @@
 #include <atomic>
 #include <thread>
 
-#include "diag_log.h"
-#include "event_board.h"
+#include "board.h"
 #include "lyn_interface.h"
 
 using testing::Contains;
@@ -16,12 +15,8 @@ using testing::IsEmpty;
 
 namespace {
 
-struct lyn_interface_event : testing::Test {
-  void SetUp() override {
-    events.start(event_no_service);
-    diag_log_take();
-  }
-  void TearDown() override { events.stop(); }
+struct lyn_interface_event : board_test {
+  void SetUp() override { board.start(board_no_service); }
 };
 
 struct lyn_interface_event_down : testing::Test {};
@@ -58,76 +53,76 @@ std::vector<std::string> event_texts() {
 /* Modem and registration */
 
 TEST_F(lyn_interface_event, modem_up_and_down_are_delivered_while_subscribed) {
-  EXPECT_THAT(events.deliver<uint8_t>(LYN_EVENT_MODEM_UP, 1), IsEmpty());
-  EXPECT_EQ(events.subscribe(OX_LYN_IND_MODEM_STATUS_E), 0);
-  EXPECT_THAT(events.deliver<uint8_t>(LYN_EVENT_MODEM_UP, 1), ElementsAre(number(1, 9, OX_LYN_VALUE_UINT32_E)));
-  EXPECT_THAT(events.deliver<uint8_t>(LYN_EVENT_MODEM_DOWN, 1), ElementsAre(number(1, 8, OX_LYN_VALUE_UINT32_E)));
+  EXPECT_THAT(board.deliver<uint8_t>(LYN_EVENT_MODEM_UP, 1), IsEmpty());
+  EXPECT_EQ(board.subscribe(OX_LYN_IND_MODEM_STATUS_E), 0);
+  EXPECT_THAT(board.deliver<uint8_t>(LYN_EVENT_MODEM_UP, 1), ElementsAre(number(1, 9, OX_LYN_VALUE_UINT32_E)));
+  EXPECT_THAT(board.deliver<uint8_t>(LYN_EVENT_MODEM_DOWN, 1), ElementsAre(number(1, 8, OX_LYN_VALUE_UINT32_E)));
   uint32_t all[] = {OX_LYN_IND_MODEM_STATUS_E};
-  EXPECT_EQ(ox_lyn_clear_ind_list(events.hndl, all, 1), 0);
-  EXPECT_THAT(events.deliver<uint8_t>(LYN_EVENT_MODEM_DOWN, 1), IsEmpty());
+  EXPECT_EQ(ox_lyn_clear_ind_list(board.hndl, all, 1), 0);
+  EXPECT_THAT(board.deliver<uint8_t>(LYN_EVENT_MODEM_DOWN, 1), IsEmpty());
 }
 
 TEST_F(lyn_interface_event, the_registration_status_is_delivered_while_subscribed) {
-  EXPECT_THAT(events.deliver<uint32_t>(LYN_EVENT_SYS_INFO, 5), IsEmpty());
-  EXPECT_EQ(events.subscribe(OX_LYN_IND_REG_STATUS_E), 0);
-  EXPECT_THAT(events.deliver<uint32_t>(LYN_EVENT_SYS_INFO, 5), ElementsAre(number(2, 5, OX_LYN_VALUE_UINT32_E)));
-  EXPECT_THAT(events.deliver<uint32_t>(LYN_EVENT_SYS_INFO, 0xFFFFFFFF),
+  EXPECT_THAT(board.deliver<uint32_t>(LYN_EVENT_SYS_INFO, 5), IsEmpty());
+  EXPECT_EQ(board.subscribe(OX_LYN_IND_REG_STATUS_E), 0);
+  EXPECT_THAT(board.deliver<uint32_t>(LYN_EVENT_SYS_INFO, 5), ElementsAre(number(2, 5, OX_LYN_VALUE_UINT32_E)));
+  EXPECT_THAT(board.deliver<uint32_t>(LYN_EVENT_SYS_INFO, 0xFFFFFFFF),
               ElementsAre(number(2, 0xFFFFFFFF, OX_LYN_VALUE_UINT32_E)));
 }
 
 /* Signal */
 
 TEST_F(lyn_interface_event, six_signal_values_are_delivered_lte_first) {
-  events.subscribe_all();
+  board.subscribe_all();
   EXPECT_THAT(
-      events.deliver(LYN_EVENT_SIG_INFO, full_signal(-90, -11, 130)),
+      board.deliver(LYN_EVENT_SIG_INFO, full_signal(-90, -11, 130)),
       ElementsAre(number(3, -90), number(5, -11), number(7, 130), number(4, -91), number(6, -12), number(8, 129)));
 }
 
 TEST_F(lyn_interface_event, a_repeated_value_is_not_delivered_again) {
-  events.subscribe_all();
-  EXPECT_EQ(events.deliver(LYN_EVENT_SIG_INFO, lte_signal(-90, -11, 130)).size(), 3U);
-  EXPECT_THAT(events.deliver(LYN_EVENT_SIG_INFO, lte_signal(-90, -11, 130)), IsEmpty());
-  EXPECT_THAT(events.deliver(LYN_EVENT_SIG_INFO, lte_signal(-90, -12, 130)), ElementsAre(number(5, -12)));
-  EXPECT_THAT(events.deliver(LYN_EVENT_SIG_INFO, lte_signal(-91, -11, 130)),
+  board.subscribe_all();
+  EXPECT_EQ(board.deliver(LYN_EVENT_SIG_INFO, lte_signal(-90, -11, 130)).size(), 3U);
+  EXPECT_THAT(board.deliver(LYN_EVENT_SIG_INFO, lte_signal(-90, -11, 130)), IsEmpty());
+  EXPECT_THAT(board.deliver(LYN_EVENT_SIG_INFO, lte_signal(-90, -12, 130)), ElementsAre(number(5, -12)));
+  EXPECT_THAT(board.deliver(LYN_EVENT_SIG_INFO, lte_signal(-91, -11, 130)),
               ElementsAre(number(3, -91), number(5, -11)));
 }
 
 TEST_F(lyn_interface_event, thresholds_are_the_modems_business) {
-  EXPECT_EQ(events.subscribe(OX_LYN_IND_LTE_RSRP_E, 20), 0);
-  EXPECT_THAT(events.deliver(LYN_EVENT_SIG_INFO, lte_signal(-90, -11, 130)), ElementsAre(number(3, -90)));
-  EXPECT_THAT(events.deliver(LYN_EVENT_SIG_INFO, lte_signal(-91, -11, 130)), ElementsAre(number(3, -91)));
+  EXPECT_EQ(board.subscribe(OX_LYN_IND_LTE_RSRP_E, 20), 0);
+  EXPECT_THAT(board.deliver(LYN_EVENT_SIG_INFO, lte_signal(-90, -11, 130)), ElementsAre(number(3, -90)));
+  EXPECT_THAT(board.deliver(LYN_EVENT_SIG_INFO, lte_signal(-91, -11, 130)), ElementsAre(number(3, -91)));
 }
 
 TEST_F(lyn_interface_event, parts_that_are_not_valid_are_not_delivered) {
-  events.subscribe_all();
+  board.subscribe_all();
   yrp_nas_sig_info_ind_t ind = full_signal(-90, -11, 130);
   ind.lte_sig_info_valid = 0;
   ind.nr5g_rsrq_valid = 0;
-  EXPECT_THAT(events.deliver(LYN_EVENT_SIG_INFO, ind), ElementsAre(number(4, -91), number(8, 129)));
+  EXPECT_THAT(board.deliver(LYN_EVENT_SIG_INFO, ind), ElementsAre(number(4, -91), number(8, 129)));
   ind.nr5g_rsrq_valid = 1;
   ind.nr5g_sig_info_valid = 0;
-  EXPECT_THAT(events.deliver(LYN_EVENT_SIG_INFO, ind), ElementsAre(number(6, -12)));
+  EXPECT_THAT(board.deliver(LYN_EVENT_SIG_INFO, ind), ElementsAre(number(6, -12)));
 }
 
 TEST_F(lyn_interface_event, a_first_value_of_0_is_deliberately_not_delivered) {
-  events.subscribe_all();
-  EXPECT_THAT(events.deliver(LYN_EVENT_SIG_INFO, lte_signal(0, 0, 0)), IsEmpty());
-  EXPECT_THAT(events.deliver(LYN_EVENT_SIG_INFO, lte_signal(0, 0, 5)), ElementsAre(number(7, 5)));
-  EXPECT_THAT(events.deliver(LYN_EVENT_SIG_INFO, lte_signal(0, 0, 0)), ElementsAre(number(7, 0)));
+  board.subscribe_all();
+  EXPECT_THAT(board.deliver(LYN_EVENT_SIG_INFO, lte_signal(0, 0, 0)), IsEmpty());
+  EXPECT_THAT(board.deliver(LYN_EVENT_SIG_INFO, lte_signal(0, 0, 5)), ElementsAre(number(7, 5)));
+  EXPECT_THAT(board.deliver(LYN_EVENT_SIG_INFO, lte_signal(0, 0, 0)), ElementsAre(number(7, 0)));
 }
 
 TEST_F(lyn_interface_event, subscribing_again_makes_the_same_value_new) {
-  EXPECT_EQ(events.subscribe(OX_LYN_IND_LTE_RSRP_E, 1), 0);
-  EXPECT_EQ(events.subscribe(OX_LYN_IND_LTE_RSRQ_E, 1), 0);
-  EXPECT_EQ(events.deliver(LYN_EVENT_SIG_INFO, lte_signal(-90, -11, 130)).size(), 2U);
-  EXPECT_EQ(events.subscribe(OX_LYN_IND_LTE_RSRP_E, 1), 0);
-  EXPECT_THAT(events.deliver(LYN_EVENT_SIG_INFO, lte_signal(-90, -11, 130)), ElementsAre(number(3, -90)));
+  EXPECT_EQ(board.subscribe(OX_LYN_IND_LTE_RSRP_E, 1), 0);
+  EXPECT_EQ(board.subscribe(OX_LYN_IND_LTE_RSRQ_E, 1), 0);
+  EXPECT_EQ(board.deliver(LYN_EVENT_SIG_INFO, lte_signal(-90, -11, 130)).size(), 2U);
+  EXPECT_EQ(board.subscribe(OX_LYN_IND_LTE_RSRP_E, 1), 0);
+  EXPECT_THAT(board.deliver(LYN_EVENT_SIG_INFO, lte_signal(-90, -11, 130)), ElementsAre(number(3, -90)));
 }
 
 TEST_F(lyn_interface_event, extreme_values_are_sign_extended) {
-  events.subscribe_all();
-  EXPECT_THAT(events.deliver(LYN_EVENT_SIG_INFO, lte_signal(INT16_MIN, INT8_MIN, INT16_MAX)),
+  board.subscribe_all();
+  EXPECT_THAT(board.deliver(LYN_EVENT_SIG_INFO, lte_signal(INT16_MIN, INT8_MIN, INT16_MAX)),
               ElementsAre(number(3, -32768), number(5, -128), number(7, 32767)));
 }
 
@@ -135,7 +130,7 @@ TEST_F(lyn_interface_event, extreme_values_are_sign_extended) {
 
 TEST_F(lyn_interface_event, a_qos_flow_is_delivered_as_a_copy) {
   const ox_lyn_qos_flow_t flow = {5, 7, 6};
-  const auto got = events.deliver(LYN_EVENT_QOS_FLOW, flow);
+  const auto got = board.deliver(LYN_EVENT_QOS_FLOW, flow);
   ASSERT_EQ(got.size(), 1U);
   EXPECT_EQ(got[0].record_type, OX_LYN_RECORD_IND_E);
   EXPECT_EQ(got[0].id, OX_LYN_IND_QOS_FLOW_E);
@@ -146,7 +141,7 @@ TEST_F(lyn_interface_event, a_qos_flow_is_delivered_as_a_copy) {
 TEST_F(lyn_interface_event, a_panel_position_is_delivered_with_its_mode_translated) {
   const uint32_t modes[][2] = {{0, 1}, {1, 2}, {2, 3}, {3, 0}, {4, 0}, {0xFFFFFFFF, 0}};
   for (const auto &[from, to] : modes) {
-    const auto got = events.deliver(LYN_EVENT_PPS, yrp_nas_pps_ind_t{2, 1, from});
+    const auto got = board.deliver(LYN_EVENT_PPS, yrp_nas_pps_ind_t{2, 1, from});
     ASSERT_EQ(got.size(), 1U);
     EXPECT_EQ(got[0].id, OX_LYN_IND_PPS_CHANGE_E);
     EXPECT_EQ(got[0].value_type, OX_LYN_VALUE_INT64_E);
@@ -165,7 +160,7 @@ TEST_F(lyn_interface_event, an_install_measurement_is_delivered_with_its_spacing
   ind.freq_len = 7; /* the flag is 0: delivered all the same */
   for (uint32_t i = 0; i < 7; i++)
     ind.freqs[i] = {2079167 + i, 261, i, static_cast<int16_t>(-88 - static_cast<int>(i)), 12};
-  const auto got = events.deliver(LYN_EVENT_INSTALL_FREQ, ind);
+  const auto got = board.deliver(LYN_EVENT_INSTALL_FREQ, ind);
   ASSERT_EQ(got.size(), 1U);
   EXPECT_EQ(got[0].id, OX_LYN_IND_INSTALL_MODE_FREQ_INFO_E);
   const auto list = got[0].as<ox_lyn_install_freq_list_t>();
@@ -184,7 +179,7 @@ TEST_F(lyn_interface_event, each_entry_of_an_install_measurement_is_logged) {
   yrp_nas_install_freq_ind_t ind = {};
   ind.freq_len = 1;
   ind.freqs[0] = {2079167, 261, 3, -88, 12};
-  EXPECT_EQ(events.deliver(LYN_EVENT_INSTALL_FREQ, ind).size(), 1U);
+  EXPECT_EQ(board.deliver(LYN_EVENT_INSTALL_FREQ, ind).size(), 1U);
   const auto texts = event_texts();
   ASSERT_GE(texts.size(), 6U);
   EXPECT_EQ(
@@ -197,13 +192,13 @@ TEST_F(lyn_interface_event, each_entry_of_an_install_measurement_is_logged) {
 TEST_F(lyn_interface_event, an_install_measurement_above_its_capacity_is_cut) {
   yrp_nas_install_freq_ind_t ind = {};
   ind.freq_len = 70000;
-  const auto got = events.deliver(LYN_EVENT_INSTALL_FREQ, ind);
+  const auto got = board.deliver(LYN_EVENT_INSTALL_FREQ, ind);
   ASSERT_EQ(got.size(), 1U);
   EXPECT_EQ(got[0].as<ox_lyn_install_freq_list_t>().count, 16);
 }
 
 TEST_F(lyn_interface_event, an_install_status_is_delivered_and_logged_with_its_misspelling) {
-  EXPECT_THAT(events.deliver(LYN_EVENT_INSTALL_STATUS, yrp_nas_install_status_ind_t{0, 0x80000001}),
+  EXPECT_THAT(board.deliver(LYN_EVENT_INSTALL_STATUS, yrp_nas_install_status_ind_t{0, 0x80000001}),
               ElementsAre(number(OX_LYN_IND_INSTALL_MODE_STATUS_E, 0x80000001)));
   EXPECT_THAT(event_texts(), Contains("Recevied install mode status -2147483647\\n"));
 }
@@ -214,7 +209,7 @@ TEST_F(lyn_interface_event, a_single_shot_result_is_delivered_and_ends_the_reque
   shot.response = 3;
   shot.location.latitude = 51.5;
   lyn_state.single_shot_ongoing = 1;
-  const auto got = events.deliver(LYN_EVENT_LOC_SINGLE_SHOT, shot);
+  const auto got = board.deliver(LYN_EVENT_LOC_SINGLE_SHOT, shot);
   ASSERT_EQ(got.size(), 1U);
   EXPECT_EQ(got[0].record_type, OX_LYN_RECORD_ASYNC_E);
   EXPECT_EQ(got[0].id, OX_LYN_ASYNC_LOC_SINGLE_SHOT_E);
@@ -231,7 +226,7 @@ TEST_F(lyn_interface_event, a_batch_is_delivered_with_locations_of_its_own) {
   batch.count = 2;
   batch.locations = static_cast<ox_lyn_location_t *>(calloc(2, sizeof(ox_lyn_location_t)));
   batch.locations[1].latitude = -8.5;
-  const auto got = events.deliver(LYN_EVENT_LOC_BATCH, batch);
+  const auto got = board.deliver(LYN_EVENT_LOC_BATCH, batch);
   ASSERT_EQ(got.size(), 1U);
   EXPECT_EQ(got[0].id, OX_LYN_ASYNC_LOC_BATCH_E);
   EXPECT_EQ(got[0].value_type, OX_LYN_VALUE_LOCATION_E);
@@ -250,7 +245,7 @@ TEST_F(lyn_interface_event, a_batch_of_another_status_has_no_locations) {
   batch.response = 1;
   batch.count = 1;
   batch.locations = static_cast<ox_lyn_location_t *>(calloc(1, sizeof(ox_lyn_location_t)));
-  const auto got = events.deliver(LYN_EVENT_LOC_BATCH, batch);
+  const auto got = board.deliver(LYN_EVENT_LOC_BATCH, batch);
   ASSERT_EQ(got.size(), 1U);
   EXPECT_EQ(got[0].as<ox_lyn_loc_batch_t>().locations, nullptr);
   EXPECT_EQ(got[0].as<ox_lyn_loc_batch_t>().count, 0);
@@ -258,7 +253,7 @@ TEST_F(lyn_interface_event, a_batch_of_another_status_has_no_locations) {
 }
 
 TEST_F(lyn_interface_event, an_unknown_event_is_logged_and_freed) {
-  EXPECT_THAT(events.deliver<uint32_t>(79, 1), IsEmpty());
+  EXPECT_THAT(board.deliver<uint32_t>(79, 1), IsEmpty());
   EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("Processing of NAS message ID [79] - not supported!!"));
 }
 
@@ -279,7 +274,7 @@ TEST_F(lyn_interface_event, a_command_without_data_is_refused) {
 
 TEST_F(lyn_interface_event, each_producers_events_are_delivered_in_its_order) {
   constexpr uint32_t producers = 4, each = 2000;
-  EXPECT_EQ(events.subscribe(OX_LYN_IND_REG_STATUS_E), 0);
+  EXPECT_EQ(board.subscribe(OX_LYN_IND_REG_STATUS_E), 0);
   std::vector<std::thread> threads;
   for (uint32_t producer = 0; producer < producers; producer++) {
     threads.emplace_back([producer] {
@@ -290,7 +285,7 @@ TEST_F(lyn_interface_event, each_producers_events_are_delivered_in_its_order) {
   for (std::thread &thread : threads)
     thread.join();
   uint32_t next[producers] = {};
-  for (const delivered &one : events.settled()) {
+  for (const delivered &one : board.settled()) {
     const uint32_t value = static_cast<uint32_t>(one.value);
     ASSERT_EQ(value % each, next[value / each]++);
   }
@@ -298,8 +293,8 @@ TEST_F(lyn_interface_event, each_producers_events_are_delivered_in_its_order) {
 }
 
 TEST_F(lyn_interface_event, events_of_the_board_come_in_its_order) {
-  events.stop();
-  events.start(
+  board.stop();
+  board.start(
       "[[at]]\nafter = 'nas.108'\nms = 5\nsys_info = { lte = 'limited' }\n"
       "[[at]]\nafter = 'nas.108'\nms = 5\ninstall_status = 3\n"
       "[[at]]\nafter = 'nas.108'\nms = 5\nmodem = 'down'\n"
@@ -307,11 +302,11 @@ TEST_F(lyn_interface_event, events_of_the_board_come_in_its_order) {
       "[[at]]\nafter = 'nas.108'\nms = 5\nsys_info = { lte = 'service', nr5g_pci = -1 }\n"
       "[[at]]\nafter = 'nas.108'\nms = 5\ninstall_status = 4\n");
   lyn_state.ind_table.reg_status = 1; /* so that one message 108 starts the timeline */
-  EXPECT_EQ(events.subscribe(OX_LYN_IND_MODEM_STATUS_E), 0);
+  EXPECT_EQ(board.subscribe(OX_LYN_IND_MODEM_STATUS_E), 0);
   std::vector<delivered> got;
   for (int i = 0; i < 500 && (got.empty() || got.back() != number(12, 4)); i++) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    for (const delivered &one : events.settled())
+    for (const delivered &one : board.settled())
       got.push_back(one);
   }
   EXPECT_THAT(got, ElementsAre(number(2, 3, 4), number(12, 3), number(1, 8, 4), number(1, 9, 4), number(2, 5, 4),
@@ -319,13 +314,13 @@ TEST_F(lyn_interface_event, events_of_the_board_come_in_its_order) {
 }
 
 TEST_F(lyn_interface_event, after_a_modem_restart_nothing_is_registered_again) {
-  events.stop();
-  events.start("[[at]]\nms = 5\nafter = 'nas.108'\nmodem = 'down'\n[[at]]\nms = 10\nafter = 'nas.108'\nmodem = 'up'\n");
-  EXPECT_EQ(events.subscribe(OX_LYN_IND_MODEM_STATUS_E), 0);
+  board.stop();
+  board.start("[[at]]\nms = 5\nafter = 'nas.108'\nmodem = 'down'\n[[at]]\nms = 10\nafter = 'nas.108'\nmodem = 'up'\n");
+  EXPECT_EQ(board.subscribe(OX_LYN_IND_MODEM_STATUS_E), 0);
   std::vector<delivered> got;
   for (int i = 0; i < 500 && got.size() < 2; i++) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    for (const delivered &one : events.settled())
+    for (const delivered &one : board.settled())
       got.push_back(one);
   }
   EXPECT_THAT(got, ElementsAre(number(1, 8, 4), number(1, 9, 4)));
@@ -364,7 +359,7 @@ TEST_F(lyn_interface_event_down, events_before_the_end_of_the_start_are_refused)
   ox_lyn_hndl_t hndl = 0;
   ASSERT_EQ(ox_lyn_init(&hndl, 0,
                         [](ox_lyn_hndl_t, ox_lyn_dm_info_t *info, uint32_t) {
-                          (void)event_take(info);
+                          (void)take_delivered(info);
                           ++*counted;
                         }),
             OX_LYN_SUCCESS);

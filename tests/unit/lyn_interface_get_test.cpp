@@ -3,15 +3,12 @@
  * checks in their order, what is refused, and lists.
  */
 #include <atomic>
-#include <chrono>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <thread>
 
 #include "metric_board.h"
-#include "ox_lyn.h"
 
 namespace {
 
@@ -99,14 +96,14 @@ std::string cqi_text(const block &cqi) {
 std::string lte_lock_text(const ox_lyn_lte_cell_lock_t &lock) {
   std::string text;
   for (uint32_t i = 0; i < lock.count; i++)
-    text += metric_text("[", lock.cells[i].pci, " at ", lock.cells[i].freq, "]");
+    text += text_of("[", lock.cells[i].pci, " at ", lock.cells[i].freq, "]");
   return text;
 }
 
 std::string nr5g_lock_text(const ox_lyn_nr5g_cell_lock_t &lock) {
-  std::string text = metric_text("lock ", lock.lock_type, ", ", lock.pci, " at ", lock.arfcn, " scs ", lock.scs, ", ");
+  std::string text = text_of("lock ", lock.lock_type, ", ", lock.pci, " at ", lock.arfcn, " scs ", lock.scs, ", ");
   for (uint32_t i = 0; i < lock.arfcn_list_len; i++)
-    text += metric_text("[", lock.arfcn_list[i].arfcn, " scs ", lock.arfcn_list[i].scs, "]");
+    text += text_of("[", lock.arfcn_list[i].arfcn, " scs ", lock.arfcn_list[i].scs, "]");
   return text;
 }
 
@@ -258,53 +255,21 @@ texts messages(uint32_t metric, uint32_t network_status) {
 
 /* The module on a board */
 
-/** Throughput test statuses that were delivered. */
-std::mutex delivered_lock;
-std::vector<uint32_t> delivered_mtpe_statuses;
+struct lyn_interface_get : board_test {
+  void SetUp() override { start({}); }
 
-/** Takes over what is delivered; the boards of these tests cause no other event with a block. */
-void take_event(ox_lyn_hndl_t, ox_lyn_dm_info_t *info, uint32_t) {
-  if (info->record_type == OX_LYN_RECORD_IND_E && info->metric == OX_LYN_IND_MTPE_STATUS_E) {
-    const auto status = owned<ox_lyn_mtpe_status_t>(*info);
-    const std::lock_guard guard(delivered_lock);
-    delivered_mtpe_statuses.push_back(status->test_status);
+  static void start(const metric_tables &tables) {
+    metric_board(OX_LYN_REG_LTE_NR5G_E, tables);
+    board.up();
+    board_forget();
   }
-  free(info);
-}
-
-/** The statuses delivered so far, once there are `count` of them, or after 5 s. */
-std::vector<uint32_t> wait_for_mtpe_statuses(size_t count) {
-  for (int i = 0; i < 5000; i++) {
-    {
-      const std::lock_guard guard(delivered_lock);
-      if (delivered_mtpe_statuses.size() >= count)
-        return delivered_mtpe_statuses;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return {};
-}
-
-struct lyn_interface_get : testing::Test {
-  ox_lyn_hndl_t hndl = 0;
-
-  void SetUp() override {
-    metric_board(OX_LYN_REG_LTE_NR5G_E);
-    ASSERT_EQ(ox_lyn_init(&hndl, 0, take_event), 0);
-    ASSERT_TRUE(sim_board_wait_idle(5000));
-    metric_forget();
-  }
-  void TearDown() override { EXPECT_EQ(ox_lyn_deinit(hndl), 0); }
 
   /** The module on a board with a receiver that is ready. */
-  void start_with_receiver(const std::string &location) {
-    ASSERT_EQ(ox_lyn_deinit(hndl), 0);
+  static void start_with_receiver(const std::string &location) {
+    board.stop();
     metric_tables tables;
     tables.location = location;
-    metric_board(OX_LYN_REG_LTE_NR5G_E, tables);
-    ASSERT_EQ(ox_lyn_init(&hndl, 0, take_event), 0);
-    ASSERT_TRUE(sim_board_wait_idle(5000));
-    metric_forget();
+    start(tables);
   }
 
   /** One metric: "type 2: 1301", "-17". Fails the test where a record or a guard was written that must not be. */
@@ -312,7 +277,7 @@ struct lyn_interface_get : testing::Test {
     caller_buffers buffers;
     const ox_lyn_dm_info_t before = record_for(metric, &buffers);
     ox_lyn_dm_info_t info = before;
-    const int32_t status = ox_lyn_get_info(hndl, &info);
+    const int32_t status = ox_lyn_get_info(board.hndl, &info);
     EXPECT_TRUE(buffers.guards_intact()) << metric;
     EXPECT_EQ(info.record_type, before.record_type);
     EXPECT_EQ(info.metric, before.metric);
@@ -326,7 +291,7 @@ struct lyn_interface_get : testing::Test {
   }
 
   int32_t get_list(std::vector<ox_lyn_dm_info_t> &list) {
-    return ox_lyn_get_info_list(hndl, list.data(), static_cast<uint32_t>(list.size()));
+    return ox_lyn_get_info_list(board.hndl, list.data(), static_cast<uint32_t>(list.size()));
   }
 
   /** A list of plain metrics; its records are kept in `infos`. */
@@ -344,12 +309,12 @@ TEST_F(lyn_interface_get, every_metric_gives_its_value_type_and_value_at_each_st
     metric_board(network_status);
     for (const metric_row &row : metrics) {
       SCOPED_TRACE("metric " + std::to_string(row.metric) + " at " + std::to_string(network_status));
-      metric_forget();
+      board_forget();
       const std::string &wanted = network_status == 5 ? row.at_lte : network_status == 6 ? row.at_both : row.at_nr5g;
       EXPECT_EQ(get(row.metric), wanted);
       EXPECT_THAT(metric_asked(), ElementsAreArray(messages(row.metric, network_status)));
       if (wanted == "-17") {
-        EXPECT_THAT(metric_errors(), ElementsAre(row.missing + " information is not available!!"));
+        EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre(row.missing + " information is not available!!"));
       }
     }
   }
@@ -359,15 +324,15 @@ TEST_F(lyn_interface_get, without_service_every_metric_but_the_status_is_refused
   for (uint32_t network_status = 1; network_status <= 4; network_status++) {
     metric_board(network_status);
     EXPECT_EQ(get(1), "type 4: " + std::to_string(network_status));
-    EXPECT_THAT(metric_errors(), IsEmpty());
+    EXPECT_THAT(diag_log_texts("ERROR"), IsEmpty());
     const std::string text =
         "LTE and NR 5G service status unavailable [" + std::to_string(network_status) + "] - retry";
     for (uint32_t metric = 0; metric <= known_metrics + 1; metric++) {
       if (metric == 1)
         continue;
-      metric_forget();
+      board_forget();
       EXPECT_EQ(get(metric), "-16") << metric;
-      EXPECT_THAT(metric_errors(), ElementsAre(text));
+      EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre(text));
       EXPECT_THAT(metric_asked(), ElementsAre("77"));
     }
     EXPECT_EQ(get(UINT32_MAX), "-16");
@@ -376,10 +341,10 @@ TEST_F(lyn_interface_get, without_service_every_metric_but_the_status_is_refused
 
 TEST_F(lyn_interface_get, numbers_outside_the_catalogue_are_not_supported) {
   for (const uint32_t metric : {0U, known_metrics, known_metrics + 1, 99U, 0x80000001U, UINT32_MAX}) {
-    metric_forget();
+    board_forget();
     EXPECT_EQ(get(metric), "-7") << metric;
-    EXPECT_THAT(metric_errors(), ElementsAre("Retrieving the diagnostic information for metric[" +
-                                             std::to_string(metric) + "] - not supported!!"));
+    EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("Retrieving the diagnostic information for metric[" +
+                                                     std::to_string(metric) + "] - not supported!!"));
     EXPECT_THAT(metric_asked(), ElementsAre("77"));
   }
 }
@@ -388,7 +353,7 @@ TEST_F(lyn_interface_get, every_number_inside_the_catalogue_is_supported) {
   metric_board(6, metric_with("[scan]\nanswer_ms = -1\n[wwan.qos]\nanswer_ms = 3600000\n"));
   for (uint32_t metric = 1; metric < known_metrics; metric++) {
     ox_lyn_dm_info_t info = metric_request(metric);
-    EXPECT_NE(ox_lyn_get_info(hndl, &info), OX_LYN_ERR_NOT_SUPPORTED) << metric;
+    EXPECT_NE(ox_lyn_get_info(board.hndl, &info), OX_LYN_ERR_NOT_SUPPORTED) << metric;
     const std::set<uint32_t> with_block = {35, 36, 38, 44, 45, 46, 47};
     if (with_block.contains(metric))
       free(info.value.ptr);
@@ -429,7 +394,7 @@ TEST_F(lyn_interface_get, each_validity_marker_takes_away_its_own_metrics_and_no
       if (get(metric.metric) != "-17")
         continue;
       missing.insert(metric.metric);
-      EXPECT_THAT(metric_errors(), ElementsAre(metric.missing + " information is not available!!"));
+      EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre(metric.missing + " information is not available!!"));
     }
     EXPECT_EQ(missing, row.missing) << row.flag;
   }
@@ -460,17 +425,17 @@ TEST_F(lyn_interface_get, bad_parameters_are_refused_before_anything_is_asked) {
              reinterpret_cast<const void *>(static_cast<uintptr_t>(handle)), record);
     return std::string(line);
   };
-  metric_forget();
+  board_forget();
   EXPECT_EQ(ox_lyn_get_info(0, &info), -2);
-  EXPECT_EQ(ox_lyn_get_info(hndl + 1, &info), -2);
-  EXPECT_EQ(ox_lyn_get_info(hndl, nullptr), -2);
-  texts wanted = {text(0, &info), text(hndl + 1, &info), text(hndl, nullptr)};
+  EXPECT_EQ(ox_lyn_get_info(board.hndl + 1, &info), -2);
+  EXPECT_EQ(ox_lyn_get_info(board.hndl, nullptr), -2);
+  texts wanted = {text(0, &info), text(board.hndl + 1, &info), text(board.hndl, nullptr)};
   for (const uint32_t type : {0U, 2U, 3U, 257U, UINT32_MAX}) {
     info.record_type = type;
-    EXPECT_EQ(ox_lyn_get_info(hndl, &info), -2) << type;
-    wanted.push_back(text(hndl, &info));
+    EXPECT_EQ(ox_lyn_get_info(board.hndl, &info), -2) << type;
+    wanted.push_back(text(board.hndl, &info));
   }
-  EXPECT_THAT(metric_errors(), ElementsAreArray(wanted));
+  EXPECT_THAT(diag_log_texts("ERROR"), ElementsAreArray(wanted));
   EXPECT_THAT(metric_asked(), IsEmpty());
   const uint32_t untouched = record_for(1).value_type;
   EXPECT_EQ(info.value_type, untouched);
@@ -478,26 +443,26 @@ TEST_F(lyn_interface_get, bad_parameters_are_refused_before_anything_is_asked) {
 
 TEST_F(lyn_interface_get, after_a_teardown_that_failed_half_way_calls_are_refused_as_not_initialised) {
   metric_board(6, metric_with("[[fault]]\non = \"yrp.release\"\n"));
-  ASSERT_NE(ox_lyn_deinit(hndl), 0);
-  metric_forget();
+  ASSERT_NE(ox_lyn_deinit(board.hndl), 0);
+  board_forget();
   ox_lyn_dm_info_t info = record_for(0);
-  EXPECT_EQ(ox_lyn_get_info(hndl, &info), -12);
+  EXPECT_EQ(ox_lyn_get_info(board.hndl, &info), -12);
   EXPECT_EQ(info.value_type, record_for(0).value_type);
-  EXPECT_EQ(ox_lyn_get_info_list(hndl, &info, 1), -12);
-  EXPECT_THAT(metric_errors(),
+  EXPECT_EQ(ox_lyn_get_info_list(board.hndl, &info, 1), -12);
+  EXPECT_THAT(diag_log_texts("ERROR"),
               ElementsAre("Device Manager module is not initialized!!", "Device Manager module is not initialized!!"));
   info.record_type = 0;
-  EXPECT_EQ(ox_lyn_get_info(hndl, &info), -2) << "the parameters come first";
-  EXPECT_EQ(ox_lyn_get_info_list(hndl, &info, 0), -2);
+  EXPECT_EQ(ox_lyn_get_info(board.hndl, &info), -2) << "the parameters come first";
+  EXPECT_EQ(ox_lyn_get_info_list(board.hndl, &info, 0), -2);
   EXPECT_THAT(metric_asked(), IsEmpty());
-  ASSERT_EQ(ox_lyn_init(&hndl, 0, take_event), 0);
+  board.up();
 }
 
 TEST_F(lyn_interface_get, failed_system_information_comes_before_the_gate_and_the_range) {
   for (const uint32_t metric : {0U, 1U, 10U, 44U, 99U}) {
     metric_board(1, metric_with(metric_fault(77, 0, "result = 1\nerror = 46")));
     EXPECT_EQ(get(metric), "-1");
-    EXPECT_THAT(metric_errors(), ElementsAre("Retrieving system info failed - error[0], response[1/46]"));
+    EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("Retrieving system info failed - error[0], response[1/46]"));
   }
 }
 
@@ -507,9 +472,9 @@ TEST_F(lyn_interface_get, missing_buffer_is_refused_silently_behind_the_gate_and
       metric_board(network_status);
       ox_lyn_dm_info_t info = record_for(metric);
       info.value.ptr = nullptr;
-      EXPECT_EQ(ox_lyn_get_info(hndl, &info), network_status == 6 ? -2 : -16) << metric;
+      EXPECT_EQ(ox_lyn_get_info(board.hndl, &info), network_status == 6 ? -2 : -16) << metric;
       EXPECT_EQ(info.value_type, 0U);
-      EXPECT_EQ(metric_errors().size(), network_status == 6 ? 0U : 1U);
+      EXPECT_EQ(diag_log_texts("ERROR").size(), network_status == 6 ? 0U : 1U);
       EXPECT_THAT(metric_asked(), ElementsAre("77"));
     }
   }
@@ -524,17 +489,17 @@ TEST_F(lyn_interface_get, failed_query_gives_its_status_and_leaves_the_record_bu
         SCOPED_TRACE("metric " + std::to_string(row.metric) + ", message " + asked[i]);
         const int id = std::stoi(asked[i]);
         metric_board(network_status, metric_with(metric_fault(id, passings[id]++, "transport = -1")));
-        EXPECT_EQ(ox_lyn_get_info(hndl, nullptr), -2);
-        metric_forget();
+        EXPECT_EQ(ox_lyn_get_info(board.hndl, nullptr), -2);
+        board_forget();
         caller_buffers buffers;
         const ox_lyn_dm_info_t before = record_for(row.metric, &buffers);
         ox_lyn_dm_info_t info = before;
-        EXPECT_EQ(ox_lyn_get_info(hndl, &info), -1);
+        EXPECT_EQ(ox_lyn_get_info(board.hndl, &info), -1);
         EXPECT_EQ(info.value_type, 0U);
         EXPECT_TRUE(only_type_written(info, before));
         EXPECT_TRUE(buffers.guards_intact());
         EXPECT_EQ(metric_asked().size(), i + 1);
-        EXPECT_EQ(metric_errors().size(), 1U);
+        EXPECT_EQ(diag_log_texts("ERROR").size(), 1U);
       }
     }
   }
@@ -558,7 +523,7 @@ TEST_F(lyn_interface_get, cqi_buffer_is_cleared_whole_and_filled_up_to_its_last_
   metric_board(5, metric_with_lte("cqi", "[[15]]"));
   caller_buffers buffers;
   ox_lyn_dm_info_t info = record_for(16, &buffers);
-  ASSERT_EQ(ox_lyn_get_info(hndl, &info), 0);
+  ASSERT_EQ(ox_lyn_get_info(board.hndl, &info), 0);
   ox_lyn_lte_cqi_t wanted;
   memset(&wanted, 0, sizeof wanted);
   wanted.valid = 1;
@@ -574,15 +539,15 @@ TEST_F(lyn_interface_get, cqi_buffer_is_cleared_whole_and_filled_up_to_its_last_
 TEST_F(lyn_interface_get, lte_lock_list_leaves_the_callers_enforce_flag_and_the_places_behind_it) {
   caller_buffers buffers;
   ox_lyn_dm_info_t info = record_for(33, &buffers);
-  ASSERT_EQ(ox_lyn_get_info(hndl, &info), 0);
+  ASSERT_EQ(ox_lyn_get_info(board.hndl, &info), 0);
   EXPECT_EQ(buffers.lte_lock.count, 2);
   EXPECT_EQ(buffers.lte_lock.enforce, filler);
   EXPECT_EQ(buffers.lte_lock.cells[2].pci, filler << 8 | filler);
   std::string sixty = "[";
   std::string wanted = "type 8: ";
   for (int i = 0; i < 60; i++) {
-    sixty += metric_text("{ pci = ", i, ", freq = 7 },");
-    wanted += metric_text("[", i, " at 7]");
+    sixty += text_of("{ pci = ", i, ", freq = 7 },");
+    wanted += text_of("[", i, " at 7]");
   }
   metric_board(5, metric_with_lte("cell_lock", sixty + "]"));
   EXPECT_EQ(get(33), wanted);
@@ -598,18 +563,18 @@ TEST_F(lyn_interface_get, nr5g_lock_shows_the_modems_type_even_for_an_unlock_and
   EXPECT_EQ(get(34), "type 8: lock 2, 0 at 0 scs 0, [636000 scs 2][5 scs 0]");
   caller_buffers buffers;
   ox_lyn_dm_info_t info = record_for(34, &buffers);
-  ASSERT_EQ(ox_lyn_get_info(hndl, &info), 0);
+  ASSERT_EQ(ox_lyn_get_info(board.hndl, &info), 0);
   EXPECT_EQ(buffers.nr5g_lock.band_mask[0], 0x5A5A5A5A5A5A5A5AU);
   EXPECT_EQ(buffers.nr5g_lock.band_mask[7], 0x5A5A5A5A5A5A5A5AU);
 }
 
 TEST_F(lyn_interface_get, mcs_logs_its_lists_at_error_level_nr5g_only_the_lengths) {
   EXPECT_EQ(get(35), "type 0: dl [3, 4] ul [2]");
-  EXPECT_THAT(metric_errors(),
+  EXPECT_THAT(diag_log_texts("ERROR"),
               ElementsAre("MCS LTE down mod type 3\\n", "MCS LTE down mod type 4\\n", "MCS LTE up mod type 2\\n",
                           "MCS downlink_mod_len  2\\n", "MCS uplink mod len  1\\n"));
   EXPECT_EQ(get(36), "type 0: dl [5] ul [3, 1]");
-  EXPECT_THAT(metric_errors(), ElementsAre("MCS downlink_mod_len  1\\n", "MCS uplink mod len  2\\n"));
+  EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("MCS downlink_mod_len  1\\n", "MCS uplink mod len  2\\n"));
 }
 
 TEST_F(lyn_interface_get, mcs_without_an_uplink_fails_and_hands_the_block_over_all_the_same) {
@@ -623,9 +588,9 @@ TEST_F(lyn_interface_get, mcs_without_an_uplink_fails_and_hands_the_block_over_a
 
 TEST_F(lyn_interface_get, rrc_states_are_logged_as_they_are_given) {
   EXPECT_EQ(get(39), "type 0: 4");
-  EXPECT_EQ(metric_log().back(), "HIGH LYN : LTE RRC state 4");
+  EXPECT_EQ(diag_log_lines().back(), "HIGH LYN : LTE RRC state 4");
   EXPECT_EQ(get(40), "type 0: 9");
-  EXPECT_EQ(metric_log().back(), "HIGH LYN : NR5G RRC state 9");
+  EXPECT_EQ(diag_log_lines().back(), "HIGH LYN : NR5G RRC state 9");
 }
 
 TEST_F(lyn_interface_get, extremes_keep_their_sign_and_width) {
@@ -660,7 +625,7 @@ std::string not_supported(uint32_t metric) {
 TEST_F(lyn_interface_get, list_forgets_the_refusal_of_an_unknown_entry_when_the_last_one_succeeds) {
   EXPECT_EQ(get_list({0, 2}), 0);
   EXPECT_EQ(infos[1].value.i64, 1301);
-  EXPECT_THAT(metric_errors(), ElementsAre(checking(0), not_supported(0), checking(2)));
+  EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre(checking(0), not_supported(0), checking(2)));
   EXPECT_EQ(get_list({2, 0}), -7);
   EXPECT_EQ(infos[0].value.i64, 1301);
   EXPECT_EQ(get_list({99, UINT32_MAX, 1}), 0);
@@ -669,12 +634,12 @@ TEST_F(lyn_interface_get, list_forgets_the_refusal_of_an_unknown_entry_when_the_
 TEST_F(lyn_interface_get, list_refuses_52_and_53_though_they_work_alone) {
   EXPECT_EQ(get_list({2, 53}), -7);
   EXPECT_EQ(infos[0].value.i64, 1301);
-  EXPECT_THAT(metric_errors(), ElementsAre(checking(2), checking(53), not_supported(53)));
+  EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre(checking(2), checking(53), not_supported(53)));
   EXPECT_EQ(get_list({52}), -7);
   EXPECT_EQ(get_list({52, 2}), 0);
-  metric_forget();
+  board_forget();
   EXPECT_EQ(get(52), "type 0: 6510615555426900570") << "the value is left as it was";
-  EXPECT_THAT(metric_errors(), IsEmpty());
+  EXPECT_THAT(diag_log_texts("ERROR"), IsEmpty());
 }
 
 TEST_F(lyn_interface_get, list_ends_at_the_first_entry_that_fails) {
@@ -685,7 +650,7 @@ TEST_F(lyn_interface_get, list_ends_at_the_first_entry_that_fails) {
   const ox_lyn_dm_info_t untouched = record_for(4);
   EXPECT_EQ(memcmp(&infos[2], &untouched, sizeof untouched), 0);
   EXPECT_THAT(metric_asked(), ElementsAre("77", "67", "77", "79"));
-  EXPECT_THAT(metric_errors(),
+  EXPECT_THAT(diag_log_texts("ERROR"),
               ElementsAre(checking(2), checking(10), "Retrieving signal info failed - error[-3], response[0/0]"));
   EXPECT_EQ(get_list({2, 10, 4}), 0) << "the lock was given back";
 }
@@ -710,13 +675,13 @@ TEST_F(lyn_interface_get, list_without_entries_records_or_a_handle_is_refused) {
              reinterpret_cast<const void *>(static_cast<uintptr_t>(handle)), list, count);
     return std::string(line);
   };
-  metric_forget();
-  EXPECT_EQ(ox_lyn_get_info_list(hndl, &info, 0), -2);
-  EXPECT_EQ(ox_lyn_get_info_list(hndl, nullptr, 1), -2);
+  board_forget();
+  EXPECT_EQ(ox_lyn_get_info_list(board.hndl, &info, 0), -2);
+  EXPECT_EQ(ox_lyn_get_info_list(board.hndl, nullptr, 1), -2);
   EXPECT_EQ(ox_lyn_get_info_list(0, &info, 1), -2);
-  EXPECT_EQ(ox_lyn_get_info_list(hndl + 1, &info, 1), -2);
-  EXPECT_THAT(metric_errors(),
-              ElementsAre(text(hndl, &info, 0), text(hndl, nullptr, 1), text(0, &info, 1), text(hndl + 1, &info, 1)));
+  EXPECT_EQ(ox_lyn_get_info_list(board.hndl + 1, &info, 1), -2);
+  EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre(text(board.hndl, &info, 0), text(board.hndl, nullptr, 1),
+                                                   text(0, &info, 1), text(board.hndl + 1, &info, 1)));
   EXPECT_THAT(metric_asked(), IsEmpty());
 }
 
@@ -768,9 +733,9 @@ TEST_F(lyn_interface_get, neighbour_metrics_of_a_list_share_one_scan_and_a_secon
   metric_board(6, metric_with(never_answered));
   EXPECT_EQ(get_list({22, 23, 30}), 0);
   EXPECT_THAT(metric_asked(), ElementsAre(lte_scan));
-  metric_forget();
+  board_forget();
   EXPECT_EQ(get_list({2, 31}), -5);
-  EXPECT_THAT(metric_errors(),
+  EXPECT_THAT(diag_log_texts("ERROR"),
               ElementsAre("Neighbor cells scan request ongoing nr5g[1]/lte[1] - wait for completion!!"));
   EXPECT_THAT(metric_asked(), IsEmpty()) << "the entries are looked at before any is answered";
   EXPECT_EQ(get(32), "-5");
@@ -780,9 +745,9 @@ TEST_F(lyn_interface_get, failed_entry_leaves_the_neighbour_metrics_before_it_pe
   metric_board(6, metric_with(std::string(never_answered) + metric_fault(79, 0, "transport = -1")));
   EXPECT_EQ(get_list({23, 10}), -1);
   EXPECT_THAT(scans(metric_asked()), IsEmpty());
-  metric_log();
+  diag_log_lines();
   EXPECT_EQ(get(22), "-5");
-  EXPECT_THAT(metric_errors(),
+  EXPECT_THAT(diag_log_texts("ERROR"),
               ElementsAre("Neighbor cells scan request ongoing nr5g[1]/lte[0] - wait for completion!!"));
 }
 
@@ -799,49 +764,52 @@ TEST_F(lyn_interface_get, batching_that_runs_refuses_a_list_with_minus_1_and_a_s
   start_with_receiver("capabilities_ms = 0\n");
   ox_lyn_loc_batching_req_t interval = {.min_interval_ms = 3600000};
   ox_lyn_dm_info_t info = metric_request(OX_LYN_GET_LOC_ROUTINE_BATCHING_E, &interval);
-  ASSERT_EQ(ox_lyn_get_info(hndl, &info), 0);
-  metric_forget();
-  EXPECT_EQ(ox_lyn_get_info(hndl, &info), -5);
-  EXPECT_EQ(ox_lyn_get_info_list(hndl, &info, 1), -1);
-  EXPECT_THAT(metric_errors(), ElementsAre("Gps batching request ongoing 1 - wait for completion!!",
-                                           "Gps scan ongoing batching [1] - wait for completion!!"));
+  ASSERT_EQ(ox_lyn_get_info(board.hndl, &info), 0);
+  board_forget();
+  EXPECT_EQ(ox_lyn_get_info(board.hndl, &info), -5);
+  EXPECT_EQ(ox_lyn_get_info_list(board.hndl, &info, 1), -1);
+  EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("Gps batching request ongoing 1 - wait for completion!!",
+                                                   "Gps scan ongoing batching [1] - wait for completion!!"));
 }
 
 TEST_F(lyn_interface_get, single_shot_that_runs_refuses_a_list_and_a_single_call_with_minus_5) {
   start_with_receiver("capabilities_ms = 0\nfix_ms = -1\n");
   ox_lyn_loc_single_shot_req_t req = {.timeout_ms = 3600000, .horizontal_accuracy = 10};
   ox_lyn_dm_info_t info = metric_request(OX_LYN_GET_LOC_SINGLE_SHOT_E, &req);
-  ASSERT_EQ(ox_lyn_get_info(hndl, &info), 0);
-  metric_forget();
-  EXPECT_EQ(ox_lyn_get_info(hndl, &info), -5);
-  EXPECT_THAT(metric_log(), testing::IsSupersetOf({"HIGH ox_lyn_get_info:OX_LYN_GET_LOC_SINGLE_SHOT_E 1",
-                                                   "ERROR Gps single shot request ongoing 1 - wait for completion!!"}));
-  EXPECT_EQ(ox_lyn_get_info_list(hndl, &info, 1), -5);
-  EXPECT_THAT(metric_errors(), ElementsAre("Gps scan ongoing single_shot[1] - wait for completion!!"));
+  ASSERT_EQ(ox_lyn_get_info(board.hndl, &info), 0);
+  board_forget();
+  EXPECT_EQ(ox_lyn_get_info(board.hndl, &info), -5);
+  EXPECT_THAT(diag_log_lines(),
+              testing::IsSupersetOf({"HIGH ox_lyn_get_info:OX_LYN_GET_LOC_SINGLE_SHOT_E 1",
+                                     "ERROR Gps single shot request ongoing 1 - wait for completion!!"}));
+  EXPECT_EQ(ox_lyn_get_info_list(board.hndl, &info, 1), -5);
+  EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("Gps scan ongoing single_shot[1] - wait for completion!!"));
 }
 
 TEST_F(lyn_interface_get, throughput_test_that_cannot_start_reports_success_and_then_its_failure_as_an_indication) {
   metric_board(6, metric_with("[[fault]]\non = \"oxmap.ConfigureMTPE\"\n"));
-  delivered_mtpe_statuses.clear();
   ox_lyn_mtpe_req_t req = {};
   req.test_type = 1;
   req.duration = 1;
   req.ip_family = 4;
   req.protocol = 2;
   ox_lyn_dm_info_t info = metric_request(OX_LYN_GET_MTPE_LTE_INFO_E, &req);
-  EXPECT_EQ(ox_lyn_get_info(hndl, &info), 0);
-  EXPECT_EQ(wait_for_mtpe_statuses(1), std::vector<uint32_t>{0});
+  EXPECT_EQ(ox_lyn_get_info(board.hndl, &info), 0);
+  const auto events = board.take(1);
+  ASSERT_EQ(events.size(), 1U);
+  EXPECT_EQ(events[0].id, OX_LYN_IND_MTPE_STATUS_E);
+  EXPECT_EQ(events[0].as<ox_lyn_mtpe_status_t>().test_status, 0U);
   info = metric_request(OX_LYN_GET_MTPE_NR5G_INFO_E, &req);
-  EXPECT_EQ(ox_lyn_get_info(hndl, &info), 0) << "nothing is ongoing";
-  metric_forget();
-  EXPECT_EQ(ox_lyn_get_info(hndl, &info), -5);
-  EXPECT_THAT(metric_errors(), IsEmpty());
+  EXPECT_EQ(ox_lyn_get_info(board.hndl, &info), 0) << "nothing is ongoing";
+  board_forget();
+  EXPECT_EQ(ox_lyn_get_info(board.hndl, &info), -5);
+  EXPECT_THAT(diag_log_texts("ERROR"), IsEmpty());
 }
 
 TEST_F(lyn_interface_get, deliberately_the_nr5g_arfcn_is_called_earfcn_and_its_text_alone_says_5g_nr) {
   metric_board(5);
   EXPECT_EQ(get(3), "-17");
-  EXPECT_THAT(metric_errors(), ElementsAre("5G NR serving cell EARFCN information is not available!!"));
+  EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("5G NR serving cell EARFCN information is not available!!"));
 }
 
 /* Threads */
@@ -852,14 +820,14 @@ TEST_F(lyn_interface_get, calls_and_lists_of_several_threads_each_get_their_own_
   const auto single = [&](uint32_t metric, int64_t wanted) {
     for (int i = 0; i < 50; i++) {
       ox_lyn_dm_info_t info = record_for(metric);
-      wrong += ox_lyn_get_info(hndl, &info) != 0 || info.value.i64 != wanted;
+      wrong += ox_lyn_get_info(board.hndl, &info) != 0 || info.value.i64 != wanted;
     }
   };
   const auto lists = [&] {
     for (int i = 0; i < 20; i++) {
       ox_lyn_dm_info_t list[] = {record_for(2), record_for(11), record_for(20), record_for(0), record_for(5)};
-      wrong += ox_lyn_get_info_list(hndl, list, 5) != 0 || list[0].value.i64 != 1301 || list[1].value.i64 != -98 ||
-               list[2].value.i64 != -120 || list[4].value.i64 != 777;
+      wrong += ox_lyn_get_info_list(board.hndl, list, 5) != 0 || list[0].value.i64 != 1301 ||
+               list[1].value.i64 != -98 || list[2].value.i64 != -120 || list[4].value.i64 != 777;
     }
   };
   std::vector<std::thread> threads;

@@ -26,25 +26,22 @@ constexpr char fix_line[] = "shot kind 0 response 0 at 51.897463 -8.480187";
 constexpr char stopped_line[] = "shot kind 1 response 0 at 0 0";
 
 int32_t shoot(const ox_lyn_loc_single_shot_req_t &req = shot) {
-  return mobile.get(OX_LYN_GET_LOC_SINGLE_SHOT_E, &req);
+  return board.get(OX_LYN_GET_LOC_SINGLE_SHOT_E, &req);
 }
 
 int32_t start_batching() {
-  return mobile.get(OX_LYN_GET_LOC_ROUTINE_BATCHING_E, &batching);
+  return board.get(OX_LYN_GET_LOC_ROUTINE_BATCHING_E, &batching);
 }
 
 int32_t stop_shot() {
-  return mobile.set(OX_LYN_SET_LOC_SINGLE_SHOT_STOP_E);
+  return board.set(OX_LYN_SET_LOC_SINGLE_SHOT_STOP_E);
 }
 
 int32_t stop_batching() {
-  return mobile.set(OX_LYN_SET_LOC_ROUTINE_BATCHING_STOP_E);
+  return board.set(OX_LYN_SET_LOC_ROUTINE_BATCHING_STOP_E);
 }
 
-class location : public testing::Test {
- protected:
-  void TearDown() override { mobile.stop(); }
-};
+using location = board_test;
 
 // Single shots -------------------------------------------------------------------------------------------------------
 
@@ -70,8 +67,8 @@ TEST_F(location, nothing_starts_before_the_capabilities_and_nothing_counts_as_on
   }
   EXPECT_THAT(mobile.calls("location"), ElementsAre("LocationClientApi {}"));
 
-  ox_lyn_dm_info_t profiles = mobile.record_of(OX_LYN_GET_WWAN_PROFILE_INDEX_E);  // the capabilities come after it
-  EXPECT_EQ(ox_lyn_get_info(mobile.hndl, &profiles), OX_LYN_SUCCESS);
+  ox_lyn_dm_info_t profiles = metric_request(OX_LYN_GET_WWAN_PROFILE_INDEX_E);  // the capabilities come after it
+  EXPECT_EQ(ox_lyn_get_info(board.hndl, &profiles), OX_LYN_SUCCESS);
   free(profiles.value.ptr);
   EXPECT_TRUE(mobile.logged(mobile_capable));
   EXPECT_EQ(shoot(), OX_LYN_SUCCESS);
@@ -84,7 +81,7 @@ TEST_F(location, a_second_shot_is_refused_until_the_first_has_ended) {
   diag_log_take();
   EXPECT_EQ(shoot(), OX_LYN_ERR_BUSY);
   EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("Gps single shot request ongoing 1 - wait for completion!!"));
-  EXPECT_EQ(mobile.get_list(OX_LYN_GET_LOC_SINGLE_SHOT_E, &shot), OX_LYN_ERR_BUSY);
+  EXPECT_EQ(board.get_list({OX_LYN_GET_LOC_SINGLE_SHOT_E}, &shot), OX_LYN_ERR_BUSY);
   EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("Gps scan ongoing single_shot[1] - wait for completion!!"));
   EXPECT_EQ(mobile.calls("location", "getSinglePosition").size(), 1U);
 }
@@ -92,15 +89,15 @@ TEST_F(location, a_second_shot_is_refused_until_the_first_has_ended) {
 TEST_F(location, a_refused_shot_delivers_its_response_and_not_the_fix_that_comes_all_the_same) {
   for (uint32_t response : {1U, 2U, 3U, 5U, 77U}) {
     mobile.start(
-        mobile_text("location.fix_ms = 0\nlocation.fix_when_refused = true\n[[fault]]\non = "
-                    "\"location.getSinglePosition\"\nresult = 1\nerror = ",
-                    response, "\n"));
+        text_of("location.fix_ms = 0\nlocation.fix_when_refused = true\n[[fault]]\non = "
+                "\"location.getSinglePosition\"\nresult = 1\nerror = ",
+                response, "\n"));
     EXPECT_EQ(shoot(), OX_LYN_SUCCESS);
-    mobile.expect({mobile_text("shot kind 0 response ", response, " at 0 0")});
+    mobile.expect({text_of("shot kind 0 response ", response, " at 0 0")});
     EXPECT_EQ(shoot(), OX_LYN_SUCCESS) << "the refusal has ended the request";
     mobile.expect({fix_line});
     if (response != 77)
-      mobile.stop();
+      board.stop();
   }
 }
 
@@ -178,8 +175,8 @@ TEST_F(location, withdrawn_capabilities_end_a_shot_with_a_failure) {
 
 TEST_F(location, requests_without_parameters_are_refused_by_the_location_client) {
   mobile.start();
-  EXPECT_EQ(mobile.get(OX_LYN_GET_LOC_SINGLE_SHOT_E), OX_LYN_ERR_FAILURE);
-  EXPECT_EQ(mobile.get(OX_LYN_GET_LOC_ROUTINE_BATCHING_E), OX_LYN_ERR_FAILURE);
+  EXPECT_EQ(board.get(OX_LYN_GET_LOC_SINGLE_SHOT_E), OX_LYN_ERR_FAILURE);
+  EXPECT_EQ(board.get(OX_LYN_GET_LOC_ROUTINE_BATCHING_E), OX_LYN_ERR_FAILURE);
   EXPECT_THAT(mobile.calls("location", "getSinglePosition"), IsEmpty());
   EXPECT_EQ(stop_shot(), OX_LYN_ERR_FAILURE);
   EXPECT_EQ(stop_batching(), OX_LYN_ERR_FAILURE);
@@ -189,10 +186,10 @@ TEST_F(location, requests_without_parameters_are_refused_by_the_location_client)
 
 TEST_F(location, batches_of_every_size_arrive_with_their_locations_up_to_255) {
   for (uint32_t size : {0U, 1U, 4U, 255U, 300U}) {
-    mobile.start(mobile_text("location.batch = ", size, "\nlocation.timestamp = 5000\n"));
+    mobile.start(text_of("location.batch = ", size, "\nlocation.timestamp = 5000\n"));
     EXPECT_EQ(start_batching(), OX_LYN_SUCCESS);
     const uint32_t count = std::min(size, 255U);
-    EXPECT_EQ(mobile.take(1)[0], mobile_text("batch status 1 response 0 of ", count));
+    EXPECT_EQ(mobile.take(1)[0], text_of("batch status 1 response 0 of ", count));
     EXPECT_EQ(stop_batching(), OX_LYN_SUCCESS);
     mobile.settled();
     ASSERT_GE(mobile.fixes.size(), count);
@@ -201,7 +198,7 @@ TEST_F(location, batches_of_every_size_arrive_with_their_locations_up_to_255) {
     EXPECT_THAT(mobile.calls("location", "startRoutineBatchingSession"),
                 ElementsAre(R"(startRoutineBatchingSession {"min_interval_ms":1,"min_distance_m":0})"));
     if (size != 300)
-      mobile.stop();
+      board.stop();
   }
 }
 
@@ -210,14 +207,14 @@ TEST_F(location, a_second_batching_start_is_refused_until_the_stop_in_a_list_wit
   EXPECT_EQ(start_batching(), OX_LYN_SUCCESS);
   EXPECT_EQ(start_batching(), OX_LYN_ERR_BUSY);
   EXPECT_THAT(diag_log_texts("ERROR"), Contains("Gps batching request ongoing 1 - wait for completion!!"));
-  EXPECT_EQ(mobile.get_list(OX_LYN_GET_LOC_ROUTINE_BATCHING_E, &batching), OX_LYN_ERR_FAILURE);
+  EXPECT_EQ(board.get_list({OX_LYN_GET_LOC_ROUTINE_BATCHING_E}, &batching), OX_LYN_ERR_FAILURE);
   EXPECT_THAT(diag_log_texts("ERROR"), Contains("Gps scan ongoing batching [1] - wait for completion!!"));
   EXPECT_EQ(stop_batching(), OX_LYN_SUCCESS);
   diag_log_take();
   EXPECT_EQ(stop_batching(), OX_LYN_ERR_FAILURE);
   EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("No Gps batching request ongoing 0 "));
   EXPECT_EQ(mobile.calls("location", "stopBatchingSession").size(), 1U);
-  EXPECT_EQ(mobile.get_list(OX_LYN_GET_LOC_ROUTINE_BATCHING_E, &batching), OX_LYN_SUCCESS);
+  EXPECT_EQ(board.get_list({OX_LYN_GET_LOC_ROUTINE_BATCHING_E}, &batching), OX_LYN_SUCCESS);
   EXPECT_EQ(stop_batching(), OX_LYN_SUCCESS);
 }
 
@@ -252,11 +249,11 @@ TEST_F(location, a_refused_batching_response_is_delivered_and_the_session_stays_
 
 TEST_F(location, a_batch_of_another_status_has_no_locations) {
   for (int32_t status : {0, 2, 3, -1}) {
-    mobile.start(mobile_text("location.batch = 2\nlocation.batch_status = ", status, "\n"));
+    mobile.start(text_of("location.batch = 2\nlocation.batch_status = ", status, "\n"));
     EXPECT_EQ(start_batching(), OX_LYN_SUCCESS);
-    EXPECT_EQ(mobile.take(1)[0], mobile_text("batch status ", status, " response 0 of 0 without array"));
+    EXPECT_EQ(mobile.take(1)[0], text_of("batch status ", status, " response 0 of 0 without array"));
     if (status != -1)
-      mobile.stop();
+      board.stop();
   }
 }
 
@@ -292,11 +289,11 @@ TEST_F(location, what_comes_due_after_the_module_went_down_reaches_nobody) {
     EXPECT_EQ(start_batching(), OX_LYN_SUCCESS);
     if (cycle % 3 == 1)
       mobile.take(1);
-    mobile.stop();
-    const std::unique_lock guard(mobile.lock);
-    const size_t delivered = mobile.events.size();
+    board.stop();
+    const std::unique_lock guard(board.lock);
+    const size_t delivered = board.deliveries.size();
     EXPECT_TRUE(sim_board_wait_idle(60000));
-    EXPECT_EQ(mobile.events.size(), delivered);
+    EXPECT_EQ(board.deliveries.size(), delivered);
   }
   mobile.start("location.fix_ms = 0\n");
   EXPECT_EQ(shoot(), OX_LYN_SUCCESS) << "flags of the last life are gone";
@@ -381,8 +378,8 @@ void replay(const std::string &file, int rows_a_second) {
   SCOPED_TRACE(file);
   const std::vector<place> places = places_of(file);
   ASSERT_THAT(places, Not(IsEmpty()));
-  mobile.start(mobile_text("location.batch = 1\n[trace]\nfile = \"", file, "\"\nspeed = ", rows_a_second,
-                           "\nafter = \"location.startRoutineBatchingSession\"\n"));
+  mobile.start(text_of("location.batch = 1\n[trace]\nfile = \"", file, "\"\nspeed = ", rows_a_second,
+                       "\nafter = \"location.startRoutineBatchingSession\"\n"));
   ASSERT_EQ(start_batching(), OX_LYN_SUCCESS);
   for (place at; at != places.back(); at = {mobile.last_fix().latitude, mobile.last_fix().longitude})
     ASSERT_THAT(mobile.take(1), Not(IsEmpty()));
@@ -394,7 +391,7 @@ void replay(const std::string &file, int rows_a_second) {
     const size_t before = row;
     while (row < places.size() && places[row] != at)
       row++;
-    ASSERT_LT(row, places.size()) << "a fix that no later row has: " << mobile_text(at.first, " ", at.second);
+    ASSERT_LT(row, places.size()) << "a fix that no later row has: " << text_of(at.first, " ", at.second);
     distinct += row != before;
   }
   EXPECT_GT(distinct, 3U) << "the receiver moves";
@@ -420,12 +417,12 @@ TEST_F(location, on_a_drive_each_shot_has_the_place_of_its_row_to_the_last_digit
     if ((mode != "LTE" && mode != "5G") || row % 4 != 0)
       continue;  // without service a shot is refused; a quarter of the rows will do
     if (shots++ > 0)
-      mobile.stop();
+      board.stop();
     std::ofstream(file) << header << '\n' << line << '\n';
     mobile.start("location.fix_ms = 0\n[trace]\nfile = \"" + file + "\"\n");
     ASSERT_EQ(shoot(), OX_LYN_SUCCESS);
     EXPECT_THAT(mobile.take(1),
-                ElementsAre(mobile_text("shot kind 0 response 0 at ", places[row].first, " ", places[row].second)));
+                ElementsAre(text_of("shot kind 0 response 0 at ", places[row].first, " ", places[row].second)));
   }
   unlink(file.c_str());
   EXPECT_GT(shots, 5U);
@@ -436,10 +433,6 @@ class location_on_recorded_drive : public location, public testing::WithParamInt
   void SetUp() override {
     if (getenv("LYN_DRIVES") == nullptr)
       GTEST_SKIP() << "LYN_DRIVES does not name the folder of the recorded drives";
-  }
-  void TearDown() override {
-    if (!IsSkipped())
-      mobile.stop();
   }
 };
 

@@ -43,11 +43,11 @@ ox_lyn_mtpe_req_t request(uint32_t test_type, uint32_t ip_family = 4) {
 /** What of a request reaches the manager: the journal's line. */
 std::string configuration(uint32_t test_type, uint32_t ip_family, int src_port, int dst_port, const char *src_ipv4,
                           const char *dst_ipv4, const char *src_ipv6, const char *dst_ipv6) {
-  return mobile_text("ConfigureMTPE {\"ip_family\":", ip_family, ",\"protocol\":2,\"test_type\":", test_type,
-                     ",\"duration\":7,\"external_server\":0,\"src_port\":", src_port, ",\"dst_port\":", dst_port,
-                     ",\"server_address_valid\":1,\"server_url\":\"\",\"src_ipv4\":\"", src_ipv4, "\",\"dst_ipv4\":\"",
-                     dst_ipv4, "\",\"src_ipv6\":\"", src_ipv6, "\",\"dst_ipv6\":\"", dst_ipv6,
-                     "\",\"test_params_valid\":1,\"bandwidth\":5000,\"mtu\":1400}");
+  return text_of("ConfigureMTPE {\"ip_family\":", ip_family, ",\"protocol\":2,\"test_type\":", test_type,
+                 ",\"duration\":7,\"external_server\":0,\"src_port\":", src_port, ",\"dst_port\":", dst_port,
+                 ",\"server_address_valid\":1,\"server_url\":\"\",\"src_ipv4\":\"", src_ipv4, "\",\"dst_ipv4\":\"",
+                 dst_ipv4, "\",\"src_ipv6\":\"", src_ipv6, "\",\"dst_ipv6\":\"", dst_ipv6,
+                 "\",\"test_params_valid\":1,\"bandwidth\":5000,\"mtu\":1400}");
 }
 
 std::string as_asked(uint32_t test_type, uint32_t ip_family) {
@@ -64,7 +64,7 @@ std::string swapped(uint32_t ip_family) {
 }
 
 int32_t test_throughput(const ox_lyn_mtpe_req_t &req, uint32_t metric = OX_LYN_GET_MTPE_LTE_INFO_E) {
-  return mobile.get(metric, &req);
+  return board.get(metric, &req);
 }
 
 std::string status_line(uint32_t test_type, uint32_t status, uint32_t reason = 0, uint32_t rate = 0) {
@@ -83,14 +83,11 @@ lines operator+(lines first, const lines &second) {
 }
 
 std::string fault(const std::string &call, int skip = 0, int times = 1) {
-  return mobile_text("[[fault]]\non = \"oxmap.", call, "\"\nerror = 33\nresult = 1\nskip = ", skip, "\ntimes = ", times,
-                     "\n");
+  return text_of("[[fault]]\non = \"oxmap.", call, "\"\nerror = 33\nresult = 1\nskip = ", skip, "\ntimes = ", times,
+                 "\n");
 }
 
-class mobile_ap : public testing::Test {
- protected:
-  void TearDown() override { mobile.stop(); }
-};
+using mobile_ap = board_test;
 
 // Throughput tests ---------------------------------------------------------------------------------------------------
 
@@ -110,7 +107,7 @@ TEST_F(mobile_ap, each_direction_is_configured_and_both_directions_are_run_one_a
   };
   mobile.start(quick);
   for (const direction &of : directions) {
-    SCOPED_TRACE(mobile_text("type ", of.test_type, " family ", of.ip_family));
+    SCOPED_TRACE(text_of("type ", of.test_type, " family ", of.ip_family));
     for (uint32_t metric : {OX_LYN_GET_MTPE_LTE_INFO_E, OX_LYN_GET_MTPE_NR5G_INFO_E}) {
       mobile.forget_calls();
       EXPECT_EQ(test_throughput(request(of.test_type, of.ip_family), metric), OX_LYN_SUCCESS);
@@ -138,7 +135,7 @@ TEST_F(mobile_ap, another_test_while_one_is_ongoing_is_refused_without_a_message
     diag_log_texts();
     EXPECT_EQ(test_throughput(req, OX_LYN_GET_MTPE_NR5G_INFO_E), OX_LYN_ERR_BUSY);
     EXPECT_EQ(diag_log_texts("ERROR"), lines());
-    EXPECT_EQ(mobile.get_list(OX_LYN_GET_MTPE_LTE_INFO_E, &req), OX_LYN_ERR_BUSY);
+    EXPECT_EQ(board.get_list({OX_LYN_GET_MTPE_LTE_INFO_E}, &req), OX_LYN_ERR_BUSY);
     if (phase == 0)
       mobile.expect({status_line(UPLINK, 1)});
   }
@@ -155,42 +152,42 @@ struct ending {
 };
 
 TEST_F(mobile_ap, after_every_way_of_ending_the_next_test_is_accepted) {
-  const std::string board = quick;
+  const std::string usual = quick;
   const lines aborted = {status_line(UPLINK, 1), status_line(UPLINK, 0)};
   const ending endings[] = {
-      {"failed start", UPLINK, board + fault("StartMTPE"), {status_line(UPLINK, 3, 3)}, 1},
-      {"failed start of both", BOTH, board + fault("StartMTPE"), {status_line(UPLINK, 3, 3)}, 1},
-      {"failed start of the second", BOTH, board + fault("StartMTPE", 1),
+      {"failed start", UPLINK, usual + fault("StartMTPE"), {status_line(UPLINK, 3, 3)}, 1},
+      {"failed start of both", BOTH, usual + fault("StartMTPE"), {status_line(UPLINK, 3, 3)}, 1},
+      {"failed start of the second", BOTH, usual + fault("StartMTPE", 1),
        run(UPLINK) + lines{status_line(DOWNLINK, 3, 3)}, 2},
       // the first teardown is that of the configuration
       {"failed teardown",
        UPLINK,
-       board + fault("TeardownMTPE", 1),
+       usual + fault("TeardownMTPE", 1),
        {status_line(UPLINK, 1), status_line(UPLINK, 3, 3, 93000)},
        1},
       {"failed teardown of both: no second run",
        BOTH,
-       board + fault("TeardownMTPE", 1),
+       usual + fault("TeardownMTPE", 1),
        {status_line(UPLINK, 1), status_line(UPLINK, 3, 3, 93000)},
        1},
-      {"failed teardown of the second", BOTH, board + fault("TeardownMTPE", 3),
+      {"failed teardown of the second", BOTH, usual + fault("TeardownMTPE", 3),
        run(UPLINK) + lines{status_line(DOWNLINK, 1), status_line(DOWNLINK, 3, 3, 93000)}, 2},
-      {"refused configuration", UPLINK, board + fault("ConfigureMTPE"), {status_line(UPLINK, 0)}, 1},
-      {"refused configuration of both", BOTH, board + fault("ConfigureMTPE"), {status_line(UPLINK, 0)}, 1},
-      {"refused second configuration", BOTH, board + fault("ConfigureMTPE", 1),
+      {"refused configuration", UPLINK, usual + fault("ConfigureMTPE"), {status_line(UPLINK, 0)}, 1},
+      {"refused configuration of both", BOTH, usual + fault("ConfigureMTPE"), {status_line(UPLINK, 0)}, 1},
+      {"refused second configuration", BOTH, usual + fault("ConfigureMTPE", 1),
        run(UPLINK) + lines{status_line(DOWNLINK, 0)}, 2},
       {"failure",
        UPLINK,
-       board + "result = \"failed\"\nfailure_reason = 9\n",
+       usual + "result = \"failed\"\nfailure_reason = 9\n",
        {status_line(UPLINK, 1), status_line(UPLINK, 3)},
        1},
       {"failure of both: no second run",
        BOTH,
-       board + "result = \"failed\"\n",
+       usual + "result = \"failed\"\n",
        {status_line(UPLINK, 1), status_line(UPLINK, 3)},
        1},
-      {"abort", UPLINK, board + "result = \"aborted\"\n", aborted, 1},
-      {"abort of both: no second run", BOTH, board + "result = \"aborted\"\n", aborted, 1},
+      {"abort", UPLINK, usual + "result = \"aborted\"\n", aborted, 1},
+      {"abort of both: no second run", BOTH, usual + "result = \"aborted\"\n", aborted, 1},
   };
   for (const ending &of : endings) {
     SCOPED_TRACE(of.name);
@@ -203,7 +200,7 @@ TEST_F(mobile_ap, after_every_way_of_ending_the_next_test_is_accepted) {
     EXPECT_EQ(mobile.take(1).at(0), status_line(DOWNLINK, 1));
     EXPECT_EQ(mobile.calls("oxmap", "ConfigureMTPE"), lines{as_asked(DOWNLINK, 6)});
     if (&of != std::end(endings) - 1)
-      mobile.stop();
+      board.stop();
   }
 }
 
@@ -220,7 +217,7 @@ TEST_F(mobile_ap, a_missing_request_is_refused_and_is_no_test) {
   mobile.start(quick);
   mobile.forget_calls();
   for (uint32_t metric : {OX_LYN_GET_MTPE_SERVER_CONFIG_E, OX_LYN_GET_MTPE_LTE_INFO_E, OX_LYN_GET_MTPE_NR5G_INFO_E})
-    EXPECT_EQ(mobile.get(metric), OX_LYN_ERR_INVALID_PARAM);
+    EXPECT_EQ(board.get(metric), OX_LYN_ERR_INVALID_PARAM);
   EXPECT_THAT(mobile.calls("oxmap"), IsEmpty());
   EXPECT_EQ(test_throughput(request(UPLINK)), OX_LYN_SUCCESS);
   mobile.expect(run(UPLINK));
@@ -273,19 +270,19 @@ TEST_F(mobile_ap, indications_that_come_while_the_module_is_down_reach_nobody) {
     ox_lyn_mtpe_req_t req = request(BOTH);
     req.duration = 0;
     EXPECT_EQ(test_throughput(req), OX_LYN_SUCCESS);
-    EXPECT_EQ(mobile.get(OX_LYN_GET_IPV4_QOS_TFT_E), OX_LYN_SUCCESS);
+    EXPECT_EQ(board.get(OX_LYN_GET_IPV4_QOS_TFT_E), OX_LYN_SUCCESS);
     if (cycle % 2 == 1)
       mobile.take(1);
-    mobile.stop();
+    board.stop();
     {
-      const std::lock_guard guard(mobile.lock);
-      mobile.events.clear();
+      const std::lock_guard guard(board.lock);
+      board.deliveries.clear();
     }
     indicate(1);
     EXPECT_TRUE(mobile.logged("Device Manager module is not initialized!!"));
     EXPECT_TRUE(sim_board_wait_idle(60000));
-    const std::lock_guard guard(mobile.lock);
-    EXPECT_THAT(mobile.events, IsEmpty());
+    const std::lock_guard guard(board.lock);
+    EXPECT_THAT(board.deliveries, IsEmpty());
   }
   mobile.start(quick);
   EXPECT_EQ(test_throughput(request(UPLINK)), OX_LYN_SUCCESS) << "the flag of the last life is gone";
@@ -297,10 +294,10 @@ TEST_F(mobile_ap, indications_that_come_while_the_module_is_down_reach_nobody) {
 TEST_F(mobile_ap, a_qos_query_is_answered_by_its_flow_and_leaves_the_record) {
   mobile.start("[wwan.qos]\nbearer = 200\ntx_5qi = 7\nrx_5qi = 8\nanswer_ms = 1\n");
   for (uint32_t metric : {OX_LYN_GET_IPV4_QOS_TFT_E, OX_LYN_GET_IPV6_QOS_TFT_E}) {
-    ox_lyn_dm_info_t info = mobile.record_of(metric);
+    ox_lyn_dm_info_t info = metric_request(metric);
     info.value_type = 77;
     info.value.i64 = -12345;
-    EXPECT_EQ(ox_lyn_get_info(mobile.hndl, &info), OX_LYN_SUCCESS);
+    EXPECT_EQ(ox_lyn_get_info(board.hndl, &info), OX_LYN_SUCCESS);
     EXPECT_EQ(info.value.i64, -12345);
     EXPECT_EQ(info.value_type, OX_LYN_VALUE_NONE_E);
     mobile.expect({"flow bearer 200 tx 7 rx 0"});  // a class above 7 is 0
@@ -311,16 +308,16 @@ TEST_F(mobile_ap, a_qos_query_is_answered_by_its_flow_and_leaves_the_record) {
 
 TEST_F(mobile_ap, a_second_qos_query_before_the_answer_fails_and_only_error_118_prints_that_one_is_in_progress) {
   mobile.start("[wwan.qos]\nanswer_ms = -1\n" + fault("GetGlobalQoSFlowInfo", 2));
-  EXPECT_EQ(mobile.get(OX_LYN_GET_IPV4_QOS_TFT_E), OX_LYN_SUCCESS);
+  EXPECT_EQ(board.get(OX_LYN_GET_IPV4_QOS_TFT_E), OX_LYN_SUCCESS);
   for (const auto &[error, printed] : {std::pair<int, const char *>{118, "\nAnother QoS flow request is in progress"},
                                        std::pair<int, const char *>{33, ""}}) {
     diag_log_take();
     testing::internal::CaptureStdout();
-    EXPECT_EQ(mobile.get(OX_LYN_GET_IPV6_QOS_TFT_E), OX_LYN_ERR_FAILURE);
+    EXPECT_EQ(board.get(OX_LYN_GET_IPV6_QOS_TFT_E), OX_LYN_ERR_FAILURE);
     fflush(stdout);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), printed);
     EXPECT_EQ(diag_log_texts("ERROR"),
-              lines{mobile_text("\\nFailed to query Global QoS Flow Indications, error code: ", error)});
+              lines{text_of("\\nFailed to query Global QoS Flow Indications, error code: ", error)});
   }
 }
 
@@ -330,15 +327,15 @@ TEST_F(mobile_ap, a_second_qos_query_before_the_answer_fails_and_only_error_118_
 std::string profiles(uint32_t count) {
   std::string toml = count == 0 ? "wwan.profile = []\n" : "";
   for (uint32_t i = 0; i < count; i++)
-    toml += mobile_text("[[wwan.profile]]\nindex = ", 1000 + i, "\nsubscription = ", i % 3,
-                        "\ntechnology = ", (i + 1) % 3, "\nip_family = ", i % 2 == 0 ? 6 : 10, "\nid_3gpp = ", i,
-                        "\nid_3gpp2 = ", 255 - i, "\napn = \"apn", i, "\"\n");
+    toml += text_of("[[wwan.profile]]\nindex = ", 1000 + i, "\nsubscription = ", i % 3, "\ntechnology = ", (i + 1) % 3,
+                    "\nip_family = ", i % 2 == 0 ? 6 : 10, "\nid_3gpp = ", i, "\nid_3gpp2 = ", 255 - i, "\napn = \"apn",
+                    i, "\"\n");
   return toml;
 }
 
 mobile_block<ox_lyn_wwan_profile_list_t> get_profiles() {
-  ox_lyn_dm_info_t info = mobile.record_of(OX_LYN_GET_WWAN_PROFILE_INDEX_E);
-  EXPECT_EQ(ox_lyn_get_info(mobile.hndl, &info), OX_LYN_SUCCESS);
+  ox_lyn_dm_info_t info = metric_request(OX_LYN_GET_WWAN_PROFILE_INDEX_E);
+  EXPECT_EQ(ox_lyn_get_info(board.hndl, &info), OX_LYN_SUCCESS);
   EXPECT_EQ(info.value_type, OX_LYN_VALUE_NONE_E);
   return mobile_block<ox_lyn_wwan_profile_list_t>(static_cast<ox_lyn_wwan_profile_list_t *>(info.value.ptr));
 }
@@ -353,13 +350,13 @@ TEST_F(mobile_ap, none_three_fifty_or_sixty_profiles_are_listed_up_to_fifty_with
     for (uint32_t i = 0; i < list->count; i++) {
       const ox_lyn_wwan_profile_t &profile = list->profiles[i];
       EXPECT_EQ(
-          mobile_text(profile.profile_index, " ", profile.subscription, " ", profile.technology, " ", profile.ip_family,
-                      " ", profile.profile_id_3gpp, " ", profile.profile_id_3gpp2, " ", profile.apn_name),
-          mobile_text(1000 + i, " ", i % 3 + 1, " ", (i + 1) % 3, " ", i % 2 == 0 ? 6 : 10, " ", i, " ", 255 - i,
-                      " apn", i));
+          text_of(profile.profile_index, " ", profile.subscription, " ", profile.technology, " ", profile.ip_family,
+                  " ", profile.profile_id_3gpp, " ", profile.profile_id_3gpp2, " ", profile.apn_name),
+          text_of(1000 + i, " ", i % 3 + 1, " ", (i + 1) % 3, " ", i % 2 == 0 ? 6 : 10, " ", i, " ", 255 - i, " apn",
+                  i));
     }
     if (count != 60)
-      mobile.stop();
+      board.stop();
   }
 }
 
@@ -375,8 +372,8 @@ TEST_F(mobile_ap, a_lone_profile_deliberately_gives_its_index_only_and_count_0) 
 TEST_F(mobile_ap, an_unreadable_profile_list_fails_again_and_again_without_a_loss_and_a_preference_does_not_matter) {
   mobile.start(profiles(3) + fault("GetWWANPolicyListEx", 0, 3) + fault("GetWWANProfilePreference"));
   for (int again = 0; again < 3; again++) {
-    ox_lyn_dm_info_t info = mobile.record_of(OX_LYN_GET_WWAN_PROFILE_INDEX_E);
-    EXPECT_EQ(ox_lyn_get_info(mobile.hndl, &info), OX_LYN_ERR_FAILURE);
+    ox_lyn_dm_info_t info = metric_request(OX_LYN_GET_WWAN_PROFILE_INDEX_E);
+    EXPECT_EQ(ox_lyn_get_info(board.hndl, &info), OX_LYN_ERR_FAILURE);
     EXPECT_EQ(info.value.ptr, nullptr);
   }
   EXPECT_EQ(get_profiles()->count, 3U);
@@ -386,23 +383,23 @@ TEST_F(mobile_ap, an_unreadable_profile_list_fails_again_and_again_without_a_los
 
 /** Counters of a handle, or what went wrong. */
 std::string stats_of(uint32_t metric, int64_t handle) {
-  ox_lyn_dm_info_t info = mobile.record_of(metric);
+  ox_lyn_dm_info_t info = metric_request(metric);
   info.value.i64 = handle;
-  const int32_t status = ox_lyn_get_info(mobile.hndl, &info);
+  const int32_t status = ox_lyn_get_info(board.hndl, &info);
   EXPECT_EQ(info.value_type, OX_LYN_VALUE_NONE_E);
   if (status != OX_LYN_SUCCESS) {
     EXPECT_EQ(info.value.i64, handle) << "a failure leaves the record";
-    return mobile_text("failed with ", status);
+    return text_of("failed with ", status);
   }
   const mobile_block<ox_lyn_wwan_stats_t> of(static_cast<ox_lyn_wwan_stats_t *>(info.value.ptr));
-  return mobile_text(of->bytes_rx, " ", of->bytes_tx, " ", of->pkts_rx, " ", of->pkts_tx, " ", of->pkts_dropped_rx, " ",
-                     of->pkts_dropped_tx);
+  return text_of(of->bytes_rx, " ", of->bytes_tx, " ", of->pkts_rx, " ", of->pkts_tx, " ", of->pkts_dropped_rx, " ",
+                 of->pkts_dropped_tx);
 }
 
 std::string counters(uint32_t handle, uint32_t ip_family, uint64_t from) {
-  return mobile_text("[[wwan.stats]]\nhandle = ", handle, "\nip_family = ", ip_family, "\nbytes_rx = ", from,
-                     "\nbytes_tx = ", from + 1, "\npkts_rx = 3\npkts_tx = 4\ndropped_rx = 5\ndropped_tx = ", handle,
-                     "\nrx_rate = 0\ntx_rate = 0\n");
+  return text_of("[[wwan.stats]]\nhandle = ", handle, "\nip_family = ", ip_family, "\nbytes_rx = ", from,
+                 "\nbytes_tx = ", from + 1, "\npkts_rx = 3\npkts_tx = 4\ndropped_rx = 5\ndropped_tx = ", handle,
+                 "\nrx_rate = 0\ntx_rate = 0\n");
 }
 
 TEST_F(mobile_ap, statistics_are_those_of_the_handle_and_the_family) {
@@ -423,9 +420,9 @@ TEST_F(mobile_ap, counters_grow_with_the_traffic) {
   ox_lyn_wwan_stats_t last = {};
   for (int reading = 0; reading < 5; reading++) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    ox_lyn_dm_info_t info = mobile.record_of(OX_LYN_GET_IPV4_STATS_E);
+    ox_lyn_dm_info_t info = metric_request(OX_LYN_GET_IPV4_STATS_E);
     info.value.i64 = 1;
-    ASSERT_EQ(ox_lyn_get_info(mobile.hndl, &info), OX_LYN_SUCCESS);
+    ASSERT_EQ(ox_lyn_get_info(board.hndl, &info), OX_LYN_SUCCESS);
     const mobile_block<ox_lyn_wwan_stats_t> now(static_cast<ox_lyn_wwan_stats_t *>(info.value.ptr));
     EXPECT_GT(now->bytes_rx, last.bytes_rx);
     EXPECT_GT(now->bytes_tx, last.bytes_tx);
@@ -441,8 +438,8 @@ TEST_F(mobile_ap, test_information_is_asked_for_a_client_and_comes_in_a_block_of
   inet_pton(AF_INET6, "2001:db8::9", params.client_addr);
   for (uint32_t ip_family : {4U, 6U, 5U}) {
     params.ip_family = ip_family;
-    ox_lyn_dm_info_t info = mobile.record_of(OX_LYN_GET_MTPE_SERVER_CONFIG_E, &params);
-    EXPECT_EQ(ox_lyn_get_info(mobile.hndl, &info), OX_LYN_SUCCESS);
+    ox_lyn_dm_info_t info = metric_request(OX_LYN_GET_MTPE_SERVER_CONFIG_E, &params);
+    EXPECT_EQ(ox_lyn_get_info(board.hndl, &info), OX_LYN_SUCCESS);
     const mobile_block<ox_lyn_mtpe_server_config_t> config(static_cast<ox_lyn_mtpe_server_config_t *>(info.value.ptr));
     EXPECT_EQ(config->bandwidth_kbps, 250000);
     EXPECT_EQ(config->mtu, 1300);
@@ -452,8 +449,8 @@ TEST_F(mobile_ap, test_information_is_asked_for_a_client_and_comes_in_a_block_of
                           R"(GetMTPETestInfo {"ip_family":6,"client_addr":"2001:db8::9"})",
                           R"(GetMTPETestInfo {"ip_family":0,"client_addr":"32.1.13.184"})"));
   diag_log_take();
-  ox_lyn_dm_info_t info = mobile.record_of(OX_LYN_GET_MTPE_SERVER_CONFIG_E, &params);
-  EXPECT_EQ(ox_lyn_get_info(mobile.hndl, &info), OX_LYN_ERR_FAILURE);
+  ox_lyn_dm_info_t info = metric_request(OX_LYN_GET_MTPE_SERVER_CONFIG_E, &params);
+  EXPECT_EQ(ox_lyn_get_info(board.hndl, &info), OX_LYN_ERR_FAILURE);
   EXPECT_EQ(info.value.ptr, &params) << "a failure leaves the record";
   EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("Failed to retreive Test Configuration information, Error:0x21"));
 }

@@ -1,12 +1,12 @@
 /* Set info: each control at each network status, from the caller's block to the request on the wire and the log. */
-#include "control_board.h"
+#include "board.h"
 
 using nlohmann::json;
 using testing::ElementsAre;
 
 namespace {
 
-using lyn_interface_set = control_board_test;
+using lyn_interface_set = board_test;
 
 const json lte_lock_fields = json::parse(
     R"({"lte_cell_list_len": 2, "lte_cell_list": [{"pci": 214, "freq": 1300}, {"pci": 65535, "freq": 1}],
@@ -77,6 +77,11 @@ ox_lyn_install_mode_t install_start() {
   return install;
 }
 
+/** What set info and the NAS client's configuration logged since the last look. */
+std::vector<std::string> set_log() {
+  return diag_log_lines({"lyn_interface_set.cpp", "lyn_yrp_nas_config.cpp"});
+}
+
 /** Carries out control 3 to 8 with the values above. */
 int32_t set_default(uint32_t control) {
   auto lte = lte_lock();
@@ -99,7 +104,7 @@ int32_t set_default(uint32_t control) {
 /** What a control sends and returns at one network status. */
 struct expectation {
   int32_t status;
-  control_requests requests;
+  board_requests requests;
 };
 
 const expectation failure = {OX_LYN_ERR_FAILURE, {}};
@@ -110,7 +115,7 @@ expectation expected(uint32_t control, uint32_t network_status) {
   const bool both = network_status == OX_LYN_REG_LTE_NR5G_E;
   switch (control) {
     case OX_LYN_SET_LTE_CELL_LOCK_LIST_E:
-      return {lte_only ? 0 : -1, lte_only || both ? control_requests{{216, lte_lock_fields}} : control_requests{}};
+      return {lte_only ? 0 : -1, lte_only || both ? board_requests{{216, lte_lock_fields}} : board_requests{}};
     case OX_LYN_SET_NR5G_CELL_LOCK_LIST_E:
       return nr5g_only ? expectation{0, {{270, nr5g_lock_fields}}} : failure;
     case OX_LYN_SET_NR5G_DEPRIORITIZE_E:
@@ -145,9 +150,9 @@ TEST_F(lyn_interface_set, each_control_sends_its_request_at_the_network_statuses
 TEST_F(lyn_interface_set, deliberately_the_lte_lock_is_accepted_and_then_fails_where_there_is_nr5g_too) {
   board.start(OX_LYN_REG_LTE_NR5G_E);
   EXPECT_EQ(set_default(OX_LYN_SET_LTE_CELL_LOCK_LIST_E), OX_LYN_ERR_FAILURE);
-  EXPECT_EQ(board.asked(), (control_requests{{216, lte_lock_fields}}));
+  EXPECT_EQ(board.asked(), (board_requests{{216, lte_lock_fields}}));
   EXPECT_THAT(
-      board.logged(),
+      set_log(),
       ElementsAre("HIGH LTE multi-lock cell list - lte_cell_list_valid[1]",
                   "HIGH LTE multi-lock cell list #0 - pci[214]", "HIGH LTE multi-lock cell list #0 - freq[1300]",
                   "HIGH LTE multi-lock cell list #1 - pci[65535]", "HIGH LTE multi-lock cell list #1 - freq[1]",
@@ -163,7 +168,7 @@ TEST_F(lyn_interface_set, deliberately_the_nr5g_lock_fails_wherever_there_is_lte
     board.start(status);
     EXPECT_EQ(set_default(OX_LYN_SET_NR5G_CELL_LOCK_LIST_E), OX_LYN_ERR_FAILURE);
     EXPECT_TRUE(board.asked().empty());
-    EXPECT_THAT(board.logged(),
+    EXPECT_THAT(set_log(),
                 ElementsAre("HIGH LTE multi-lock cell list - lte_cell_list_valid[0]",
                             "ERROR Invalid LTE configuration\\n", "ERROR LTE/NR5G Set NAS Cell lock list failed\\n"));
     board.stop();
@@ -173,7 +178,7 @@ TEST_F(lyn_interface_set, deliberately_the_nr5g_lock_fails_wherever_there_is_lte
 TEST_F(lyn_interface_set, without_a_cell_to_lock_the_failure_alone_is_logged) {
   board.start(OX_LYN_REG_LIMITED_E);
   EXPECT_EQ(set_default(OX_LYN_SET_LTE_CELL_LOCK_LIST_E), OX_LYN_ERR_FAILURE);
-  EXPECT_THAT(board.logged(), ElementsAre("ERROR LTE/NR5G Set NAS Cell lock list failed\\n"));
+  EXPECT_THAT(set_log(), ElementsAre("ERROR LTE/NR5G Set NAS Cell lock list failed\\n"));
 }
 
 TEST_F(lyn_interface_set, deliberately_an_lte_unlock_is_refused_before_anything_is_sent) {
@@ -202,7 +207,7 @@ TEST_F(lyn_interface_set, deliberately_locks_beyond_sixty_cells_are_dropped_sile
     EXPECT_EQ(fields["lte_cell_list_len"], sent);
     EXPECT_EQ(fields["lte_cell_list"].size(), static_cast<size_t>(sent));
     EXPECT_EQ(fields["lte_cell_list"][static_cast<size_t>(sent) - 1], json({{"pci", sent - 1}, {"freq", 999 + sent}}));
-    for (const auto &line : board.logged()) {
+    for (const auto &line : set_log()) {
       EXPECT_EQ(line.rfind("HIGH ", 0), 0U) << line;
     }
     ox_lyn_lte_cell_lock_t stored = {};
@@ -228,9 +233,9 @@ TEST_F(lyn_interface_set, an_lte_lock_without_enforcement_carries_no_enforce_val
 TEST_F(lyn_interface_set, a_locked_nr5g_cell_is_given_back_and_logged) {
   board.start(OX_LYN_REG_NR5G_E);
   EXPECT_EQ(set_default(OX_LYN_SET_NR5G_CELL_LOCK_LIST_E), OX_LYN_SUCCESS);
-  EXPECT_THAT(board.logged(), ElementsAre("HIGH NR 5G multi-lock cell list - type 1 valid 1",
-                                          "HIGH NR 5G multi-lock cell list - "
-                                          "type[1],cell_identity_valid [1],pci[500],arfcn[636000],scs[3]"));
+  EXPECT_THAT(set_log(), ElementsAre("HIGH NR 5G multi-lock cell list - type 1 valid 1",
+                                     "HIGH NR 5G multi-lock cell list - "
+                                     "type[1],cell_identity_valid [1],pci[500],arfcn[636000],scs[3]"));
   ox_lyn_nr5g_cell_lock_t stored = {};
   EXPECT_EQ(board.get(OX_LYN_GET_NR5G_CELL_LOCK_LIST_E, &stored), OX_LYN_SUCCESS);
   EXPECT_EQ(stored.lock_type, 1U);
@@ -256,7 +261,7 @@ TEST_F(lyn_interface_set, deliberately_arfcn_locks_beyond_thirty_two_are_dropped
     EXPECT_FALSE(fields.contains("cell_identity_valid"));
     const std::string length = std::to_string(sent);
     EXPECT_THAT(
-        board.logged(),
+        set_log(),
         ElementsAre("HIGH NR 5G multi-lock cell list - type 2 valid 0",
                     "HIGH NR 5G multi-lock cell list - arfcn_list_len[" + length + "]",
                     "HIGH NR 5G multi-lock cell list - type[2],arfcn list valid  [1],arfcn list len [" + length + "]"));
@@ -286,9 +291,9 @@ TEST_F(lyn_interface_set, an_nr5g_lock_that_names_nothing_is_sent_only_as_an_unl
   lock.lock_type = 3; /* whatever else the block holds is left out */
   lock.scs = 99;
   EXPECT_EQ(board.set(OX_LYN_SET_NR5G_CELL_LOCK_LIST_E, &lock), OX_LYN_SUCCESS);
-  EXPECT_EQ(board.asked(), (control_requests{{270, {{"type", 2}}}}));
-  EXPECT_THAT(board.logged(), ElementsAre("HIGH NR 5G multi-lock cell list - type 3 valid 0",
-                                          "HIGH NR 5G cell lock list unlocked , All parames are cleared\\n"));
+  EXPECT_EQ(board.asked(), (board_requests{{270, {{"type", 2}}}}));
+  EXPECT_THAT(set_log(), ElementsAre("HIGH NR 5G multi-lock cell list - type 3 valid 0",
+                                     "HIGH NR 5G cell lock list unlocked , All parames are cleared\\n"));
   ox_lyn_nr5g_cell_lock_t stored = {};
   EXPECT_EQ(board.get(OX_LYN_GET_NR5G_CELL_LOCK_LIST_E, &stored), OX_LYN_SUCCESS);
   EXPECT_EQ(stored.lock_type, 3U);
@@ -312,7 +317,7 @@ TEST_F(lyn_interface_set, an_unknown_spacing_is_refused_in_every_list_and_nothin
     EXPECT_EQ(board.set(OX_LYN_SET_INSTALL_MODE_E, &install), OX_LYN_ERR_INVALID_PARAM);
     EXPECT_TRUE(board.asked().empty());
     EXPECT_THAT(
-        board.logged(),
+        set_log(),
         ElementsAre("ERROR LTE/NR5G Set NAS Cell lock list failed\\n",
                     "ERROR LTE/NR5G Set NAS Cell lock list failed\\n", "ERROR mmW pps config request is failed\\n",
                     "HIGH  Install request return success\\n", "ERROR Safe install mode config request is failed\\n"));
@@ -336,7 +341,7 @@ TEST_F(lyn_interface_set, each_known_spacing_is_sent_in_the_modems_numbering) {
     EXPECT_EQ(board.set(OX_LYN_SET_NR5G_CELL_LOCK_LIST_E, &list), OX_LYN_SUCCESS);
     EXPECT_EQ(board.set(OX_LYN_SET_MMW_PPS_CONFIG_E, &config), OX_LYN_SUCCESS);
     EXPECT_EQ(board.set(OX_LYN_SET_INSTALL_MODE_E, &install), OX_LYN_SUCCESS);
-    const control_requests asked = board.asked();
+    const board_requests asked = board.asked();
     ASSERT_EQ(asked.size(), 4U);
     EXPECT_EQ(asked[0].second["cell_identity"]["scs"], codes[scs]);
     EXPECT_EQ(asked[1].second["arfcn_list"][0]["scs"], codes[scs]);
@@ -358,7 +363,7 @@ TEST_F(lyn_interface_set, pps_and_install_lists_hold_sixteen_and_more_is_refused
     const bool fits = count <= 16, install_fits = install.freq_count <= 16;
     board.forget();
     EXPECT_EQ(board.set(OX_LYN_SET_MMW_PPS_CONFIG_E, &config), fits ? OX_LYN_SUCCESS : OX_LYN_ERR_INVALID_PARAM);
-    const control_requests pps_asked = board.asked();
+    const board_requests pps_asked = board.asked();
     ASSERT_EQ(pps_asked.size(), fits ? 1U : 0U);
     if (fits) {
       const json fields = pps_asked[0].second;
@@ -368,7 +373,7 @@ TEST_F(lyn_interface_set, pps_and_install_lists_hold_sixteen_and_more_is_refused
       EXPECT_EQ(sim_board_nas_settings().pps_freqs, count);
     }
     EXPECT_EQ(board.set(OX_LYN_SET_INSTALL_MODE_E, &install), install_fits ? OX_LYN_SUCCESS : OX_LYN_ERR_INVALID_PARAM);
-    const control_requests install_asked = board.asked();
+    const board_requests install_asked = board.asked();
     ASSERT_EQ(install_asked.size(), install_fits ? 1U : 0U);
     if (install_fits) {
       EXPECT_EQ(install_asked[0].second.value("freq_list", json::array()).size(), install.freq_count);
@@ -381,7 +386,7 @@ TEST_F(lyn_interface_set, deliberately_the_octets_of_a_panel_change_are_swapped_
   board.start(OX_LYN_REG_NR5G_E);
   EXPECT_EQ(set_default(OX_LYN_SET_MMW_PPS_CONFIG_E), OX_LYN_SUCCESS);
   EXPECT_EQ(set_default(OX_LYN_SET_MMW_PPS_CHANGE_STATUS_E), OX_LYN_SUCCESS);
-  EXPECT_THAT(board.logged(), ElementsAre("HIGH is pps mode enabled  1\\n"));
+  EXPECT_THAT(set_log(), ElementsAre("HIGH is pps mode enabled  1\\n"));
   const sim_board_settings kept = sim_board_nas_settings();
   EXPECT_EQ(kept.pps_position_index, 3); /* octet 0 of its block */
   EXPECT_EQ(kept.pps_mode_enabled, 1);   /* octet 1 */
@@ -399,13 +404,13 @@ TEST_F(lyn_interface_set, a_pps_mode_of_0_or_above_3_is_refused_and_the_three_mo
     board.forget();
     const bool known = mode >= 1 && mode <= 3;
     EXPECT_EQ(board.set(OX_LYN_SET_MMW_PPS_CHANGE_STATUS_E, &change), known ? OX_LYN_SUCCESS : OX_LYN_ERR_FAILURE);
-    const control_requests asked = board.asked();
+    const board_requests asked = board.asked();
     ASSERT_EQ(asked.size(), known ? 1U : 0U);
     if (known) {
       EXPECT_EQ(asked[0].second["pps_mode"], mode - 1);
     } else {
-      EXPECT_THAT(board.logged(), ElementsAre("ERROR PPS mode is " + std::to_string(mode) + " is invalid\\n.",
-                                              "ERROR mmW pps change status is failed\\n"));
+      EXPECT_THAT(set_log(), ElementsAre("ERROR PPS mode is " + std::to_string(mode) + " is invalid\\n.",
+                                         "ERROR mmW pps change status is failed\\n"));
     }
   }
 }
@@ -417,7 +422,7 @@ TEST_F(lyn_interface_set, deprioritisation_sends_the_first_octet_of_the_value) {
     info.control = OX_LYN_SET_NR5G_DEPRIORITIZE_E; /* the record type is not looked at */
     info.value.i64 = 0x1122334455667700 + value;
     EXPECT_EQ(ox_lyn_set_info(board.hndl, &info), OX_LYN_SUCCESS);
-    EXPECT_EQ(board.asked(), (control_requests{{295, {{"deprioritize", value}}}}));
+    EXPECT_EQ(board.asked(), (board_requests{{295, {{"deprioritize", value}}}}));
     board.stop();
   }
 }
@@ -437,22 +442,22 @@ TEST_F(lyn_interface_set, deprioritisation_changes_the_service_that_the_board_re
   board.forget();
   EXPECT_EQ(set_default(OX_LYN_SET_NR5G_DEPRIORITIZE_E), OX_LYN_ERR_FAILURE); /* there is no NR 5G any more */
   EXPECT_TRUE(board.asked().empty());
-  EXPECT_THAT(board.logged(), ElementsAre("ERROR NR5G Service is not available \\n"));
+  EXPECT_THAT(set_log(), ElementsAre("ERROR NR5G Service is not available \\n"));
 }
 
 TEST_F(lyn_interface_set, install_mode_is_measured_until_it_is_stopped) {
   board.start(OX_LYN_REG_NR5G_E, "");
   EXPECT_EQ(set_default(OX_LYN_SET_INSTALL_MODE_E), OX_LYN_SUCCESS);
   EXPECT_TRUE(sim_board_nas_settings().installing);
-  EXPECT_THAT(board.logged(), ElementsAre("HIGH Install mode nr5g_earfcn 2079167\\n", "HIGH Install mode band  261\\n",
-                                          "HIGH Install mode scs  4\\n", "HIGH Install mode nr5g_earfcn 2079168\\n",
-                                          "HIGH Install mode band  260\\n", "HIGH Install mode scs  1\\n",
-                                          "HIGH  Install request return success\\n"));
+  EXPECT_THAT(set_log(), ElementsAre("HIGH Install mode nr5g_earfcn 2079167\\n", "HIGH Install mode band  261\\n",
+                                     "HIGH Install mode scs  4\\n", "HIGH Install mode nr5g_earfcn 2079168\\n",
+                                     "HIGH Install mode band  260\\n", "HIGH Install mode scs  1\\n",
+                                     "HIGH  Install request return success\\n"));
   ox_lyn_install_mode_t stop = {};
   stop.mode = 2;
   EXPECT_EQ(board.set(OX_LYN_SET_INSTALL_MODE_E, &stop), OX_LYN_SUCCESS);
   EXPECT_FALSE(sim_board_nas_settings().installing);
-  EXPECT_EQ(board.asked().back(), (control_request{333, {{"mode", 1}}}));
+  EXPECT_EQ(board.asked().back(), (board_request{333, {{"mode", 1}}}));
 }
 
 TEST_F(lyn_interface_set, what_the_modem_refuses_fails_with_its_own_and_the_controls_log) {
@@ -494,7 +499,7 @@ TEST_F(lyn_interface_set, what_the_modem_refuses_fails_with_its_own_and_the_cont
     EXPECT_EQ(board.asked().size(), 1U);
     std::vector<std::string> errors;
     size_t install_lines = 0;
-    for (const std::string &line : board.logged()) {
+    for (const std::string &line : set_log()) {
       if (line.rfind("ERROR ", 0) == 0) {
         errors.push_back(line.substr(6));
       }
@@ -509,9 +514,9 @@ TEST_F(lyn_interface_set, what_the_modem_refuses_fails_with_its_own_and_the_cont
 TEST_F(lyn_interface_set, a_modem_that_is_down_is_logged_with_the_transport_status) {
   board.start(OX_LYN_REG_NR5G_E, "[[fault]]\non = \"nas.277\"\ntransport = -1\n");
   EXPECT_EQ(set_default(OX_LYN_SET_MMW_PPS_CONFIG_E), OX_LYN_ERR_FAILURE);
-  EXPECT_THAT(board.logged(), ElementsAre("HIGH is pps mode enabled  1\\n",
-                                          "ERROR Retrieving pps config request  failed - error[-1], response[0/0]",
-                                          "ERROR mmW pps config request is failed\\n"));
+  EXPECT_THAT(set_log(), ElementsAre("HIGH is pps mode enabled  1\\n",
+                                     "ERROR Retrieving pps config request  failed - error[-1], response[0/0]",
+                                     "ERROR mmW pps config request is failed\\n"));
 }
 
 TEST_F(lyn_interface_set, a_null_block_is_refused_without_a_word_where_one_is_needed) {
@@ -520,15 +525,15 @@ TEST_F(lyn_interface_set, a_null_block_is_refused_without_a_word_where_one_is_ne
     EXPECT_EQ(board.set(control, nullptr), OX_LYN_ERR_INVALID_PARAM) << control;
   }
   EXPECT_TRUE(board.asked().empty());
-  EXPECT_TRUE(board.logged().empty());
+  EXPECT_TRUE(set_log().empty());
 }
 
 TEST_F(lyn_interface_set, controls_outside_1_to_8_are_not_supported) {
   board.start(OX_LYN_REG_LTE_E);
   for (const uint32_t control : {0U, 9U, 0xffffffffU}) {
     EXPECT_EQ(board.set(control, &board), OX_LYN_ERR_NOT_SUPPORTED);
-    EXPECT_THAT(board.logged(), ElementsAre("ERROR Setting diagnostic control information for metric[" +
-                                            std::to_string(control) + "] - not supported!!"));
+    EXPECT_THAT(set_log(), ElementsAre("ERROR Setting diagnostic control information for metric[" +
+                                       std::to_string(control) + "] - not supported!!"));
   }
 }
 
@@ -536,8 +541,8 @@ TEST_F(lyn_interface_set, stops_without_a_session_are_refused) {
   board.start(OX_LYN_REG_LTE_E);
   EXPECT_EQ(board.set(OX_LYN_SET_LOC_SINGLE_SHOT_STOP_E, nullptr), OX_LYN_ERR_FAILURE);
   EXPECT_EQ(board.set(OX_LYN_SET_LOC_ROUTINE_BATCHING_STOP_E, nullptr), OX_LYN_ERR_FAILURE);
-  EXPECT_THAT(board.logged(), ElementsAre("ERROR ox_lyn_set_info : No gps single shot request ongoing 0 !",
-                                          "ERROR No Gps batching request ongoing 0 "));
+  EXPECT_THAT(set_log(), ElementsAre("ERROR ox_lyn_set_info : No gps single shot request ongoing 0 !",
+                                     "ERROR No Gps batching request ongoing 0 "));
 }
 
 TEST_F(lyn_interface_set, deliberately_the_single_shot_stop_leaves_the_request_ongoing_until_it_was_answered) {
@@ -550,7 +555,7 @@ TEST_F(lyn_interface_set, deliberately_the_single_shot_stop_leaves_the_request_o
     EXPECT_EQ(board.get(OX_LYN_GET_LOC_SINGLE_SHOT_E, &req), OX_LYN_ERR_BUSY);
     EXPECT_EQ(board.set(OX_LYN_SET_LOC_SINGLE_SHOT_STOP_E, nullptr), OX_LYN_SUCCESS);
   }
-  for (const control_answer &answer : board.wait_answers(2)) {
+  for (const delivered &answer : board.take(2)) {
     EXPECT_EQ(answer.id, static_cast<uint32_t>(OX_LYN_ASYNC_LOC_SINGLE_SHOT_E));
   }
   /* The call waits for the module lock, hence for the end of the delivery. */
@@ -576,7 +581,7 @@ TEST_F(lyn_interface_set, bad_parameters_are_refused_before_anything_else) {
   EXPECT_EQ(ox_lyn_set_info(0, &info), OX_LYN_ERR_INVALID_PARAM);
   EXPECT_EQ(ox_lyn_set_info(board.hndl + 1, &info), OX_LYN_ERR_INVALID_PARAM);
   EXPECT_EQ(ox_lyn_set_info(board.hndl, nullptr), OX_LYN_ERR_INVALID_PARAM);
-  const auto lines = board.logged();
+  const auto lines = set_log();
   ASSERT_EQ(lines.size(), 3U);
   EXPECT_EQ(lines[0].rfind("ERROR Invalid params - hndl[(nil)], dm_ctrl_info[0x", 0), 0U) << lines[0];
   EXPECT_EQ(lines[2].substr(lines[2].find(", ")), ", dm_ctrl_info[(nil)]");
@@ -590,6 +595,6 @@ TEST_F(lyn_interface_set, after_a_teardown_that_failed_half_way_controls_are_ref
   ASSERT_EQ(ox_lyn_deinit(board.hndl), OX_LYN_ERR_FAILURE);
   diag_log_take();
   EXPECT_EQ(board.set(OX_LYN_SET_INVALID_E, nullptr), OX_LYN_ERR_NOT_INITIALIZED); /* before the range */
-  EXPECT_THAT(board.logged({"lyn_interface.cpp"}), ElementsAre("ERROR Device Manager module is not initialized!!"));
+  EXPECT_THAT(diag_log_lines({"lyn_interface.cpp"}), ElementsAre("ERROR Device Manager module is not initialized!!"));
   board.start(OX_LYN_REG_LTE_E);
 }

@@ -43,14 +43,6 @@ void user_cb(ox_lyn_hndl_t, ox_lyn_dm_info_t *dm_info, uint32_t) {
   free(dm_info);
 }
 
-/** The log since the last look, as "LEVEL text". */
-std::vector<std::string> log_lines() {
-  std::vector<std::string> lines;
-  for (const diag_log_record &record : diag_log_take())
-    lines.push_back(record.level + " " + record.text);
-  return lines;
-}
-
 /** What the module asked of the board: "lib.name" of calls, "nas.id" of requests. */
 std::vector<std::string> crossings() {
   std::vector<std::string> names;
@@ -91,7 +83,7 @@ struct lyn_interface : testing::Test {
   static void board(const std::string &toml = "") {
     sim_board_journal_keep(true);
     ASSERT_EQ(sim_board_load("[board]\nnoise_db = 0\n" + toml), "");
-    log_lines();
+    diag_log_lines();
   }
 
   int32_t init() { return ox_lyn_init(&hndl, 7, user_cb); }
@@ -105,7 +97,7 @@ struct lyn_interface : testing::Test {
   }
 
   static void forget() {
-    log_lines();
+    diag_log_lines();
     sim_board_journal_keep(true);
   }
 
@@ -125,7 +117,7 @@ struct lyn_interface : testing::Test {
   void TearDown() override {
     if (ox_lyn_deinit(hndl) == OX_LYN_ERR_NOT_INITIALIZED && init() == OX_LYN_SUCCESS)
       ox_lyn_deinit(hndl);
-    log_lines();
+    diag_log_lines();
   }
 };
 
@@ -204,14 +196,14 @@ TEST_F(lyn_interface, init_refuses_null_arguments_and_asks_nothing_of_the_board)
   char with_cb[96];
   snprintf(with_cb, sizeof with_cb, "ERROR Invalid params - hndl[(nil)], user_cb_fn[%p]",
            reinterpret_cast<void *>(user_cb));
-  EXPECT_THAT(log_lines(), ElementsAre(with_cb));
+  EXPECT_THAT(diag_log_lines(), ElementsAre(with_cb));
 
   hndl = 5;
   EXPECT_EQ(ox_lyn_init(&hndl, 0, nullptr), OX_LYN_ERR_INVALID_PARAM);
   char with_hndl[96];
   snprintf(with_hndl, sizeof with_hndl, "ERROR Invalid params - hndl[%p], user_cb_fn[(nil)]",
            static_cast<void *>(&hndl));
-  EXPECT_THAT(log_lines(), ElementsAre(with_hndl));
+  EXPECT_THAT(diag_log_lines(), ElementsAre(with_hndl));
   EXPECT_EQ(hndl, 5U);
   EXPECT_THAT(crossings(), IsEmpty());
 }
@@ -224,7 +216,7 @@ TEST_F(lyn_interface, init_and_deinit_call_the_board_in_their_order) {
                           "yrp.get_service_list", "yrp.get_service_list", "yrp.register_notify_cb",
                           "yrp.nas_get_service_object_internal_v01", "yrp.init_instance", "nas.3", "oxmap.OXMAP_Client",
                           "oxmap.IsReady", "oxmap.EnableMobileAP_Ext", "nas.77", "location.LocationClientApi"));
-  EXPECT_THAT(log_lines(), Contains("HIGH Device Manager module successfully initialized!!"));
+  EXPECT_THAT(diag_log_lines(), Contains("HIGH Device Manager module successfully initialized!!"));
   ASSERT_TRUE(sim_board_wait_idle(5000));
   forget();
 
@@ -232,7 +224,7 @@ TEST_F(lyn_interface, init_and_deinit_call_the_board_in_their_order) {
   EXPECT_THAT(crossings(),
               ElementsAre("yrp.release", "yrp.release", "location.~LocationClientApi", "diag.Diag_LSM_DeInit"))
       << "the mobile AP client is never taken down: deliberate";
-  EXPECT_EQ(log_lines().back(), "HIGH Device Manager module successfully de-initialized!!");
+  EXPECT_EQ(diag_log_lines().back(), "HIGH Device Manager module successfully de-initialized!!");
 }
 
 TEST_F(lyn_interface, first_handle_of_a_process_is_the_first_value_of_rand) {
@@ -251,7 +243,7 @@ TEST_F(lyn_interface, second_init_is_refused_and_the_first_handle_stays_valid) {
   up();
   ox_lyn_hndl_t second = 3;
   EXPECT_EQ(ox_lyn_init(&second, 0, user_cb), OX_LYN_ERR_ALREADY_INITIALIZED);
-  EXPECT_THAT(log_lines(), ElementsAre("ERROR Device Mmanager module already initialized!!"));
+  EXPECT_THAT(diag_log_lines(), ElementsAre("ERROR Device Mmanager module already initialized!!"));
   EXPECT_THAT(crossings(), IsEmpty());
   EXPECT_EQ(second, 3U);
   uint32_t count = 9;
@@ -277,7 +269,7 @@ TEST_F(lyn_interface, deinit_refuses_every_handle_but_its_own) {
   const ox_lyn_hndl_t own = hndl;
   for (const ox_lyn_hndl_t wrong : {0U, own + 1, ~own}) {
     EXPECT_EQ(ox_lyn_deinit(wrong), OX_LYN_ERR_INVALID_PARAM);
-    EXPECT_THAT(log_lines(), ElementsAre("ERROR Invalid params - hndl[" + handle_text(wrong) + "]"));
+    EXPECT_THAT(diag_log_lines(), ElementsAre("ERROR Invalid params - hndl[" + handle_text(wrong) + "]"));
   }
   EXPECT_THAT(crossings(), IsEmpty());
 
@@ -295,7 +287,7 @@ TEST_F(lyn_interface, after_deinit_every_operation_refuses_any_handle_as_invalid
   for (const operation &each : operations) {
     for (const ox_lyn_hndl_t any : {hndl, 0U, 1U}) {
       EXPECT_EQ(each.call(any), OX_LYN_ERR_INVALID_PARAM) << each.name;
-      EXPECT_THAT(log_lines(), ElementsAre(StartsWith("ERROR Invalid params - hndl[" + handle_text(any) + "]")))
+      EXPECT_THAT(diag_log_lines(), ElementsAre(StartsWith("ERROR Invalid params - hndl[" + handle_text(any) + "]")))
           << each.name;
     }
   }
@@ -444,7 +436,7 @@ TEST_F(lyn_interface, init_waits_until_the_service_is_offered) {
   board("[nas]\navailable_after_ms = 30\n");
   EXPECT_EQ(init(), OX_LYN_SUCCESS);
   EXPECT_GE(times_called("yrp.yrp_cci_os_signal_wait"), 1U) << "an old signal may let one wait through";
-  EXPECT_THAT(log_lines(), Contains(StartsWith("ERROR Retrieving YRP NAS service list failed with status[")));
+  EXPECT_THAT(diag_log_lines(), Contains(StartsWith("ERROR Retrieving YRP NAS service list failed with status[")));
 }
 
 /* ------------------------------------------------------------------------------------------------------------------ */
@@ -465,14 +457,14 @@ TEST_P(lyn_interface_failed_stop, counts_as_down_until_the_next_init) {
   const size_t threads = threads_of_this_process();
   const ox_lyn_hndl_t first = hndl;
   EXPECT_EQ(ox_lyn_deinit(first), OX_LYN_ERR_FAILURE);
-  EXPECT_THAT(log_lines(), ElementsAre(std::string("ERROR ") + GetParam().error));
+  EXPECT_THAT(diag_log_lines(), ElementsAre(std::string("ERROR ") + GetParam().error));
   EXPECT_EQ(times_called("diag.Diag_LSM_DeInit"), 0U);
 
   for (const operation &each : operations) {
     EXPECT_EQ(each.call(first), OX_LYN_ERR_NOT_INITIALIZED) << each.name;
-    EXPECT_THAT(log_lines(), ElementsAre(NOT_INITIALISED)) << each.name;
+    EXPECT_THAT(diag_log_lines(), ElementsAre(NOT_INITIALISED)) << each.name;
     EXPECT_EQ(each.call(first + 1), OX_LYN_ERR_INVALID_PARAM) << each.name;
-    log_lines();
+    diag_log_lines();
   }
   EXPECT_EQ(post_modem_status(), OX_LYN_ERR_FAILURE);
   EXPECT_EQ(records, 0U);

@@ -2,21 +2,21 @@
  * end. */
 #include <cstring>
 
-#include "control_board.h"
+#include "board.h"
 
 using nlohmann::json;
 using testing::ElementsAre;
 
 namespace {
 
-using lyn_scan = control_board_test;
+using lyn_scan = board_test;
 
 constexpr char never[] = "[scan]\nanswer_ms = -1\n";
 constexpr char at_once[] = "[scan]\nanswer_ms = 0\n";
 
-const control_request lte_scan = {
+const board_request lte_scan = {
     133, {{"network_type_valid", 1}, {"network_type", 4}, {"scan_type_valid", 1}, {"scan_type", 5}}};
-const control_request nr5g_scan = {
+const board_request nr5g_scan = {
     133, {{"network_type_valid", 1}, {"network_type", 16}, {"scan_type_valid", 1}, {"scan_type", 5}}};
 
 /** As many neighbours as fit, each with all that it can have. */
@@ -50,11 +50,19 @@ bool flags_clear() {
   return memcmp(&lyn_state.lte_scan, &none, sizeof none) == 0 && memcmp(&lyn_state.nr5g_scan, &none, sizeof none) == 0;
 }
 
-std::vector<uint32_t> ids(const std::vector<control_answer> &answers) {
+std::vector<uint32_t> ids(const std::vector<delivered> &answers) {
   std::vector<uint32_t> found;
-  for (const control_answer &answer : answers)
+  for (const delivered &answer : answers)
     found.push_back(answer.id);
   return found;
+}
+
+ox_lyn_lte_nbr_info_t lte_of(const delivered &answer) {
+  return answer.as<ox_lyn_lte_nbr_info_t>();
+}
+
+ox_lyn_nr5g_nbr_info_t nr5g_of(const delivered &answer) {
+  return answer.as<ox_lyn_nr5g_nbr_info_t>();
 }
 
 bool is_lte_metric(uint32_t metric) {
@@ -72,9 +80,7 @@ int scan_rounds() {
 
 /** Nothing more comes. */
 void expect_quiet() {
-  board.settle();
-  const std::lock_guard guard(board.lock);
-  EXPECT_TRUE(board.answers.empty());
+  EXPECT_THAT(board.settled(), testing::IsEmpty());
 }
 
 }  // namespace
@@ -84,15 +90,15 @@ TEST_F(lyn_scan, each_metric_alone_scans_its_radio_and_fills_its_item_only) {
   for (uint32_t metric = OX_LYN_GET_LTE_NBR_EARFCN_E; metric <= OX_LYN_GET_LTE_NBR_RSRQ_E; metric++) {
     SCOPED_TRACE(metric);
     EXPECT_EQ(board.get(metric), OX_LYN_SUCCESS);
-    const auto answers = board.wait_answers(1);
+    const auto answers = board.take(1);
     EXPECT_TRUE(flags_clear());
-    EXPECT_EQ(board.asked(), (control_requests{is_lte_metric(metric) ? lte_scan : nr5g_scan}));
+    EXPECT_EQ(board.asked(), (board_requests{is_lte_metric(metric) ? lte_scan : nr5g_scan}));
     ASSERT_EQ(answers.size(), 1U);
     if (!is_lte_metric(metric)) {
       EXPECT_EQ(answers[0].id, static_cast<uint32_t>(OX_LYN_ASYNC_NR5G_NBR_INFO_E));
       EXPECT_EQ(answers[0].value_type, static_cast<uint32_t>(OX_LYN_VALUE_NR5G_NBR_E));
       for (uint32_t i = 0; i < 10; i++) {
-        const ox_lyn_nr5g_nbr_t &cell = answers[0].nr5g.cells[i];
+        const ox_lyn_nr5g_nbr_t cell = nr5g_of(answers[0]).cells[i];
         EXPECT_EQ(cell.present, 1);
         EXPECT_EQ(cell.index, i + 1);
         EXPECT_EQ(cell.earfcn, 636000 + i);
@@ -108,7 +114,7 @@ TEST_F(lyn_scan, each_metric_alone_scans_its_radio_and_fills_its_item_only) {
     EXPECT_EQ(answers[0].value_type, static_cast<uint32_t>(OX_LYN_VALUE_LTE_NBR_E));
     const bool signal = metric >= OX_LYN_GET_LTE_NBR_RSRP_E;
     for (uint32_t i = 0; i < 5; i++) {
-      const ox_lyn_lte_nbr_t &cell = answers[0].lte.cells[i];
+      const ox_lyn_lte_nbr_t cell = lte_of(answers[0]).cells[i];
       EXPECT_EQ(cell.present, !signal);
       EXPECT_EQ(cell.index, signal ? 0 : i + 1);
       EXPECT_EQ(cell.earfcn, signal ? 0 : 1300 + i);
@@ -118,7 +124,7 @@ TEST_F(lyn_scan, each_metric_alone_scans_its_radio_and_fills_its_item_only) {
       EXPECT_EQ(cell.plmn_valid, metric == OX_LYN_GET_LTE_NBR_PLMN_E);
       EXPECT_EQ(cell.plmn_count, metric == OX_LYN_GET_LTE_NBR_PLMN_E ? i : 0);
     }
-    const auto &serving = answers[0].lte.serving;
+    const auto serving = lte_of(answers[0]).serving;
     EXPECT_EQ(serving.valid, signal);
     EXPECT_EQ(serving.earfcn, signal ? 1300U : 0U);
     EXPECT_EQ(serving.pci, signal ? 300 : 0);
@@ -132,14 +138,14 @@ TEST_F(lyn_scan, each_metric_alone_scans_its_radio_and_fills_its_item_only) {
 TEST_F(lyn_scan, full_lists_are_delivered_to_their_last_place) {
   board.start(OX_LYN_REG_LTE_NR5G_E, full_neighbourhood());
   EXPECT_EQ(board.get_list({OX_LYN_GET_LTE_NBR_PLMN_E, OX_LYN_GET_NR5G_NBR_PLMN_E, OX_LYN_GET_NR5G_NBR_CGI_E}), 0);
-  const auto answers = board.wait_answers(2);
+  const auto answers = board.take(2);
   ASSERT_THAT(ids(answers), ElementsAre(1, 2));
-  const ox_lyn_plmn_t &lte_plmn = answers[0].lte.cells[4].plmn[3];
-  EXPECT_EQ(answers[0].lte.cells[4].plmn_count, 4U);
+  const ox_lyn_plmn_t lte_plmn = lte_of(answers[0]).cells[4].plmn[3];
+  EXPECT_EQ(lte_of(answers[0]).cells[4].plmn_count, 4U);
   EXPECT_EQ(lte_plmn.mcc, 999);
   EXPECT_EQ(lte_plmn.mnc, 65535);
   EXPECT_EQ(lte_plmn.includes_pcs_digit, 1);
-  const ox_lyn_nr5g_nbr_t &last = answers[1].nr5g.cells[9];
+  const ox_lyn_nr5g_nbr_t last = nr5g_of(answers[1]).cells[9];
   EXPECT_EQ(last.plmn_count, 12U);
   EXPECT_EQ(last.plmn[11].mcc, 272);
   EXPECT_EQ(last.cgi_count, 11U);
@@ -163,9 +169,9 @@ TEST_F(lyn_scan, a_second_scan_of_either_radio_is_refused_while_one_runs) {
     board.forget();
     for (uint32_t metric = OX_LYN_GET_LTE_NBR_EARFCN_E; metric <= OX_LYN_GET_LTE_NBR_RSRQ_E; metric++) {
       EXPECT_EQ(board.get(metric), OX_LYN_ERR_BUSY);
-      EXPECT_THAT(board.logged({"lyn_interface_get.cpp"}), ElementsAre(row.logged));
+      EXPECT_THAT(diag_log_lines({"lyn_interface_get.cpp"}), ElementsAre(row.logged));
       EXPECT_EQ(board.get_list({OX_LYN_GET_LTE_SERV_PCI_E, metric}), OX_LYN_ERR_BUSY);
-      EXPECT_THAT(board.logged({"lyn_interface_get.cpp"}), ElementsAre(row.logged));
+      EXPECT_THAT(diag_log_lines({"lyn_interface_get.cpp"}), ElementsAre(row.logged));
     }
     EXPECT_TRUE(board.asked().empty()); /* the other entry of the list was not reached either */
     expect_quiet();
@@ -176,15 +182,15 @@ TEST_F(lyn_scan, a_second_scan_of_either_radio_is_refused_while_one_runs) {
 TEST_F(lyn_scan, both_radios_in_a_list_are_scanned_lte_first_and_never_at_once) {
   board.start(OX_LYN_REG_LTE_NR5G_E, at_once);
   EXPECT_EQ(board.get_list({22, 23, 30}), OX_LYN_SUCCESS);
-  const auto answers = board.wait_answers(2);
+  const auto answers = board.take(2);
   ASSERT_THAT(ids(answers), ElementsAre(1, 2));
-  EXPECT_EQ(board.asked(), (control_requests{lte_scan, nr5g_scan}));
-  EXPECT_EQ(answers[0].lte.cells[0].earfcn, 1300U);
-  EXPECT_EQ(answers[0].lte.serving.rsrp_valid, 1);
-  EXPECT_EQ(answers[0].lte.serving.rsrq_valid, 0);
-  EXPECT_EQ(answers[0].lte.cells[0].cgi_valid, 0);
-  EXPECT_EQ(answers[1].nr5g.cells[0].earfcn, 636000U);
-  EXPECT_EQ(answers[1].nr5g.cells[0].rsrp_valid, 0);
+  EXPECT_EQ(board.asked(), (board_requests{lte_scan, nr5g_scan}));
+  EXPECT_EQ(lte_of(answers[0]).cells[0].earfcn, 1300U);
+  EXPECT_EQ(lte_of(answers[0]).serving.rsrp_valid, 1);
+  EXPECT_EQ(lte_of(answers[0]).serving.rsrq_valid, 0);
+  EXPECT_EQ(lte_of(answers[0]).cells[0].cgi_valid, 0);
+  EXPECT_EQ(nr5g_of(answers[1]).cells[0].earfcn, 636000U);
+  EXPECT_EQ(nr5g_of(answers[1]).cells[0].rsrp_valid, 0);
   EXPECT_TRUE(flags_clear());
 }
 
@@ -193,17 +199,17 @@ TEST_F(lyn_scan, between_the_two_answers_both_radios_are_busy) {
   EXPECT_EQ(board.get_list({22, 23}), OX_LYN_SUCCESS);
   board.forget();
   EXPECT_EQ(board.get(OX_LYN_GET_LTE_NBR_PCI_E), OX_LYN_ERR_BUSY);
-  EXPECT_THAT(board.logged({"lyn_interface_get.cpp"}),
+  EXPECT_THAT(diag_log_lines({"lyn_interface_get.cpp"}),
               ElementsAre("ERROR Neighbor cells scan request ongoing nr5g[1]/lte[1] - wait for completion!!"));
   sim_board_post("nas", 133, {0x01, 0x04, 0x00, 0, 0, 0, 0});
-  EXPECT_THAT(ids(board.wait_answers(1)), ElementsAre(1));
-  EXPECT_EQ(board.asked(), (control_requests{nr5g_scan}));
+  EXPECT_THAT(ids(board.take(1)), ElementsAre(1));
+  EXPECT_EQ(board.asked(), (board_requests{nr5g_scan}));
   board.forget();
   EXPECT_EQ(board.get(OX_LYN_GET_LTE_NBR_PCI_E), OX_LYN_ERR_BUSY);
-  EXPECT_THAT(board.logged({"lyn_interface_get.cpp"}),
+  EXPECT_THAT(diag_log_lines({"lyn_interface_get.cpp"}),
               ElementsAre("ERROR Neighbor cells scan request ongoing nr5g[1]/lte[0] - wait for completion!!"));
   sim_board_post("nas", 133, {0x01, 0x04, 0x00, 0, 0, 0, 0});
-  EXPECT_THAT(ids(board.wait_answers(1)), ElementsAre(2));
+  EXPECT_THAT(ids(board.take(1)), ElementsAre(2));
   EXPECT_TRUE(flags_clear());
 }
 
@@ -215,8 +221,8 @@ TEST_F(lyn_scan, an_unknown_entry_takes_the_scan_before_it_back) {
     EXPECT_TRUE(board.asked().empty());
     EXPECT_TRUE(flags_clear());
     EXPECT_EQ(board.get_list({unknown, 22}), OX_LYN_SUCCESS); /* behind it, the scan goes out */
-    EXPECT_THAT(ids(board.wait_answers(1)), ElementsAre(1));
-    EXPECT_EQ(board.asked(), (control_requests{lte_scan}));
+    EXPECT_THAT(ids(board.take(1)), ElementsAre(1));
+    EXPECT_EQ(board.asked(), (board_requests{lte_scan}));
   }
   expect_quiet();
 }
@@ -240,7 +246,7 @@ TEST_F(lyn_scan, a_scan_that_cannot_start_leaves_nothing_pending) {
     EXPECT_EQ(board.get_list({24, 25, 29}), OX_LYN_ERR_FAILURE);
     EXPECT_TRUE(flags_clear());
     EXPECT_EQ(board.get(OX_LYN_GET_NR5G_NBR_PCI_E), OX_LYN_SUCCESS);
-    EXPECT_THAT(ids(board.wait_answers(1)), ElementsAre(2));
+    EXPECT_THAT(ids(board.take(1)), ElementsAre(2));
     board.stop();
   }
 }
@@ -249,17 +255,17 @@ TEST_F(lyn_scan, a_second_radio_that_cannot_start_delivers_nothing_and_leaves_no
   board.start(OX_LYN_REG_LTE_NR5G_E,
               std::string(at_once) + "[[fault]]\non = \"nas.133\"\nskip = 1\nresult = 1\nerror = 46\n");
   EXPECT_EQ(board.get_list({22, 23}), OX_LYN_SUCCESS);
-  EXPECT_THAT(ids(board.wait_answers(1)), ElementsAre(1));
+  EXPECT_THAT(ids(board.take(1)), ElementsAre(1));
   expect_quiet();
   EXPECT_TRUE(flags_clear());
   EXPECT_EQ(board.get(OX_LYN_GET_NR5G_NBR_EARFCN_E), OX_LYN_SUCCESS);
-  EXPECT_THAT(ids(board.wait_answers(1)), ElementsAre(2));
+  EXPECT_THAT(ids(board.take(1)), ElementsAre(2));
 }
 
 TEST_F(lyn_scan, an_answer_with_an_error_is_delivered_without_a_value_and_ends_the_scan) {
   board.start(OX_LYN_REG_LTE_NR5G_E, "[scan]\nanswer_ms = 0\nstatus = 3\n");
   EXPECT_EQ(board.get_list({22, 32, 23}), OX_LYN_SUCCESS);
-  const auto answers = board.wait_answers(2);
+  const auto answers = board.take(2);
   ASSERT_THAT(ids(answers), ElementsAre(1, 2));
   EXPECT_EQ(answers[0].value_type, 0U);
   EXPECT_EQ(answers[1].value_type, 0U);
@@ -275,17 +281,17 @@ TEST_F(lyn_scan, an_unanswered_scan_stays_pending_until_the_module_is_brought_do
   board.start(OX_LYN_REG_LTE_NR5G_E, at_once);
   EXPECT_TRUE(flags_clear());
   EXPECT_EQ(board.get(OX_LYN_GET_LTE_NBR_PCI_E), OX_LYN_SUCCESS);
-  EXPECT_THAT(ids(board.wait_answers(1)), ElementsAre(1));
+  EXPECT_THAT(ids(board.take(1)), ElementsAre(1));
 }
 
 TEST_F(lyn_scan, an_answer_that_nobody_asked_for_is_delivered_as_one_of_nr5g) {
   board.start(OX_LYN_REG_LTE_NR5G_E, full_neighbourhood());
   sim_board_post("nas", 133, sim_board_sample("nas", 133, 7));
   sim_board_post("nas", 133, {0x01, 0x04, 0x00, 0, 0, 0, 0});
-  const auto answers = board.wait_answers(2);
+  const auto answers = board.take(2);
   EXPECT_THAT(ids(answers), ElementsAre(2, 2));
   EXPECT_EQ(answers[1].value_type, static_cast<uint32_t>(OX_LYN_VALUE_NR5G_NBR_E));
-  EXPECT_EQ(answers[1].nr5g.cells[0].present, 0);
+  EXPECT_EQ(nr5g_of(answers[1]).cells[0].present, 0);
   EXPECT_TRUE(flags_clear());
   EXPECT_TRUE(board.asked().empty());
 }
@@ -323,9 +329,9 @@ TEST_F(lyn_scan, an_answer_that_does_not_decode_is_dropped_and_the_scan_goes_on)
   }
   /* The same parts are taken where they fit. */
   sim_board_post("nas", 133, cells(0x10, 5, 11, 10));
-  const auto answers = board.wait_answers(1);
+  const auto answers = board.take(1);
   ASSERT_THAT(ids(answers), ElementsAre(1));
-  EXPECT_EQ(answers[0].lte.cells[4].present, 1);
+  EXPECT_EQ(lte_of(answers[0]).cells[4].present, 1);
   EXPECT_TRUE(flags_clear());
 }
 
@@ -337,7 +343,7 @@ TEST_F(lyn_scan, without_service_a_neighbour_metric_is_refused_but_one_of_a_list
     EXPECT_TRUE(board.asked().empty());
     /* A list asks nobody about the service: its scan goes out. */
     EXPECT_EQ(board.get_list({22}), OX_LYN_SUCCESS);
-    EXPECT_THAT(ids(board.wait_answers(1)), ElementsAre(1));
+    EXPECT_THAT(ids(board.take(1)), ElementsAre(1));
     board.stop();
   }
 }
@@ -351,15 +357,18 @@ TEST_F(lyn_scan, many_scans_in_a_row_are_all_answered_each_with_its_own_radio) {
     const uint32_t metric = metrics[static_cast<size_t>(i) % std::size(metrics)];
     if (i % 3 == 2) { /* a list of both radios, its answers in their order */
       ASSERT_EQ(board.get_list({metric, is_lte_metric(metric) ? 23U : 22U}), OX_LYN_SUCCESS) << i;
-      ASSERT_THAT(ids(board.wait_answers(2)), ElementsAre(1, 2)) << i;
+      ASSERT_THAT(ids(board.take(2)), ElementsAre(1, 2)) << i;
     } else {
       ASSERT_EQ(board.get(metric), OX_LYN_SUCCESS) << i;
-      const auto answers = board.wait_answers(1);
+      const auto answers = board.take(1);
       ASSERT_EQ(answers.size(), 1U) << i;
       ASSERT_EQ(answers[0].id, is_lte_metric(metric) ? 1U : 2U) << i;
       ASSERT_EQ(answers[0].value_type, is_lte_metric(metric) ? 9U : 10U) << i;
-      ASSERT_EQ(answers[0].nr5g.cells[0].present, is_lte_metric(metric) ? 0 : 1) << i;
-      ASSERT_EQ(answers[0].lte.cells[0].present | answers[0].lte.serving.valid, is_lte_metric(metric) ? 1 : 0) << i;
+      const auto found = [&answers, metric] {
+        return is_lte_metric(metric) ? lte_of(answers[0]).cells[0].present | lte_of(answers[0]).serving.valid
+                                     : nr5g_of(answers[0]).cells[0].present;
+      };
+      ASSERT_EQ(found(), 1) << i;
     }
   }
   expect_quiet();

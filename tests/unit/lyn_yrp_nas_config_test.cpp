@@ -52,8 +52,8 @@ TEST_F(lyn_yrp_nas, when_the_lte_list_is_not_valid_then_nr5g_is_not_told_either)
   lock.lte_list_valid = 0;
   EXPECT_EQ(lyn_yrp_nas_set_cell_lock_list(&lock), -1);
   EXPECT_TRUE(nas_requests().empty());
-  EXPECT_THAT(nas_log(), ElementsAre("HIGH LTE multi-lock cell list - lte_cell_list_valid[0]",
-                                     "ERROR Invalid LTE configuration\\n"));
+  EXPECT_THAT(diag_log_lines(), ElementsAre("HIGH LTE multi-lock cell list - lte_cell_list_valid[0]",
+                                            "ERROR Invalid LTE configuration\\n"));
 }
 
 TEST_F(lyn_yrp_nas, when_a_lock_type_is_given_then_the_modem_gets_its_own_number) {
@@ -71,7 +71,7 @@ TEST_F(lyn_yrp_nas, when_a_lock_type_is_given_then_the_modem_gets_its_own_number
     if (known) {
       EXPECT_EQ(nas_request_fields(0)["type"], type - 1);
     } else {
-      EXPECT_EQ(nas_log().back(), "ERROR Invalid NR5g configuration\\n");
+      EXPECT_EQ(diag_log_lines().back(), "ERROR Invalid NR5g configuration\\n");
     }
   }
 }
@@ -84,7 +84,7 @@ TEST_F(lyn_yrp_nas, when_neither_cell_nor_frequencies_are_named_then_only_an_unl
   lock.nr5g_type = 3;
   EXPECT_EQ(lyn_yrp_nas_set_cell_lock_list(&lock), 0);
   EXPECT_EQ(nas_requests(), std::vector<int>{270});
-  EXPECT_EQ(nas_log().back(), "HIGH NR 5G cell lock list unlocked , All parames are cleared\\n");
+  EXPECT_EQ(diag_log_lines().back(), "HIGH NR 5G cell lock list unlocked , All parames are cleared\\n");
 }
 
 TEST_F(lyn_yrp_nas, when_a_spacing_is_given_then_the_modem_gets_its_own_number_or_nothing) {
@@ -153,7 +153,7 @@ TEST_F(lyn_yrp_nas, deliberately_the_octets_of_a_panel_change_are_swapped) {
                 nlohmann::json({{"position_index", 7}, {"position_changed", 1}, {"pps_mode", mode - 1}}));
     } else {
       EXPECT_TRUE(nas_requests().empty());
-      EXPECT_THAT(nas_log(), ElementsAre("ERROR PPS mode is " + std::to_string(mode) + " is invalid\\n."));
+      EXPECT_THAT(diag_log_lines(), ElementsAre("ERROR PPS mode is " + std::to_string(mode) + " is invalid\\n."));
     }
   }
 }
@@ -162,7 +162,7 @@ TEST_F(lyn_yrp_nas, when_there_is_no_nr5g_then_it_cannot_be_deprioritised) {
   nas_connect(OX_LYN_REG_LTE_E);
   EXPECT_EQ(lyn_yrp_nas_set_nr5g_deprioritize(1), -1);
   EXPECT_TRUE(nas_requests().empty());
-  EXPECT_THAT(nas_log(), ElementsAre("ERROR NR5G Service is not available \\n"));
+  EXPECT_THAT(diag_log_lines(), ElementsAre("ERROR NR5G Service is not available \\n"));
   nas_connect(OX_LYN_REG_NR5G_E);
   EXPECT_EQ(lyn_yrp_nas_set_nr5g_deprioritize(1), 0);
   EXPECT_EQ(nas_requests(), std::vector<int>{295});
@@ -196,10 +196,10 @@ TEST_F(lyn_yrp_nas, when_a_record_is_null_then_the_request_is_refused_with_its_t
   EXPECT_EQ(lyn_yrp_nas_set_pps_config(nullptr), -2);
   EXPECT_EQ(lyn_yrp_nas_set_pps_change_status(nullptr), -2);
   EXPECT_EQ(lyn_yrp_nas_set_install_mode(nullptr), -2);
-  EXPECT_THAT(nas_log(), ElementsAre("ERROR Invalid params - cell_lock_list[(nil)]",
-                                     "ERROR Invalid params - pps config request [(nil)]",
-                                     "ERROR Invalid params - pps change status request [(nil)]",
-                                     "ERROR Invalid params - install mode config request [(nil)]"));
+  EXPECT_THAT(diag_log_lines(), ElementsAre("ERROR Invalid params - cell_lock_list[(nil)]",
+                                            "ERROR Invalid params - pps config request [(nil)]",
+                                            "ERROR Invalid params - pps change status request [(nil)]",
+                                            "ERROR Invalid params - install mode config request [(nil)]"));
 }
 
 TEST_F(lyn_yrp_nas, when_both_radios_shall_be_scanned_then_only_lte_is) {
@@ -211,7 +211,7 @@ TEST_F(lyn_yrp_nas, when_both_radios_shall_be_scanned_then_only_lte_is) {
   EXPECT_EQ(nr5g, 0);
   EXPECT_EQ(nas_request_fields(0)["network_type"], 4);
   EXPECT_EQ(nas_request_fields(0)["scan_type"], 5);
-  EXPECT_THAT(nas_log(), ElementsAre("HIGH Performing incremental network scan request - network_type [4]"));
+  EXPECT_THAT(diag_log_lines(), ElementsAre("HIGH Performing incremental network scan request - network_type [4]"));
 }
 
 TEST_F(lyn_yrp_nas, when_a_scan_fails_to_start_then_neither_radio_is_scanned) {
@@ -232,7 +232,7 @@ TEST_F(lyn_yrp_nas, when_no_radio_or_no_flag_is_given_then_a_scan_is_refused) {
   EXPECT_EQ(lte, 9);
   EXPECT_EQ(lyn_yrp_nas_incremental_scan(3, nullptr, 0, nullptr), -2);
   EXPECT_TRUE(nas_requests().empty());
-  EXPECT_EQ(nas_log().back(),
+  EXPECT_EQ(diag_log_lines().back(),
             "ERROR Invalid params - lte_scan_request[3], nr5g_scan_request[0], "
             "lte_scan_ongoing[(nil)], nr5g_scan_ongoing[(nil)]");
 }

@@ -60,7 +60,7 @@ TEST_F(lyn_yrp_nas, when_two_indications_mean_the_same_status_then_only_the_firs
   nas_indicate(YRP_NAS_SYS_INFO_IND, lte_service(YRP_NAS_SRV_SERVICE, 1));
   nas_indicate(YRP_NAS_SYS_INFO_IND, both_services(YRP_NAS_SRV_LIMITED, YRP_NAS_SRV_SERVICE));
   EXPECT_EQ(nas_events().size(), 1U);
-  EXPECT_EQ(nas_log().back(), "HIGH System info indication - curr_network_status[6], prev_network_status[6]");
+  EXPECT_EQ(diag_log_lines().back(), "HIGH System info indication - curr_network_status[6], prev_network_status[6]");
 }
 
 TEST_F(lyn_yrp_nas, when_a_query_saw_the_change_first_then_it_is_not_posted) {
@@ -72,15 +72,15 @@ TEST_F(lyn_yrp_nas, when_a_query_saw_the_change_first_then_it_is_not_posted) {
 TEST_F(lyn_yrp_nas, when_system_information_arrives_then_each_valid_part_is_logged) {
   nas_connect(OX_LYN_REG_LTE_NR5G_E);
   nas_indicate(YRP_NAS_SYS_INFO_IND, both_services(YRP_NAS_SRV_LIMITED, YRP_NAS_SRV_SERVICE));
-  EXPECT_THAT(nas_log(), ElementsAre("HIGH Indication received from NAS service with msg_id[78]",
-                                     "HIGH NR 5G system info indication - srv_status[1]",
-                                     "HIGH NR 5G system info indication - srv_domain[0]",
-                                     "HIGH NR 5G system info indication - srv_capability[0]",
-                                     "HIGH LTE system info indication - srv_status[2]",
-                                     "HIGH LTE system info indication - srv_domain[0]",
-                                     "HIGH LTE system info indication - srv_capability[0]",
-                                     "HIGH LTE system info indication - nr5g_pci_valid[1], nr5g_pci[500]",
-                                     "HIGH System info indication - curr_network_status[6], prev_network_status[6]"));
+  EXPECT_THAT(
+      diag_log_lines(),
+      ElementsAre(
+          "HIGH Indication received from NAS service with msg_id[78]",
+          "HIGH NR 5G system info indication - srv_status[1]", "HIGH NR 5G system info indication - srv_domain[0]",
+          "HIGH NR 5G system info indication - srv_capability[0]", "HIGH LTE system info indication - srv_status[2]",
+          "HIGH LTE system info indication - srv_domain[0]", "HIGH LTE system info indication - srv_capability[0]",
+          "HIGH LTE system info indication - nr5g_pci_valid[1], nr5g_pci[500]",
+          "HIGH System info indication - curr_network_status[6], prev_network_status[6]"));
 }
 
 TEST_F(lyn_yrp_nas, when_signals_are_reported_then_the_whole_record_goes_up) {
@@ -99,7 +99,7 @@ TEST_F(lyn_yrp_nas, when_signals_are_reported_then_the_whole_record_goes_up) {
   EXPECT_EQ(posted.lte_sig_info.rsrp, -95);
   EXPECT_EQ(posted.nr5g_rsrq, -12);
   EXPECT_THAT(
-      nas_log(),
+      diag_log_lines(),
       ElementsAre("HIGH Indication received from NAS service with msg_id[81]",
                   "HIGH NR 5G signal info indication - rsrp[-100]", "HIGH NR 5G signal info indication - snr[-5]",
                   "HIGH NR 5G signal info indication - nr5g_rsrq_valid[1], nr5g_rsrq[-12]",
@@ -113,7 +113,7 @@ TEST_F(lyn_yrp_nas, when_the_panel_moves_then_index_and_mode_are_logged_and_post
   const auto events = nas_events();
   ASSERT_EQ(events.size(), 1U);
   EXPECT_EQ(events[0].as<yrp_nas_pps_ind_t>().position_changed, 1);
-  EXPECT_THAT(nas_log(),
+  EXPECT_THAT(diag_log_lines(),
               ElementsAre("HIGH Indication received from NAS service with msg_id[278]",
                           "HIGH NR 5g panel pos index indication - [3]", "HIGH NR 5g panel pos mode indication - [2]"));
 }
@@ -123,7 +123,7 @@ TEST_F(lyn_yrp_nas, when_an_install_status_is_not_valid_then_only_its_log_is_mis
   nas_indicate(YRP_NAS_INSTALL_STATUS_IND, yrp_nas_install_status_ind_t{.valid = 1, .status = 7});
   nas_indicate(YRP_NAS_INSTALL_STATUS_IND, yrp_nas_install_status_ind_t{});
   EXPECT_EQ(nas_events().size(), 2U);
-  EXPECT_THAT(nas_log(),
+  EXPECT_THAT(diag_log_lines(),
               ElementsAre("HIGH Indication received from NAS service with msg_id[335]", "HIGH  install mode status[7]",
                           "HIGH Indication received from NAS service with msg_id[335]"));
 }
@@ -137,7 +137,7 @@ TEST_F(lyn_yrp_nas, when_an_install_measurement_is_valid_then_flag_length_and_en
   ASSERT_EQ(events.size(), 1U);
   EXPECT_EQ(events[0].as<yrp_nas_install_freq_ind_t>().freqs[0].band, 261U);
   EXPECT_THAT(
-      nas_log(),
+      diag_log_lines(),
       ElementsAre("HIGH Indication received from NAS service with msg_id[334]",
                   "HIGH NR 5g frequency is valid for install mode [1]", "HIGH NR 5g frequency length - [1]",
                   "HIGH Install mode frequency of arfcn  - [2079167]",
@@ -159,15 +159,15 @@ TEST_F(lyn_yrp_nas, when_a_scan_has_both_radios_then_only_lte_is_logged_and_both
   const auto events = nas_events();
   ASSERT_EQ(events.size(), 1U);
   EXPECT_EQ(events[0].as<yrp_nas_incremental_scan_ind_t>().nr5g_nbr[0].pci, 501);
-  EXPECT_THAT(nas_log(), ElementsAre("HIGH Indication received from NAS service with msg_id[133]",
-                                     "HIGH Network incremental PCI extension scan status [0]",
-                                     "HIGH LTE network scan indication - highest signal neighbor rsrp[-101]",
-                                     "HIGH LTE network scan indication - highest signal neighbor rsrq[-14]",
-                                     "HIGH LTE network scan indication - neighbor #0 earfcn[1300]",
-                                     "HIGH LTE network scan indication - neighbor #0 pci[301]",
-                                     "HIGH LTE network scan indication - neighbor #0 cgi[10607299]",
-                                     "HIGH LTE network scan indication - neighbor #0 plmn_mcc[272] plmn_mnc[1], "
-                                     "plmn_mnc_includes_pcs_digit[0]"));
+  EXPECT_THAT(diag_log_lines(), ElementsAre("HIGH Indication received from NAS service with msg_id[133]",
+                                            "HIGH Network incremental PCI extension scan status [0]",
+                                            "HIGH LTE network scan indication - highest signal neighbor rsrp[-101]",
+                                            "HIGH LTE network scan indication - highest signal neighbor rsrq[-14]",
+                                            "HIGH LTE network scan indication - neighbor #0 earfcn[1300]",
+                                            "HIGH LTE network scan indication - neighbor #0 pci[301]",
+                                            "HIGH LTE network scan indication - neighbor #0 cgi[10607299]",
+                                            "HIGH LTE network scan indication - neighbor #0 plmn_mcc[272] plmn_mnc[1], "
+                                            "plmn_mnc_includes_pcs_digit[0]"));
 }
 
 TEST_F(lyn_yrp_nas, when_a_scan_has_nr5g_only_then_its_neighbours_are_logged) {
@@ -184,14 +184,15 @@ TEST_F(lyn_yrp_nas, when_a_scan_has_nr5g_only_then_its_neighbours_are_logged) {
                        .plmn_count = 1,
                        .plmn = {{272, 1, 1}}};
   nas_indicate(YRP_NAS_INCREMENTAL_NETWORK_SCAN, *scan);
-  EXPECT_THAT(nas_log(), ElementsAre("HIGH Indication received from NAS service with msg_id[133]",
-                                     "HIGH Network incremental PCI extension scan status [1]",
-                                     "HIGH NR 5G network scan indication - neighbor #0 rsrp[-104]",
-                                     "HIGH NR 5G network scan indication - neighbor #0 earfcn[636000]",
-                                     "HIGH NR 5G network scan indication - neighbor #0 pci[501]",
-                                     "HIGH NR 5G network scan indication - neighbor #0 cgi[68719476737]",
-                                     "HIGH NR 5G network scan indication - neighbor #0 plmn_mcc[272] plmn_mnc[1], "
-                                     "plmn_mnc_includes_pcs_digit[1]"));
+  EXPECT_THAT(diag_log_lines(),
+              ElementsAre("HIGH Indication received from NAS service with msg_id[133]",
+                          "HIGH Network incremental PCI extension scan status [1]",
+                          "HIGH NR 5G network scan indication - neighbor #0 rsrp[-104]",
+                          "HIGH NR 5G network scan indication - neighbor #0 earfcn[636000]",
+                          "HIGH NR 5G network scan indication - neighbor #0 pci[501]",
+                          "HIGH NR 5G network scan indication - neighbor #0 cgi[68719476737]",
+                          "HIGH NR 5G network scan indication - neighbor #0 plmn_mcc[272] plmn_mnc[1], "
+                          "plmn_mnc_includes_pcs_digit[1]"));
 }
 
 TEST_F(lyn_yrp_nas, deliberately_some_indications_share_the_text_of_a_failed_decoding) {
@@ -226,12 +227,12 @@ TEST_F(lyn_yrp_nas, when_an_indication_is_not_handled_then_only_its_arrival_is_l
   nas_connect(OX_LYN_REG_LTE_E);
   sim_board_post("nas", 79, {});
   EXPECT_TRUE(nas_events().empty());
-  EXPECT_THAT(nas_log(), ElementsAre("HIGH Indication received from NAS service with msg_id[79]"));
+  EXPECT_THAT(diag_log_lines(), ElementsAre("HIGH Indication received from NAS service with msg_id[79]"));
 }
 
 TEST_F(lyn_yrp_nas, when_posting_fails_then_the_record_is_not_touched_again) {
   nas_connect(OX_LYN_REG_LTE_E);
-  nas_post_result = -1;
+  post_fail(-1);
   nas_indicate(YRP_NAS_PPS_IND, yrp_nas_pps_ind_t{.position_index = 1, .position_changed = 1, .mode_index = 1});
   EXPECT_EQ(nas_events().size(), 1U); /* a second release of the record would be reported here */
   EXPECT_TRUE(diag_log_texts("ERROR").empty());

@@ -397,7 +397,7 @@ struct lyn_yrp_nas_query : testing::Test {
     lyn_nas_sys_info_t sys_info = {};
     ASSERT_EQ(lyn_yrp_nas_get_sys_info(&sys_info, 1), 0);
     ASSERT_EQ(sys_info.network_status, network_status);
-    metric_forget();
+    board_forget();
   }
 
   /** Ask on a board with this fault: the record must be what the first `done` steps read. */
@@ -409,7 +409,7 @@ struct lyn_yrp_nas_query : testing::Test {
     EXPECT_EQ(answer.parts, record_after(query, step, answer.parts));
     std::vector<std::string> log = log_of(query, step);
     log.push_back("ERROR " + asked.failure + error);
-    EXPECT_THAT(metric_log(), ElementsAreArray(log));
+    EXPECT_THAT(diag_log_lines(), ElementsAreArray(log));
     EXPECT_EQ(metric_asked().size(), step + 1);
   }
 };
@@ -421,7 +421,7 @@ TEST_F(lyn_yrp_nas_query, each_network_status_asks_its_radios_and_no_other) {
     board(network_status);
     for (const query_row &query : queries) {
       SCOPED_TRACE(query.name + " at " + std::to_string(network_status));
-      metric_forget();
+      board_forget();
       std::vector<std::string> wanted;
       for (const query_step &step : query.steps) {
         if (asked_at(step, network_status))
@@ -432,7 +432,7 @@ TEST_F(lyn_yrp_nas_query, each_network_status_asks_its_radios_and_no_other) {
       EXPECT_THAT(metric_asked(), ElementsAreArray(wanted));
       if (wanted.empty()) {
         EXPECT_EQ(answer.parts, record_after(query, 0, answer.parts));
-        EXPECT_THAT(metric_log(), IsEmpty());
+        EXPECT_THAT(diag_log_lines(), IsEmpty());
       }
     }
   }
@@ -445,7 +445,7 @@ TEST_F(lyn_yrp_nas_query, each_answer_fills_its_whole_record_and_logs_every_valu
     const query_answer answer = query.ask(false);
     EXPECT_EQ(answer.status, 0);
     EXPECT_EQ(answer.parts, record_after(query, query.steps.size(), answer.parts));
-    EXPECT_THAT(metric_log(), ElementsAreArray(log_of(query, query.steps.size())));
+    EXPECT_THAT(diag_log_lines(), ElementsAreArray(log_of(query, query.steps.size())));
   }
 }
 
@@ -470,7 +470,7 @@ TEST_F(lyn_yrp_nas_query, null_record_is_refused_before_anything_is_asked) {
   board(OX_LYN_REG_LTE_NR5G_E);
   for (const query_row &query : queries) {
     EXPECT_EQ(query.ask(true).status, -2);
-    EXPECT_THAT(metric_log(), ElementsAre("ERROR Invalid params - " + query.name + "[(nil)]"));
+    EXPECT_THAT(diag_log_lines(), ElementsAre("ERROR Invalid params - " + query.name + "[(nil)]"));
   }
   EXPECT_THAT(metric_asked(), IsEmpty());
 }
@@ -478,14 +478,14 @@ TEST_F(lyn_yrp_nas_query, null_record_is_refused_before_anything_is_asked) {
 TEST_F(lyn_yrp_nas_query, queries_of_a_released_client_leave_their_records_alone) {
   board(OX_LYN_REG_LTE_NR5G_E);
   ASSERT_EQ(lyn_yrp_nas_release(), 0);
-  metric_forget();
+  board_forget();
   for (const query_row &query : queries) {
     const query_answer answer = query.ask(false);
     EXPECT_EQ(answer.status, -12);
     EXPECT_TRUE(answer.untouched);
-    EXPECT_THAT(metric_log(), ElementsAre("ERROR YRP NAS module not initialized - yrp_nas_clnt_handle[(nil)]"));
+    EXPECT_THAT(diag_log_lines(), ElementsAre("ERROR YRP NAS module not initialized - yrp_nas_clnt_handle[(nil)]"));
     EXPECT_EQ(query.ask(true).status, -2);
-    metric_log();
+    diag_log_lines();
   }
   EXPECT_THAT(metric_asked(), IsEmpty());
   ASSERT_EQ(lyn_yrp_nas_init(), 0);
@@ -591,7 +591,7 @@ TEST_F(lyn_yrp_nas_query, part_without_its_validity_flag_stays_zero_and_the_othe
     std::vector<numbers> wanted = record_after(query, query.steps.size(), answer.parts);
     wanted[cleared.step] = padded(cleared.part, wanted[cleared.step].size());
     EXPECT_EQ(answer.parts, wanted);
-    const std::vector<std::string> log = metric_log();
+    const std::vector<std::string> log = diag_log_lines();
     size_t errors = 0;
     for (const std::string &line : cleared.log) {
       EXPECT_THAT(log, testing::Contains(line));
@@ -624,7 +624,7 @@ TEST_F(lyn_yrp_nas_query, empty_lists_are_read_as_missing_and_only_lte_reports_t
   const query_answer answer = query.ask(false);
   EXPECT_EQ(answer.status, 0);
   EXPECT_EQ(answer.parts, record_after(query, 0, answer.parts));
-  EXPECT_THAT(metric_errors(),
+  EXPECT_THAT(diag_log_texts("ERROR"),
               ElementsAre("MCS info Failed not valid 1 length 0 \\n", "MCS info Failed not valid 1 length 0 \\n"));
 }
 
@@ -632,7 +632,7 @@ TEST_F(lyn_yrp_nas_query, deliberately_the_dcnr_flag_is_one_whatever_the_modem_s
   board(5, metric_with(metric_fault(77, 1, "clear = [\"restrict_dcnr_valid\"]")));
   const query_answer answer = query_named("get_endc_mode_info").ask(false);
   EXPECT_EQ(answer.parts[0], (numbers{1, 1, 1, 0}));
-  EXPECT_THAT(metric_log(), testing::Contains("HIGH Modem Metrics ENDC mode restrict_dcnr_valid [0]"));
+  EXPECT_THAT(diag_log_lines(), testing::Contains("HIGH Modem Metrics ENDC mode restrict_dcnr_valid [0]"));
 }
 
 TEST_F(lyn_yrp_nas_query, endc_flags_are_the_modems) {
@@ -725,7 +725,7 @@ TEST_F(lyn_yrp_nas_query, frequency_lock_is_logged_entry_by_entry_with_the_trans
                             "{ type = 2, list = [{ arfcn = 636000, scs = 0 }, { arfcn = 2079167, scs = 9 }] }"));
   const query_answer answer = query_named("cell_lock_list").ask(false);
   EXPECT_EQ(answer.parts[1], padded({1, 2, 0, 0, 0, 0, 1, 2, 636000, 1, 2079167, 0}, answer.parts[1].size()));
-  std::vector<std::string> log = metric_log();
+  std::vector<std::string> log = diag_log_lines();
   log.erase(log.begin(), log.begin() + 5);
   EXPECT_THAT(log, ElementsAre("HIGH NR 5G multi-lock cell list - arfcn_identity_valid[1]",
                                "HIGH NR 5G multi-lock cell list - arfcn_list_len[2]",
@@ -812,11 +812,11 @@ TEST_F(lyn_yrp_nas_query, system_information_changes_the_radios_that_are_asked_o
   lyn_nas_sys_info_t sys_info = {};
   ASSERT_EQ(lyn_yrp_nas_get_sys_info(&sys_info, 0), 0);
   EXPECT_EQ(sys_info.network_status, static_cast<uint32_t>(OX_LYN_REG_NR5G_E));
-  metric_forget();
+  board_forget();
   query_named("tx_pwr_info").ask(false);
   EXPECT_THAT(metric_asked(), ElementsAre("90 {radio_if: 8}"));
   ASSERT_EQ(lyn_yrp_nas_get_sys_info(&sys_info, 255), 0);
-  metric_forget();
+  board_forget();
   query_named("tx_pwr_info").ask(false);
   EXPECT_THAT(metric_asked(), ElementsAre("90 {radio_if: 12}"));
 }
@@ -826,7 +826,7 @@ TEST_F(lyn_yrp_nas_query, failed_system_information_leaves_the_network_status_as
   metric_board(7, metric_with(metric_fault(77, 0, "transport = -1")));
   lyn_nas_sys_info_t sys_info = {};
   ASSERT_EQ(lyn_yrp_nas_get_sys_info(&sys_info, 1), -1);
-  metric_forget();
+  board_forget();
   query_named("tx_pwr_info").ask(false);
   EXPECT_THAT(metric_asked(), ElementsAre("90 {radio_if: 8}"));
 }
@@ -848,9 +848,9 @@ TEST_F(lyn_yrp_nas_query, signed_and_wide_values_keep_sign_and_width) {
   EXPECT_EQ(cells[8], -32768);
   EXPECT_EQ(cells[12], INT64_MAX);
   EXPECT_EQ(cells[14], INT64_MAX);
-  EXPECT_THAT(metric_log(), testing::IsSupersetOf({"HIGH LTE serving cell info - earfcn[65535]",
-                                                   "HIGH NR 5G serving cell info - nr5g_arfcn[4294967295]",
-                                                   "HIGH NR 5G serving cell info - cgi[9223372036854775807]"}));
+  EXPECT_THAT(diag_log_lines(), testing::IsSupersetOf({"HIGH LTE serving cell info - earfcn[65535]",
+                                                       "HIGH NR 5G serving cell info - nr5g_arfcn[4294967295]",
+                                                       "HIGH NR 5G serving cell info - cgi[9223372036854775807]"}));
   EXPECT_EQ(query_named("sig_info").ask(false).parts[0], (numbers{1, -128, -128, -32768, 130, 1, -98, -15, 1, -32768}));
   EXPECT_EQ(query_named("tx_pwr_info").ask(false).parts[0], (numbers{1, INT32_MIN}));
 }

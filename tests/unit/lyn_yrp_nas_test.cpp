@@ -12,7 +12,7 @@ const char *const NOT_CONNECTED = "ERROR YRP NAS module not initialized - yrp_na
 /** Names of the library's calls since the last nas_forget. */
 std::vector<std::string> nas_calls() {
   std::vector<std::string> names;
-  for (const auto &entry : nas_journal("yrp", "call")) {
+  for (const auto &entry : board_journal("yrp", "call")) {
     names.push_back(entry["name"]);
   }
   return names;
@@ -31,13 +31,13 @@ TEST_F(lyn_yrp_nas, when_connected_then_it_has_registered_for_the_four_indicatio
   EXPECT_EQ(nas_request_fields(0), nlohmann::json::parse(R"({"sys_info_valid": 1, "sys_info": 1,
       "reg_panel_pos_change_ind_valid": 1, "reg_panel_pos_change_ind": 1, "reg_install_meas_ind_valid": 1,
       "reg_install_meas_ind": 1, "reg_install_status_ind_valid": 1, "reg_install_status_ind": 1})"));
-  EXPECT_THAT(nas_log(), ElementsAre("HIGH Retrieved YRP NAS service list - num_entries[1], num_services[1]",
-                                     "HIGH YRP NAS client PPS mode reg_panel_pos_change_ind 1\\n",
-                                     "HIGH YRP NAS client PPS mode reg_panel_pos_change_ind_valid 1\\n",
-                                     "HIGH YRP NAS client install meas indications 1\\n",
-                                     "HIGH YRP NAS client install  status indications 1\\n",
-                                     "HIGH YRP NAS indication register request successful - sys_info[true]",
-                                     "HIGH NAS service successfully initialized!"));
+  EXPECT_THAT(diag_log_lines(), ElementsAre("HIGH Retrieved YRP NAS service list - num_entries[1], num_services[1]",
+                                            "HIGH YRP NAS client PPS mode reg_panel_pos_change_ind 1\\n",
+                                            "HIGH YRP NAS client PPS mode reg_panel_pos_change_ind_valid 1\\n",
+                                            "HIGH YRP NAS client install meas indications 1\\n",
+                                            "HIGH YRP NAS client install  status indications 1\\n",
+                                            "HIGH YRP NAS indication register request successful - sys_info[true]",
+                                            "HIGH NAS service successfully initialized!"));
 }
 
 TEST_F(lyn_yrp_nas, when_already_connected_then_connecting_again_sends_nothing) {
@@ -46,15 +46,15 @@ TEST_F(lyn_yrp_nas, when_already_connected_then_connecting_again_sends_nothing) 
   EXPECT_EQ(lyn_yrp_nas_client_init(), 0);
   EXPECT_TRUE(nas_requests().empty());
   EXPECT_TRUE(nas_calls().empty());
-  EXPECT_THAT(nas_log(), ElementsAre("HIGH YRP NAS client module already initialized",
-                                     "HIGH YRP NAS client module already initialized"));
+  EXPECT_THAT(diag_log_lines(), ElementsAre("HIGH YRP NAS client module already initialized",
+                                            "HIGH YRP NAS client module already initialized"));
 }
 
 TEST_F(lyn_yrp_nas, when_the_service_is_not_offered_yet_then_connecting_waits_for_it) {
   nas_board("[nas]\navailable_after_ms = 100\n");
   EXPECT_EQ(lyn_yrp_nas_init(), 0);
   EXPECT_THAT(nas_calls(), Contains("yrp_cci_os_signal_wait"));
-  EXPECT_EQ(nas_log().front(), "ERROR Retrieving YRP NAS service list failed with status[-2]");
+  EXPECT_EQ(diag_log_lines().front(), "ERROR Retrieving YRP NAS service list failed with status[-2]");
 }
 
 TEST_F(lyn_yrp_nas, when_a_step_of_connecting_fails_then_nothing_stays_open) {
@@ -80,11 +80,11 @@ TEST_F(lyn_yrp_nas, when_a_step_of_connecting_fails_then_nothing_stays_open) {
     SCOPED_TRACE(row.log);
     nas_board(row.toml);
     EXPECT_EQ(lyn_yrp_nas_init(), -1);
-    EXPECT_EQ(nas_log().back(), row.log);
+    EXPECT_EQ(diag_log_lines().back(), row.log);
     const auto calls = nas_calls();
     EXPECT_EQ(static_cast<size_t>(std::count(calls.begin(), calls.end(), "release")), row.released);
     EXPECT_EQ(lyn_yrp_nas_release(), -1);
-    EXPECT_THAT(nas_log(), ElementsAre("ERROR YRP NAS client module not yet initialized - cannot be released!"));
+    EXPECT_THAT(diag_log_lines(), ElementsAre("ERROR YRP NAS client module not yet initialized - cannot be released!"));
   }
 }
 
@@ -92,16 +92,16 @@ TEST_F(lyn_yrp_nas, when_released_then_both_handles_are_and_requests_are_refused
   nas_connect(OX_LYN_REG_LTE_E);
   EXPECT_EQ(lyn_yrp_nas_release(), 0);
   EXPECT_THAT(nas_calls(), ElementsAre("release", "release"));
-  EXPECT_THAT(nas_log(), ElementsAre("HIGH NAS service successfully released!"));
+  EXPECT_THAT(diag_log_lines(), ElementsAre("HIGH NAS service successfully released!"));
   lyn_ind_table_t table = {};
   EXPECT_EQ(lyn_yrp_nas_register_ind(&table), -12);
-  EXPECT_THAT(nas_log(), ElementsAre(NOT_CONNECTED));
+  EXPECT_THAT(diag_log_lines(), ElementsAre(NOT_CONNECTED));
 }
 
 TEST_F(lyn_yrp_nas, when_releasing_the_notifier_fails_then_both_stay_for_the_next_try) {
   nas_connect(OX_LYN_REG_LTE_E, fault("yrp.release", "transport = -9"));
   EXPECT_EQ(lyn_yrp_nas_release(), -1);
-  EXPECT_THAT(nas_log(), ElementsAre("ERROR Releasing the YRP NAS notifier handle failed with status[-9]"));
+  EXPECT_THAT(diag_log_lines(), ElementsAre("ERROR Releasing the YRP NAS notifier handle failed with status[-9]"));
   EXPECT_EQ(lyn_yrp_nas_release(), 0);
   EXPECT_EQ(nas_calls().size(), 3U);
 }
@@ -109,7 +109,7 @@ TEST_F(lyn_yrp_nas, when_releasing_the_notifier_fails_then_both_stay_for_the_nex
 TEST_F(lyn_yrp_nas, when_releasing_the_client_fails_then_the_next_try_skips_the_notifier) {
   nas_connect(OX_LYN_REG_LTE_E, fault("yrp.release", "skip = 1\ntransport = -9"));
   EXPECT_EQ(lyn_yrp_nas_release(), -1);
-  EXPECT_THAT(nas_log(), ElementsAre("ERROR Releasing the YRP NAS client handle failed with status[-9]"));
+  EXPECT_THAT(diag_log_lines(), ElementsAre("ERROR Releasing the YRP NAS client handle failed with status[-9]"));
   EXPECT_EQ(lyn_yrp_nas_release(), 0);
   EXPECT_EQ(nas_calls().size(), 3U);
 }
@@ -181,7 +181,7 @@ TEST_F(lyn_yrp_nas, when_message_3_fails_then_message_108_is_not_sent) {
 
 TEST_F(lyn_yrp_nas, when_the_table_is_null_then_registering_is_refused) {
   EXPECT_EQ(lyn_yrp_nas_register_ind(nullptr), -2);
-  EXPECT_THAT(nas_log(), Contains("ERROR Invalid params - ind_info[(nil)]"));
+  EXPECT_THAT(diag_log_lines(), Contains("ERROR Invalid params - ind_info[(nil)]"));
 }
 
 TEST_F(lyn_yrp_nas, when_the_modem_restarts_then_both_events_are_posted_in_order) {
@@ -192,16 +192,16 @@ TEST_F(lyn_yrp_nas, when_the_modem_restarts_then_both_events_are_posted_in_order
   EXPECT_EQ(events[0].as<uint8_t>(), 1);
   EXPECT_EQ(events[1].id, LYN_EVENT_MODEM_UP);
   EXPECT_EQ(events[1].as<uint8_t>(), 1);
-  EXPECT_THAT(nas_log(), ElementsAre("HIGH NAS service notification callback received service event[1]",
-                                     "HIGH SSR - Modem down indication event[1]",
-                                     "HIGH NAS service notification callback received service event[0]",
-                                     "HIGH SSR - Modem up indication event[0]"));
+  EXPECT_THAT(diag_log_lines(), ElementsAre("HIGH NAS service notification callback received service event[1]",
+                                            "HIGH SSR - Modem down indication event[1]",
+                                            "HIGH NAS service notification callback received service event[0]",
+                                            "HIGH SSR - Modem up indication event[0]"));
 }
 
 TEST_F(lyn_yrp_nas, when_a_service_event_is_unknown_then_nothing_is_posted) {
   nas_connect(OX_LYN_REG_LTE_E);
   lyn_yrp_nas_svc_notify_cb(nullptr, nullptr, 2, nullptr);
   EXPECT_TRUE(nas_events().empty());
-  EXPECT_THAT(nas_log(), ElementsAre("HIGH NAS service notification callback received service event[2]",
-                                     "ERROR NAS service event[2] is not currently supported"));
+  EXPECT_THAT(diag_log_lines(), ElementsAre("HIGH NAS service notification callback received service event[2]",
+                                            "ERROR NAS service event[2] is not currently supported"));
 }
