@@ -87,9 +87,14 @@ int32_t lyn_cmdq_enq(lyn_cmdq_t *cmdq, lyn_cmd *cmd);
 void lyn_cmdq_warn(int32_t count, int32_t max);
 
 /**
- * Queue the next item of a batch; if items of it are queued, they are the last commands of the queue. Call with the
- * mutex held, then lyn_cmdq_leave. `before` is how many commands were queued. False, and logged, when the batch has no
- * node.
+ * Whether the next item of a batch would stand behind all that is queued: not when items of it are queued and commands
+ * behind them. Call with the mutex held.
+ */
+bool lyn_cmdq_may_put(const lyn_cmdq_t *cmdq, const lyn_cmd_batch_t *batch);
+
+/**
+ * Queue the next item of a batch that it may put. Call with the mutex held, then lyn_cmdq_leave. `before` is how many
+ * commands were queued. False, and logged, when the batch has no node.
  */
 bool lyn_cmdq_put(lyn_cmdq_t *cmdq, lyn_cmd_batch_t *batch, int32_t *before);
 

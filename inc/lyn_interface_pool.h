@@ -2,7 +2,8 @@
  * Where posted events live: in batches of the command queue, so that posting one costs no malloc and no free.
  *
  * Events leave the queue in the order in which they enter it, so their places are handed out one after the other from a
- * batch, and the batch is used again as soon as the last of them is given back. What is not needed any more goes back
+ * batch, and the batch is used again as soon as the last of them is given back. A batch that other commands have come
+ * behind is not filled up. What is not needed any more goes back
  * to the heap: one batch is kept.
  *
  * A batch is three allocations, its command, its records and its list node, because a post tells them apart when memory

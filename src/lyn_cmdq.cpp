@@ -84,6 +84,11 @@ static lyn_cmd_batch_t *lyn_cmdq_batch(void *data) {
   return is_batch ? reinterpret_cast<lyn_cmd_batch_t *>(static_cast<char *>(data) - LYN_CMDQ_BATCH) : nullptr;
 }
 
+/** Whether items of the batch stand in the list. */
+static bool lyn_cmdq_is_listed(const lyn_cmd_batch_t *batch) {
+  return batch->filled != batch->taken;
+}
+
 static char *lyn_cmdq_item(const lyn_cmd_batch_t *batch, uint32_t index) {
   return static_cast<char *>(batch->items) + static_cast<size_t>(index) * batch->item_size;
 }
@@ -127,7 +132,7 @@ static lyn_cmd *lyn_cmdq_take_first(lyn_cmdq_t *cmdq) {
     return static_cast<lyn_cmd *>(data);
   }
   batch->cmd.data = lyn_cmdq_item(batch, batch->taken++);
-  if (batch->taken == batch->filled) {
+  if (!lyn_cmdq_is_listed(batch)) {
     lyn_dll_delete_head(cmdq->head, &cmdq->tail, &data);
   }
   return &batch->cmd;
@@ -202,14 +207,18 @@ int32_t lyn_cmdq_leave(lyn_cmdq_t *cmdq, int32_t before) {
   return signalled && !failed ? 0 : -1;
 }
 
+bool lyn_cmdq_may_put(const lyn_cmdq_t *cmdq, const lyn_cmd_batch_t *batch) {
+  return !lyn_cmdq_is_listed(batch) || cmdq->tail == batch->node;
+}
+
 bool lyn_cmdq_put(lyn_cmdq_t *cmdq, lyn_cmd_batch_t *batch, int32_t *before) {
-  const bool is_queued = batch->filled != batch->taken;
-  if (!is_queued && batch->node == nullptr) {
+  const bool is_listed = lyn_cmdq_is_listed(batch);
+  if (!is_listed && batch->node == nullptr) {
     lyn_cmdq_warn(lyn_cmdq_count(cmdq), cmdq->max);
     LYN_LOG_ERROR("Failed to insert into cmdq\n");
     return false;
   }
-  if (!is_queued) {
+  if (!is_listed) {
     cmdq->tail = lyn_dll_insert(cmdq->tail, batch->node, lyn_cmdq_mark(batch));
   }
   batch->filled++;

@@ -70,7 +70,24 @@ static int32_t lyn_pool_new(lyn_pool_batch_t **made) {
   return OX_LYN_SUCCESS;
 }
 
+/** Count places as given back; the last ones of a batch take the batch with them. */
+static void lyn_pool_count(lyn_pool_events_t *events, uint32_t places) {
+  if (std::atomic_ref(events->given).fetch_add(places, std::memory_order_acq_rel) + places < LYN_POOL_BATCH)
+    return;
+  lyn_pool_reset(events->batch);
+  lyn_pool_free(lyn_pool_spare.exchange(events->batch, std::memory_order_acq_rel));
+}
+
+/** Give back what was not taken of the open batch. */
+static void lyn_pool_close() {
+  lyn_pool_batch_t *pool = lyn_pool_open;
+  lyn_pool_open = nullptr;
+  lyn_pool_count(pool->events, LYN_POOL_BATCH - pool->batch.filled);
+}
+
 int32_t lyn_pool_next(lyn_cmd_batch_t **batch, yrp_async_data **event) {
+  if (lyn_pool_open != nullptr && !lyn_cmdq_may_put(&lyn_state.cmdq, &lyn_pool_open->batch))
+    lyn_pool_close();
   if (lyn_pool_open == nullptr)
     lyn_pool_open = lyn_pool_spare.exchange(nullptr, std::memory_order_acquire);
   if (lyn_pool_open == nullptr) {
@@ -96,10 +113,7 @@ void lyn_pool_take() {
 void lyn_pool_give(yrp_async_data *event) {
   char *places = reinterpret_cast<char *>(event - (event->place - 1));
   auto *events = reinterpret_cast<lyn_pool_events_t *>(places - offsetof(lyn_pool_events_t, places));
-  if (std::atomic_ref(events->given).fetch_add(1, std::memory_order_acq_rel) + 1 < LYN_POOL_BATCH)
-    return;
-  lyn_pool_reset(events->batch);
-  lyn_pool_free(lyn_pool_spare.exchange(events->batch, std::memory_order_acq_rel));
+  lyn_pool_count(events, 1);
 }
 
 /** Whether no place of the open batch is in use. Call with the gate held. */

@@ -292,6 +292,26 @@ TEST_F(lyn_interface_event, each_producers_events_are_delivered_in_its_order) {
   EXPECT_THAT(next, testing::Each(each));
 }
 
+TEST_F(lyn_interface_event, commands_between_events_are_run_between_them) {
+  EXPECT_EQ(board.subscribe(OX_LYN_IND_REG_STATUS_E), 0);
+  static std::vector<size_t> delivered_before;
+  delivered_before.clear();
+  lyn_cmd note = {.execute_f = [](lyn_cmd *, void *) { delivered_before.push_back(board.take(0).size()); },
+                  .free_f = nullptr,
+                  .data = nullptr};
+  {
+    const held_delivery held;
+    for (uint32_t status = 1; status <= 3; status++) {
+      EXPECT_EQ(lyn_post_async_event(LYN_EVENT_SYS_INFO, posted_copy(status)), OX_LYN_SUCCESS);
+      EXPECT_EQ(lyn_post_async_event(LYN_EVENT_SYS_INFO, posted_copy(status)), OX_LYN_SUCCESS);
+      EXPECT_EQ(lyn_cmdq_enq(&lyn_state.cmdq, &note), 0);
+    }
+    EXPECT_EQ(lyn_post_async_event(LYN_EVENT_SYS_INFO, posted_copy(uint32_t{4})), OX_LYN_SUCCESS);
+  }
+  EXPECT_THAT(board.settled(), ElementsAre(number(OX_LYN_IND_REG_STATUS_E, 4, OX_LYN_VALUE_UINT32_E)));
+  EXPECT_THAT(delivered_before, ElementsAre(2U, 2U, 2U));
+}
+
 TEST_F(lyn_interface_event, events_of_the_board_come_in_its_order) {
   board.stop();
   board.start(

@@ -30,6 +30,7 @@ struct lyn_interface_pool : testing::Test {
     EXPECT_EQ(static_cast<yrp_async_data *>(batch->items) + batch->filled, event);
     batch->filled++;
     lyn_pool_take();
+    batch->taken++;  // the queue has handed it over
     event->msg_id = 0;
     event->msg_data = nullptr;
     return event;
