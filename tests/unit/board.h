@@ -33,6 +33,7 @@
 #include "nas_service_v01.h"
 #include "ox_lyn.h"
 #include "sim_board.h"
+#include "source_dir.h"
 
 /** Texts and numbers in one text; a double has the fewest digits that tell it from every other. */
 template <typename... Part>
@@ -73,7 +74,7 @@ inline std::string board_status(uint32_t network_status) {
 inline void board_load(const std::string &toml) {
   const bool receiver = toml.find("capabilities_ms") != std::string::npos;
   const std::string quiet = receiver ? "board.noise_db = 0\n" : "board.noise_db = 0\nlocation.capabilities_ms = -1\n";
-  ASSERT_EQ(sim_board_load(quiet + toml, LYN_SOURCE_DIR "/tests/data"), "");
+  ASSERT_EQ(sim_board_load(quiet + toml, source_path("tests/data")), "");
   sim_board_journal_keep(true);
 }
 

@@ -13,6 +13,7 @@
 #include <random>
 
 #include "ind_bytes.h"
+#include "source_dir.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 static constexpr bool slow_build = true;
@@ -170,7 +171,7 @@ void check_seed(const std::string &name, size_t kind, octets bytes) {
   if (const char *target = getenv("LYN_CORPUS"))
     std::ofstream(std::filesystem::path(target) / name, std::ios::binary)
         .write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-  std::ifstream file(LYN_SOURCE_DIR "/tests/fuzz/corpus/ind/" + name, std::ios::binary);
+  std::ifstream file(source_path("tests/fuzz/corpus/ind/" + name), std::ios::binary);
   const octets kept{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
   EXPECT_EQ(kept, bytes) << name;
 }

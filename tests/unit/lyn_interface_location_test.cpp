@@ -398,7 +398,7 @@ void replay(const std::string &file, int rows_a_second) {
 }
 
 std::string own_drive() {
-  return LYN_SOURCE_DIR "/tests/data/drive.csv";
+  return source_path("tests/data/drive.csv");
 }
 
 TEST_F(location, on_a_drive_fixes_follow_its_track_to_the_last_digit) {

@@ -9,11 +9,12 @@
 
 #include "sim_message.h"
 #include "sim_scenario.h"
+#include "source_dir.h"
 
 namespace {
 
 std::string document() {
-  std::ifstream in(LYN_SOURCE_DIR "/docs/simulator.md");
+  std::ifstream in(source_path("docs/simulator.md"));
   std::ostringstream text;
   text << in.rdbuf();
   return text.str();

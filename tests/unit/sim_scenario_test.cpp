@@ -2,6 +2,7 @@
  * The scenario reader: its defaults, every key, every kind of error with its place, and the capacities.
  */
 #include "sim_scenario.h"
+#include "source_dir.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +14,7 @@
 
 namespace {
 
-const std::filesystem::path scenarios = LYN_SOURCE_DIR "/tests/data/scenarios";
+const std::filesystem::path scenarios = source_path("tests/data/scenarios");
 
 sim_scenario read(const std::string &text) {
   std::string error;
