@@ -111,12 +111,13 @@ class lyn_cmdq : public testing::Test {
     EXPECT_EQ(memcmp(&queue, &zero, sizeof queue), 0);
   }
   /** Stop the queue while the thread is occupied: what is queued behind is not run any more. */
-  void deinit_while_occupied() {
-    std::thread releaser([this] {
+  void deinit_while_occupied() { deinit_while_held(hold); }
+  void deinit_while_held(std::atomic<bool> &held) {
+    std::thread releaser([this, &held] {
       while (!std::atomic_ref(queue.stop).load()) {
         std::this_thread::yield();
       }
-      hold = false;
+      held = false;
     });
     EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
     releaser.join();
@@ -548,24 +549,20 @@ TEST_F(lyn_cmdq_batches, far_beyond_the_maximum_the_count_is_right_again_when_th
 
 TEST_F(lyn_cmdq_batches, a_stop_within_a_batch_discards_the_rest_of_it) {
   probe_batch batch(5);
+  std::atomic<bool> hold_second{true};
   ASSERT_EQ(lyn_cmdq_init(&queue, 100), 0);
   occupy();
   put(batch);
-  probe &second = put_held(batch, hold);
+  probe &second = put_held(batch, hold_second);
   for (int i = 0; i < 3; i++) {
     put(batch);
   }
   hold = false;
-  wait_until(probes[1].freed, 1);
-  hold = true;
-  if (second.executed == 0 || second.freed == 0) {
-    deinit_while_occupied();
-  } else {
-    EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
-  }
-  for (const probe &one : probes) {
-    EXPECT_LE(one.executed, 1);
-    EXPECT_EQ(one.freed, 1);
+  wait_until(second.executed, 1);
+  deinit_while_held(hold_second);
+  for (size_t i = 0; i < probes.size(); i++) {
+    EXPECT_EQ(probes[i].executed, i < 3) << i;
+    EXPECT_EQ(probes[i].freed, 1) << i;
   }
   expect_zeroed();
 }
