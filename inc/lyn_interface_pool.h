@@ -25,6 +25,12 @@ inline constexpr uint32_t LYN_POOL_BATCH = 32;
  */
 int32_t lyn_pool_next(lyn_cmd_batch_t **batch, yrp_async_data **event);
 
+/**
+ * Leave the open batch as it is where other commands have come behind it in the queue; the next place is one of
+ * another. Call with the gate held, while the module is up: nobody else looks at a queue that is taken down.
+ */
+void lyn_pool_keep_order(const lyn_cmdq_t *cmdq);
+
 /** The place was queued. Call with the gate held. */
 void lyn_pool_take();
 

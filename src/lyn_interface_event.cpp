@@ -522,12 +522,15 @@ void lyn_free_async_event(lyn_cmd *cmd, void *data) {
 
 /** Queue an event while the module is up. With the gate held. When it fails, the block is still the caller's. */
 static int32_t lyn_queue_event(uint32_t msg_id, void *msg_data, int32_t *before) {
+  const bool is_up = lyn_is_initialised();
+  if (is_up)
+    lyn_pool_keep_order(&lyn_state.cmdq);
   lyn_cmd_batch_t *batch = nullptr;
   yrp_async_data *event = nullptr;
   const int32_t status = lyn_pool_next(&batch, &event);
   if (status != OX_LYN_SUCCESS)
     return status;
-  if (!lyn_is_initialised()) {
+  if (!is_up) {
     lyn_not_initialised();
     return OX_LYN_ERR_FAILURE;
   }

@@ -78,16 +78,15 @@ static void lyn_pool_count(lyn_pool_events_t *events, uint32_t places) {
   lyn_pool_free(lyn_pool_spare.exchange(events->batch, std::memory_order_acq_rel));
 }
 
-/** Give back what was not taken of the open batch. */
-static void lyn_pool_close() {
+void lyn_pool_keep_order(const lyn_cmdq_t *cmdq) {
   lyn_pool_batch_t *pool = lyn_pool_open;
+  if (pool == nullptr || lyn_cmdq_may_put(cmdq, &pool->batch))
+    return;
   lyn_pool_open = nullptr;
   lyn_pool_count(pool->events, LYN_POOL_BATCH - pool->batch.filled);
 }
 
 int32_t lyn_pool_next(lyn_cmd_batch_t **batch, yrp_async_data **event) {
-  if (lyn_pool_open != nullptr && !lyn_cmdq_may_put(&lyn_state.cmdq, &lyn_pool_open->batch))
-    lyn_pool_close();
   if (lyn_pool_open == nullptr)
     lyn_pool_open = lyn_pool_spare.exchange(nullptr, std::memory_order_acquire);
   if (lyn_pool_open == nullptr) {
