@@ -84,7 +84,10 @@ typedef struct {
 /** execute_f of an event's command, on the command thread: `data` is its yrp_async_data. */
 void lyn_process_async_event(lyn_cmd *cmd, void *data);
 
-/** free_f of an event's command: releases the posted block with all that it owns, the data and the command. */
+/**
+ * free_f of an event's command: frees the posted block with all that it owns; gives data and command back to their
+ * batch or, where they are blocks of their own, frees them.
+ */
 void lyn_free_async_event(lyn_cmd *cmd, void *data);
 
 /** One signal subscription: its indication and its group of the table. */

@@ -3,8 +3,7 @@
  *
  * Events leave the queue in the order in which they enter it, so their places are handed out one after the other from a
  * batch, and the batch is used again as soon as the last of them is given back. A batch that other commands have come
- * behind is not filled up. What is not needed any more goes back
- * to the heap: one batch is kept.
+ * behind is not filled up. What is not needed any more goes back to the heap: one batch is kept.
  *
  * A batch is three allocations, its command, its records and its list node, because a post tells them apart when memory
  * runs out.

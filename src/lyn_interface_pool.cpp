@@ -43,13 +43,6 @@ static T *lyn_pool_block() {
   return block;
 }
 
-/** Make `pool` ready for its first event. */
-static void lyn_pool_reset(lyn_pool_batch_t *pool) {
-  pool->batch.filled = 0;
-  pool->batch.taken = 0;
-  pool->events->given = 0;
-}
-
 static int32_t lyn_pool_new(lyn_pool_batch_t **made) {
   lyn_block_t<lyn_pool_batch_t> pool(lyn_pool_block<lyn_pool_batch_t>());
   if (!pool)
@@ -57,6 +50,7 @@ static int32_t lyn_pool_new(lyn_pool_batch_t **made) {
   pool->events = lyn_pool_block<lyn_pool_events_t>();
   if (pool->events == nullptr)
     return OX_LYN_ERR_FAILURE;
+  pool->events->given = 0;
   pool->events->batch = pool.get();
   pool->batch = {.cmd = {.execute_f = lyn_process_async_event, .free_f = lyn_free_async_event, .data = nullptr},
                  .node = nullptr,
@@ -65,7 +59,6 @@ static int32_t lyn_pool_new(lyn_pool_batch_t **made) {
                  .ahead = offsetof(yrp_async_data, msg_data),
                  .filled = 0,
                  .taken = 0};
-  lyn_pool_reset(pool.get());
   *made = pool.release();
   return OX_LYN_SUCCESS;
 }
@@ -74,8 +67,11 @@ static int32_t lyn_pool_new(lyn_pool_batch_t **made) {
 static void lyn_pool_count(lyn_pool_events_t *events, uint32_t places) {
   if (std::atomic_ref(events->given).fetch_add(places, std::memory_order_acq_rel) + places < LYN_POOL_BATCH)
     return;
-  lyn_pool_reset(events->batch);
-  lyn_pool_free(lyn_pool_spare.exchange(events->batch, std::memory_order_acq_rel));
+  lyn_pool_batch_t *pool = events->batch;
+  pool->batch.filled = 0;
+  pool->batch.taken = 0;
+  events->given = 0;
+  lyn_pool_free(lyn_pool_spare.exchange(pool, std::memory_order_acq_rel));
 }
 
 void lyn_pool_keep_order(const lyn_cmdq_t *cmdq) {

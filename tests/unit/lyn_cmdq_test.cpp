@@ -431,6 +431,19 @@ class lyn_cmdq_batches : public lyn_cmdq {
     return made;
   }
   int32_t count() { return std::atomic_ref(queue.count).load(); }
+  /** Run a command and five items, of which the second lasts until `held` is false, up to that one. */
+  void run_to_second(probe_batch &batch, std::atomic<bool> &held) {
+    ASSERT_EQ(lyn_cmdq_init(&queue, 100), 0);
+    occupy();
+    put(batch);
+    probe &second = put_held(batch, held);
+    for (int i = 0; i < 3; i++) {
+      put(batch);
+    }
+    EXPECT_EQ(count(), 5);
+    hold = false;
+    wait_until(second.executed, 1);
+  }
 };
 
 TEST_F(lyn_cmdq_batches, items_and_commands_run_in_the_order_in_which_they_were_queued) {
@@ -495,16 +508,7 @@ TEST_F(lyn_cmdq_batches, a_batch_without_node_is_a_failed_insert_behind_the_warn
 TEST_F(lyn_cmdq_batches, the_count_is_exact_while_an_item_runs_and_a_flush_meets_those_behind_it) {
   probe_batch batch(6);
   std::atomic<bool> hold_second{true};
-  ASSERT_EQ(lyn_cmdq_init(&queue, 100), 0);
-  occupy();
-  put(batch);
-  probe &second = put_held(batch, hold_second);
-  for (int i = 0; i < 3; i++) {
-    put(batch);
-  }
-  EXPECT_EQ(count(), 5);
-  hold = false;
-  wait_until(second.executed, 1);
+  run_to_second(batch, hold_second);
   EXPECT_EQ(count(), 3);
   EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
   EXPECT_EQ(count(), 0);
@@ -550,15 +554,7 @@ TEST_F(lyn_cmdq_batches, far_beyond_the_maximum_the_count_is_right_again_when_th
 TEST_F(lyn_cmdq_batches, a_stop_within_a_batch_discards_the_rest_of_it) {
   probe_batch batch(5);
   std::atomic<bool> hold_second{true};
-  ASSERT_EQ(lyn_cmdq_init(&queue, 100), 0);
-  occupy();
-  put(batch);
-  probe &second = put_held(batch, hold_second);
-  for (int i = 0; i < 3; i++) {
-    put(batch);
-  }
-  hold = false;
-  wait_until(second.executed, 1);
+  run_to_second(batch, hold_second);
   deinit_while_held(hold_second);
   for (size_t i = 0; i < probes.size(); i++) {
     EXPECT_EQ(probes[i].executed, i < 3) << i;
