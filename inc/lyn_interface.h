@@ -42,25 +42,52 @@ typedef struct {
 } lyn_state_t;
 
 extern lyn_state_t lyn_state;
-extern pthread_mutex_t lyn_module_lock;
 extern pthread_mutex_t lyn_gate;
 
-/** Holds a mutex for a scope, unless told to keep it locked. */
+/** Holds a mutex for a scope. */
 class lyn_guard_t {
  public:
   explicit lyn_guard_t(pthread_mutex_t *mutex) : mutex_(mutex) { pthread_mutex_lock(mutex_); }
-  ~lyn_guard_t() {
-    if (mutex_ != nullptr)
-      pthread_mutex_unlock(mutex_);
-  }
+  ~lyn_guard_t() { pthread_mutex_unlock(mutex_); }
   lyn_guard_t(const lyn_guard_t &) = delete;
   lyn_guard_t &operator=(const lyn_guard_t &) = delete;
 
-  /** Leave the mutex locked for ever. */
-  void keep() { mutex_ = nullptr; }
-
  private:
   pthread_mutex_t *mutex_;
+};
+
+/** Take the module lock behind all that wait for it already. */
+void lyn_lock();
+
+/** Take the module lock if nobody has it. */
+bool lyn_lock_try();
+
+/** Hand the module lock to the one that has waited longest. */
+void lyn_unlock();
+
+/** lyn_lock for the command thread, which does not wait for a module that is down. False: it is, and nothing is held.
+ */
+bool lyn_lock_while_initialised();
+
+/** End the command thread's wait, if it waits. Call with the module lock held, when the module is down. */
+void lyn_lock_send_thread_off();
+
+/** Holds the module lock for a scope, unless told to keep it. */
+class lyn_module_guard_t {
+ public:
+  lyn_module_guard_t() { lyn_lock(); }
+  ~lyn_module_guard_t() {
+    if (!is_kept_)
+      lyn_unlock();
+  }
+  lyn_module_guard_t(const lyn_module_guard_t &) = delete;
+  lyn_module_guard_t &operator=(const lyn_module_guard_t &) = delete;
+
+  /** Leave the module locked for ever. */
+  void keep() { is_kept_ = true; }
+
+ private:
+  bool is_kept_ = false;
 };
 
 /** Whether the module is up; any thread. */

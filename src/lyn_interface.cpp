@@ -2,8 +2,9 @@
  * Life cycle of the Device Manager: brings the diagnostic service, the clients of the board and the command queue up
  * and down, and owns the module's state and its one lock.
  *
- * ox_lyn_deinit joins the command thread while it holds the module lock, so that thread never waits for the lock
- * unconditionally (see lyn_interface_event.cpp). The mobile AP client is brought up but never taken down: deliberate.
+ * ox_lyn_deinit joins the command thread while it holds the module lock, so that thread does not wait for the lock of a
+ * module that is down (see lyn_interface_lock.cpp). The mobile AP client is brought up but never taken down:
+ * deliberate.
  */
 #include "lyn_interface.h"
 
@@ -18,7 +19,6 @@
 
 /** In cache lines of their own: what the threads that post write is not what the command thread writes. */
 alignas(64) lyn_state_t lyn_state;
-alignas(64) pthread_mutex_t lyn_module_lock = PTHREAD_MUTEX_INITIALIZER;
 /** Held for a few instructions, so whoever finds it taken does not sleep at once. */
 alignas(64) pthread_mutex_t lyn_gate = PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP;
 
@@ -85,7 +85,7 @@ int32_t ox_lyn_init(ox_lyn_hndl_t *hndl, uint32_t user_data, ox_lyn_user_cb_fn u
                   reinterpret_cast<void *>(user_cb_fn));
     return OX_LYN_ERR_INVALID_PARAM;
   }
-  lyn_guard_t lock(&lyn_module_lock);
+  lyn_module_guard_t lock;
   if (lyn_is_initialised()) {
     LYN_LOG_ERROR("Device Mmanager module already initialized!!");
     return OX_LYN_ERR_ALREADY_INITIALIZED;
@@ -125,7 +125,7 @@ static int32_t lyn_deinit_clients() {
 }
 
 int32_t ox_lyn_deinit(ox_lyn_hndl_t hndl) {
-  lyn_guard_t lock(&lyn_module_lock);
+  lyn_module_guard_t lock;
   if (!lyn_is_handle(hndl)) {
     LYN_LOG_ERROR("Invalid params - hndl[%p]", lyn_log_handle(hndl));
     return OX_LYN_ERR_INVALID_PARAM;
@@ -133,6 +133,7 @@ int32_t ox_lyn_deinit(ox_lyn_hndl_t hndl) {
   if (!lyn_is_initialised())
     return lyn_not_initialised();
   lyn_set_initialised(false);  // before anything is torn down: a failed teardown counts as down, too
+  lyn_lock_send_thread_off();
   const int32_t status = lyn_deinit_clients();
   if (status != OX_LYN_SUCCESS)
     return status;

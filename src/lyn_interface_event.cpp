@@ -8,7 +8,6 @@
 #include "lyn_event.h"
 
 #include <string.h>
-#include <time.h>
 
 #include <iterator>
 #include <utility>
@@ -451,38 +450,6 @@ static void lyn_dispatch_event(const yrp_async_data &event) {
   LYN_LOG_ERROR("Processing of NAS message ID [%u] - not supported!!", event.msg_id);
 }
 
-/** How long the command thread waits for the module lock before it looks whether the module is still up. */
-static constexpr long LYN_LOCK_SLICE_NS = 20'000'000;
-
-/** One try for the module lock; false when the slice has passed. */
-static bool lyn_lock_slice() {
-  if (pthread_mutex_trylock(&lyn_module_lock) == 0)
-    return true;
-  timespec until;
-  clock_gettime(CLOCK_REALTIME, &until);
-  until.tv_nsec += LYN_LOCK_SLICE_NS;
-  if (until.tv_nsec >= 1'000'000'000) {
-    until.tv_nsec -= 1'000'000'000;
-    until.tv_sec++;
-  }
-  return pthread_mutex_timedlock(&lyn_module_lock, &until) == 0;
-}
-
-/**
- * Take the module lock, unless the module goes down: ox_lyn_deinit joins this thread while it holds the lock, so the
- * wait is in slices and given up as soon as the module is no longer initialised.
- */
-static bool lyn_lock_while_initialised() {
-  while (lyn_is_initialised()) {
-    if (!lyn_lock_slice())
-      continue;
-    if (lyn_is_initialised())
-      return true;
-    pthread_mutex_unlock(&lyn_module_lock);
-  }
-  return false;
-}
-
 void lyn_process_async_event(lyn_cmd *cmd, void *data) {
   const auto *event = static_cast<const yrp_async_data *>(data);
   if (cmd == nullptr || event == nullptr || event->msg_data == nullptr) {
@@ -494,7 +461,7 @@ void lyn_process_async_event(lyn_cmd *cmd, void *data) {
     return;
   }
   lyn_dispatch_event(*event);
-  pthread_mutex_unlock(&lyn_module_lock);
+  lyn_unlock();
 }
 
 /* ------------------------------------------------------------------------------------------------------------------ */

@@ -556,7 +556,7 @@ static int32_t lyn_get(lyn_get_t *get) {
 }
 
 int32_t ox_lyn_get_info(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info) {
-  lyn_guard_t lock(&lyn_module_lock);
+  lyn_module_guard_t lock;
   if (!lyn_is_handle(hndl) || dm_info == nullptr || dm_info->record_type != OX_LYN_RECORD_GET_E) {
     LYN_LOG_ERROR("Invalid params - hndl[%p], dm_info[%p]", lyn_log_handle(hndl), static_cast<void *>(dm_info));
     return OX_LYN_ERR_INVALID_PARAM;
@@ -597,14 +597,14 @@ static int32_t lyn_precheck(uint32_t metric) {
 
 /** Answer one entry by ox_lyn_get_info, which takes the lock itself. */
 static int32_t lyn_get_entry(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info) {
-  pthread_mutex_unlock(&lyn_module_lock);
+  lyn_unlock();
   const int32_t status = ox_lyn_get_info(hndl, dm_info);
-  pthread_mutex_lock(&lyn_module_lock);
+  lyn_lock();
   return status;
 }
 
 int32_t ox_lyn_get_info_list(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info_list, uint32_t dm_info_list_cnt) {
-  lyn_guard_t lock(&lyn_module_lock);
+  lyn_module_guard_t lock;
   int32_t status = lyn_check_list(hndl, dm_info_list, dm_info_list_cnt);
   for (uint32_t i = 0; status == OX_LYN_SUCCESS && i < dm_info_list_cnt; i++)
     status = lyn_precheck(dm_info_list[i].metric);

@@ -55,7 +55,7 @@ static uint32_t lyn_ind_collect(uint32_t *list, uint32_t room) {
 }
 
 int32_t ox_lyn_set_ind_info(ox_lyn_hndl_t hndl, ox_lyn_dm_ind_info_t *dm_ind_info) {
-  lyn_guard_t lock(&lyn_module_lock);
+  lyn_module_guard_t lock;
   if (!lyn_is_handle(hndl) || dm_ind_info == nullptr || dm_ind_info->record_type != OX_LYN_RECORD_IND_E) {
     LYN_LOG_ERROR("Invalid params - hndl[%p], dm_ind_info[%p]", lyn_log_handle(hndl), static_cast<void *>(dm_ind_info));
     return OX_LYN_ERR_INVALID_PARAM;
@@ -81,7 +81,7 @@ int32_t ox_lyn_set_ind_info(ox_lyn_hndl_t hndl, ox_lyn_dm_ind_info_t *dm_ind_inf
 }
 
 int32_t ox_lyn_get_ind_count(ox_lyn_hndl_t hndl, uint32_t *dm_ind_cnt) {
-  lyn_guard_t lock(&lyn_module_lock);
+  lyn_module_guard_t lock;
   if (!lyn_is_handle(hndl) || dm_ind_cnt == nullptr) {
     LYN_LOG_ERROR("Invalid params - hndl[%p], dm_ind_cnt[%p]", lyn_log_handle(hndl), static_cast<void *>(dm_ind_cnt));
     return OX_LYN_ERR_INVALID_PARAM;
@@ -99,7 +99,7 @@ int32_t ox_lyn_get_ind_list(ox_lyn_hndl_t hndl, uint32_t *dm_ind_list, uint32_t 
   const int32_t status = ox_lyn_get_ind_count(hndl, &count);
   if (status != OX_LYN_SUCCESS)
     return status;
-  lyn_guard_t lock(&lyn_module_lock);
+  lyn_module_guard_t lock;
   if (!lyn_is_handle(hndl) || dm_ind_list == nullptr || dm_ind_list_cnt == 0) {
     LYN_LOG_ERROR("Invalid params - hndl[%p], dm_ind_list[%p], dm_ind_list_cnt[%u]", lyn_log_handle(hndl),
                   static_cast<void *>(dm_ind_list), dm_ind_list_cnt);
@@ -118,7 +118,7 @@ int32_t ox_lyn_get_ind_list(ox_lyn_hndl_t hndl, uint32_t *dm_ind_list, uint32_t 
 }
 
 int32_t ox_lyn_clear_ind_list(ox_lyn_hndl_t hndl, uint32_t *dm_clr_ind_list, uint32_t dm_clr_ind_list_cnt) {
-  lyn_guard_t lock(&lyn_module_lock);
+  lyn_module_guard_t lock;
   if (!lyn_is_handle(hndl) || dm_clr_ind_list == nullptr || dm_clr_ind_list_cnt == 0) {
     LYN_LOG_ERROR("Invalid params - hndl[%p], dm_clr_ind_list[%p], dm_clr_ind_list_cnt[%u]", lyn_log_handle(hndl),
                   static_cast<void *>(dm_clr_ind_list), dm_clr_ind_list_cnt);

@@ -157,7 +157,7 @@ static_assert(std::size(lyn_control_rows) == OX_LYN_SET_INSTALL_MODE_E + 1, "a c
 static_assert(lyn_control_rows_in_order(), "a row stands in another control's place");
 
 int32_t ox_lyn_set_info(ox_lyn_hndl_t hndl, ox_lyn_dm_ctrl_info_t *dm_ctrl_info) {
-  lyn_guard_t lock(&lyn_module_lock);
+  lyn_module_guard_t lock;
   if (!lyn_is_handle(hndl) || dm_ctrl_info == nullptr) {
     LYN_LOG_ERROR("Invalid params - hndl[%p], dm_ctrl_info[%p]", lyn_log_handle(hndl),
                   static_cast<void *>(dm_ctrl_info));

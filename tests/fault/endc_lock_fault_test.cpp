@@ -2,7 +2,6 @@
  * Metric 38 without memory for its block: the call reports success and keeps the module lock for good. Alone in its
  * program, because nothing of the module works afterwards.
  */
-#include <pthread.h>
 
 #include <atomic>
 #include <chrono>
@@ -16,9 +15,9 @@ namespace {
 
 /** Whether the module lock is held by somebody now. */
 bool module_locked() {
-  if (pthread_mutex_trylock(&lyn_module_lock) != 0)
+  if (!lyn_lock_try())
     return true;
-  pthread_mutex_unlock(&lyn_module_lock);
+  lyn_unlock();
   return false;
 }
 

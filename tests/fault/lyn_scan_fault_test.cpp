@@ -11,7 +11,7 @@ namespace {
 using lyn_scan_fault = board_test;
 
 bool nothing_pending() {
-  const lyn_guard_t held(&lyn_module_lock);
+  const lyn_module_guard_t held;
   const lyn_scan_group_t none = {};
   return memcmp(&lyn_state.lte_scan, &none, sizeof none) == 0 && memcmp(&lyn_state.nr5g_scan, &none, sizeof none) == 0;
 }

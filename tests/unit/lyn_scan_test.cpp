@@ -45,7 +45,7 @@ std::string full_neighbourhood() {
 
 /** Both groups all zero: nothing pending, nothing in flight, no item asked for. */
 bool flags_clear() {
-  const lyn_guard_t held(&lyn_module_lock);
+  const lyn_module_guard_t held;
   const lyn_scan_group_t none = {};
   return memcmp(&lyn_state.lte_scan, &none, sizeof none) == 0 && memcmp(&lyn_state.nr5g_scan, &none, sizeof none) == 0;
 }
