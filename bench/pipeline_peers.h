@@ -38,7 +38,7 @@ struct pipeline_event {
 /** The consumer's work, the module's own: module lock, record, callback; then the block is freed. */
 inline void pipeline_consume(const pipeline_event &event) {
   static lyn_cmd command = {};
-  yrp_async_data data = {.msg_id = event.msg_id, .place = 0, .msg_data = event.msg_data};
+  yrp_async_data data = {.msg_id = event.msg_id, .msg_data = event.msg_data};
   lyn_process_async_event(&command, &data);
   free(event.msg_data);
 }

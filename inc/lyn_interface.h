@@ -2,9 +2,8 @@
  * What the files of the Device Manager API share: the module's state, its lock, the gate, and the checks that every
  * operation begins with. Only lyn_interface*.cpp include it.
  *
- * Lock order: module lock, gate. The module lock is held for the whole of each operation and by the command thread
- * around each event. The gate is a leaf that makes "initialised? then enqueue" atomic against the flag's being cleared,
- * so that posting never needs the module lock; it is the command queue's mutex, too.
+ * The module lock is held for the whole of each operation and by the command thread around each event. Posting needs
+ * none of it: it goes through the queue's gate, which is open while the module is up.
  */
 #ifndef LYN_INTERFACE_H
 #define LYN_INTERFACE_H
@@ -31,18 +30,18 @@ typedef struct {
 /** Module state: zero while the module is down. Guarded by the module lock but for what is said otherwise. */
 typedef struct {
   ox_lyn_hndl_t hndl;
-  uint8_t initialised; /**< atomic; written under module lock and gate */
+  uint8_t initialised; /**< atomic; written under the module lock */
   uint32_t user_data;
   ox_lyn_user_cb_fn user_cb_fn;
   lyn_ind_table_t ind_table;
   lyn_scan_group_t lte_scan, nr5g_scan;
   ox_lyn_mtpe_req_t mtpe_req; /**< of the test that runs */
   uint8_t mtpe_ongoing, single_shot_ongoing, batching_ongoing;
-  lyn_cmdq_t cmdq; /**< set up and torn down under the module lock, entered under the gate */
+  lyn_cmdq_t cmdq; /**< set up and torn down under the module lock, entered through the gate */
 } lyn_state_t;
 
 extern lyn_state_t lyn_state;
-extern pthread_mutex_t lyn_gate;
+extern lyn_cmdq_gate_t lyn_gate; /**< open while the module is up */
 
 /** Holds a mutex for a scope. */
 class lyn_guard_t {
@@ -104,16 +103,16 @@ int32_t lyn_not_initialised();
 /** The data of an event's command. */
 typedef struct {
   uint32_t msg_id; /**< lyn_event_e */
-  uint32_t place;  /**< in its batch, from 1; 0: command and data are blocks of their own */
   void *msg_data;  /**< the command's own from the moment of posting */
 } yrp_async_data;
+static_assert(sizeof(yrp_async_data) == LYN_CMDQ_OWN_LEN, "queued as its command's own octets");
 
 /** execute_f of an event's command, on the command thread: `data` is its yrp_async_data. */
 void lyn_process_async_event(lyn_cmd *cmd, void *data);
 
 /**
- * free_f of an event's command: frees the posted block with all that it owns; gives data and command back to their
- * batch or, where they are blocks of their own, frees them.
+ * free_f of an event's command: frees the posted block with all that it owns and, where they are blocks of their own,
+ * the record and the command.
  */
 void lyn_free_async_event(lyn_cmd *cmd, void *data);
 

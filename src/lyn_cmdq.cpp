@@ -1,20 +1,20 @@
 /*
  * Command queue and command thread: see lyn_cmdq.h for who owns a command when.
  *
- * The thread waits on `cond` for the empty queue to fill and is signalled for that transition only; it drains the queue
- * before it waits again. A stop is the field `stop`, which the thread never clears: it is set and signalled under the
- * mutex, and the thread looks at it under the mutex before it waits, so no interleaving loses it. `running` is what the
- * thread shows of itself; clearing it alone asks for an end, too.
+ * The list's elements are chunks of items, so that most commands cost neither an allocation nor a list operation. The
+ * thread takes the first chunk off as its run, with one look at the mutex, and claims each item when it begins it; so
+ * does a flush with those that the thread has not begun. Where memory is needed, the mutex is released for it.
  *
- * Of a batch the thread takes all items that are there as its run, so that it needs the mutex once for them, and claims
- * each before it begins it. So does a flush with those that the thread has not begun.
+ * The thread waits on the condition for the empty queue to fill and is signalled for that transition only; it drains
+ * the queue before it waits again. A stop is the field `stop`, which the thread never clears: it is set and signalled
+ * under the mutex, and the thread looks at it under the mutex before it waits, so no interleaving loses it. `running`
+ * is what the thread shows of itself; clearing it alone asks for an end, too.
  *
  * The mutex and the condition variable are not destroyed by lyn_cmdq_deinit, and the sentinel is not freed but kept for
  * the next lyn_cmdq_init.
  */
 #include "lyn_cmdq.h"
 
-#include <sched.h>
 #include <signal.h>
 #include <string.h>
 
@@ -25,6 +25,9 @@
 
 /** The sentinel between two lives of a queue. */
 static std::atomic<void *> lyn_cmdq_spare_sentinel{nullptr};
+
+/** The chunk that a thread has run last, for whoever needs the next one; none is kept when the thread has ended. */
+static std::atomic<lyn_cmdq_chunk_t *> lyn_cmdq_spare_chunk{nullptr};
 
 /** What lyn_cmdthrd_main returns when it fails: -1. */
 static void *const LYN_CMDTHRD_FAILED = reinterpret_cast<void *>(intptr_t{-1});
@@ -46,9 +49,12 @@ static bool lyn_cmdthrd_is_stopped(lyn_cmdq_t *cmdq) {
   return std::atomic_ref(cmdq->stop).load() || !std::atomic_ref(cmdq->running).load();
 }
 
-/** What guards the queue; a queue that was made by hand has only its own. */
 static pthread_mutex_t *lyn_cmdq_mutex(lyn_cmdq_t *cmdq) {
-  return cmdq->lock != nullptr ? cmdq->lock : &cmdq->mutex;
+  return cmdq->gate != nullptr ? &cmdq->gate->mutex : &cmdq->mutex;
+}
+
+static pthread_cond_t *lyn_cmdq_cond(lyn_cmdq_t *cmdq) {
+  return cmdq->gate != nullptr ? &cmdq->gate->cond : &cmdq->cond;
 }
 
 static bool lyn_cmdq_lock(lyn_cmdq_t *cmdq) {
@@ -59,83 +65,139 @@ static bool lyn_cmdq_lock(lyn_cmdq_t *cmdq) {
   return locked;
 }
 
-static bool lyn_cmdq_unlock(lyn_cmdq_t *cmdq) {
-  bool unlocked = pthread_mutex_unlock(lyn_cmdq_mutex(cmdq)) == 0;
+/** Log that an unlock failed, where it did. */
+static bool lyn_cmdq_unlocked(bool unlocked) {
   if (!unlocked) {
     LYN_LOG_ERROR("pthread_mutex_unlock failed:");
   }
   return unlocked;
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Batches                                                                                                            */
-/* ------------------------------------------------------------------------------------------------------------------ */
-
-/** The lowest bit of an element's data, which no command's address has: it is a batch. */
-static constexpr uintptr_t LYN_CMDQ_BATCH = 1;
-
-static void *lyn_cmdq_mark(lyn_cmd_batch_t *batch) {
-  return reinterpret_cast<char *>(batch) + LYN_CMDQ_BATCH;
+static bool lyn_cmdq_unlock(lyn_cmdq_t *cmdq) {
+  return lyn_cmdq_unlocked(pthread_mutex_unlock(lyn_cmdq_mutex(cmdq)) == 0);
 }
 
-/** The batch of an element's data; null where it is a command. */
-static lyn_cmd_batch_t *lyn_cmdq_batch(void *data) {
-  const bool is_batch = (reinterpret_cast<uintptr_t>(data) & LYN_CMDQ_BATCH) != 0;
-  return is_batch ? reinterpret_cast<lyn_cmd_batch_t *>(static_cast<char *>(data) - LYN_CMDQ_BATCH) : nullptr;
-}
-
-/** Whether items of the batch stand in the list. */
-static bool lyn_cmdq_is_listed(const lyn_cmd_batch_t *batch) {
-  return batch->filled != batch->taken;
-}
-
-static char *lyn_cmdq_item(const lyn_cmd_batch_t *batch, uint32_t index) {
-  return static_cast<char *>(batch->items) + static_cast<size_t>(index) * batch->item_size;
-}
-
-/** Begin the next item of the run. The thread does so without the mutex, everybody else with it. False: none is left.
- */
-static bool lyn_cmdq_claim(lyn_cmdq_run_t *run, uint32_t *index) {
-  if (run->batch == nullptr) {
-    return false;
-  }
-  *index = std::atomic_ref(run->next).fetch_add(1, std::memory_order_relaxed);
-  return *index < run->end;
-}
-
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Taking commands off                                                                                                */
-/* ------------------------------------------------------------------------------------------------------------------ */
-
-static void lyn_cmd_free(lyn_cmd *cmd, void *data) {
-  if (cmd->free_f != nullptr) {
-    cmd->free_f(cmd, data);
+/** The warning that `count` commands are queued, if that is more than `max`. */
+static void lyn_cmdq_warn(int32_t count, int32_t max) {
+  if (count > max) {
+    LYN_LOG_HIGH("Command queue exceeds configured maximum! %d > %d\n", count, max);
   }
 }
 
-static void lyn_cmdq_discard_all(lyn_cmdq_t *cmdq) {
-  while (lyn_cmd *cmd = lyn_cmdq_deq(cmdq)) {
-    lyn_cmd_free(cmd, cmd->data);
+/* ------------------------------------------------------------------------------------------------------------------ */
+/* Chunks                                                                                                             */
+/* ------------------------------------------------------------------------------------------------------------------ */
+
+static void lyn_chunk_free(lyn_cmdq_chunk_t *chunk) {
+  if (chunk != nullptr) {
+    free(chunk->node);
+    free(chunk->items);
+    free(chunk);
   }
 }
 
-/** With the mutex held: the command of the list's first element, or of its first item. */
-static lyn_cmd *lyn_cmdq_take_first(lyn_cmdq_t *cmdq) {
+/** Keep a chunk, or none, for the next who needs one. Any thread. What was kept before is the caller's. */
+static lyn_cmdq_chunk_t *lyn_chunk_keep(lyn_cmdq_chunk_t *chunk) {
+  return lyn_cmdq_spare_chunk.exchange(chunk, std::memory_order_acq_rel);
+}
+
+/** An empty chunk; null, with the reason, when there is no memory for it or its items. It may lack its node. */
+static lyn_cmdq_chunk_t *lyn_chunk_take(lyn_cmdq_post_e *reason) {
+  lyn_cmdq_chunk_t *chunk = lyn_chunk_keep(nullptr);
+  if (chunk != nullptr) {
+    chunk->taken = 0;
+    return chunk;
+  }
+  chunk = static_cast<lyn_cmdq_chunk_t *>(malloc(sizeof(lyn_cmdq_chunk_t)));
+  if (chunk == nullptr) {
+    *reason = LYN_CMDQ_NO_CHUNK;
+    return nullptr;
+  }
+  auto *items = static_cast<lyn_cmdq_item_t *>(malloc(LYN_CMDQ_CHUNK_LEN * sizeof(lyn_cmdq_item_t)));
+  if (items == nullptr) {
+    *reason = LYN_CMDQ_NO_ITEMS;
+    free(chunk);
+    return nullptr;
+  }
+  *chunk = {.node = static_cast<lyn_dll_node *>(malloc(sizeof(lyn_dll_node))), .items = items, .taken = 0};
+  return chunk;
+}
+
+static void *lyn_item_data(lyn_cmdq_item_t *item) {
+  return item->has_own ? item->own : item->cmd->data;
+}
+
+/** Run free_f of a command that is not run, where it has one. */
+static void lyn_item_discard(lyn_cmdq_item_t *item) {
+  if (item->cmd->free_f != nullptr) {
+    item->cmd->free_f(item->cmd, lyn_item_data(item));
+  }
+}
+
+/* ------------------------------------------------------------------------------------------------------------------ */
+/* Taking commands off, with the mutex held                                                                           */
+/* ------------------------------------------------------------------------------------------------------------------ */
+
+/** Begin the next item of the run. The thread does so without the mutex. */
+static lyn_cmdq_item_t *lyn_run_claim(lyn_cmdq_run_t *run) {
+  if (run->chunk == nullptr) {
+    return nullptr;
+  }
+  const uint32_t index = std::atomic_ref(run->next).fetch_add(1, std::memory_order_relaxed);
+  return index < run->end ? &run->chunk->items[index] : nullptr;
+}
+
+/** End a run all of whose items were begun. Its chunk, or null, is the caller's. */
+static lyn_cmdq_chunk_t *lyn_run_end(lyn_cmdq_t *cmdq) {
+  lyn_cmdq_chunk_t *chunk = cmdq->run.chunk;
+  lyn_cmdq_count_add(cmdq, -static_cast<int32_t>(cmdq->run.uncounted));
+  cmdq->run = {};
+  return chunk;
+}
+
+/** The list's first chunk, or null. `end`: behind its last item. */
+static lyn_cmdq_chunk_t *lyn_cmdq_first(lyn_cmdq_t *cmdq, uint32_t *end) {
   void *data = nullptr;
-  lyn_dll_node *first = lyn_dll_next(cmdq->head, &data);
+  const lyn_dll_node *first = cmdq->head != nullptr ? lyn_dll_next(cmdq->head, &data) : nullptr;
   if (first == nullptr) {
     return nullptr;
   }
-  lyn_cmd_batch_t *batch = lyn_cmdq_batch(data);
-  if (batch == nullptr) {
-    free(lyn_dll_delete_head(cmdq->head, &cmdq->tail, &data));
-    return static_cast<lyn_cmd *>(data);
+  auto *chunk = static_cast<lyn_cmdq_chunk_t *>(data);
+  *end = first == cmdq->tail ? static_cast<uint32_t>(cmdq->put - chunk->items) : LYN_CMDQ_CHUNK_LEN;
+  return chunk;
+}
+
+/** Take the first chunk out of the list. */
+static void lyn_cmdq_unlist_first(lyn_cmdq_t *cmdq) {
+  void *data = nullptr;
+  lyn_dll_delete_head(cmdq->head, &cmdq->tail, &data);
+  if (cmdq->tail == cmdq->head) {
+    cmdq->put = cmdq->put_end = nullptr;
   }
-  batch->cmd.data = lyn_cmdq_item(batch, batch->taken++);
-  if (!lyn_cmdq_is_listed(batch)) {
-    lyn_dll_delete_head(cmdq->head, &cmdq->tail, &data);
+}
+
+/** Take the first command off. */
+static bool lyn_cmdq_take(lyn_cmdq_t *cmdq, lyn_cmdq_item_t *taken) {
+  if (const lyn_cmdq_item_t *item = lyn_run_claim(&cmdq->run)) {
+    *taken = *item;
+    lyn_cmdq_count_add(cmdq, -1);
+    return true;
   }
-  return &batch->cmd;
+  if (std::atomic_ref(cmdq->run.is_left).load(std::memory_order_acquire)) {
+    lyn_chunk_free(lyn_run_end(cmdq));
+  }
+  uint32_t end = 0;
+  lyn_cmdq_chunk_t *chunk = lyn_cmdq_first(cmdq, &end);
+  if (chunk == nullptr) {
+    return false;
+  }
+  *taken = chunk->items[chunk->taken++];
+  lyn_cmdq_count_add(cmdq, -1);
+  if (chunk->taken == end) {
+    lyn_cmdq_unlist_first(cmdq);
+    lyn_chunk_free(chunk);
+  }
+  return true;
 }
 
 lyn_cmd *lyn_cmdq_deq(lyn_cmdq_t *cmdq) {
@@ -143,18 +205,25 @@ lyn_cmd *lyn_cmdq_deq(lyn_cmdq_t *cmdq) {
     LYN_LOG_ERROR("lyn_cmdq_deq: Bad Param cmdq NULL");
     return nullptr;
   }
-  lyn_cmd *cmd = nullptr;
-  uint32_t index = 0;
-  if (lyn_cmdq_claim(&cmdq->run, &index)) {
-    cmd = &cmdq->run.batch->cmd;
-    cmd->data = lyn_cmdq_item(cmdq->run.batch, index);
-  } else if (cmdq->head != nullptr) {
-    cmd = lyn_cmdq_take_first(cmdq);
+  lyn_cmdq_item_t item;
+  return lyn_cmdq_take(cmdq, &item) ? item.cmd : nullptr;
+}
+
+static void lyn_cmdq_discard_all(lyn_cmdq_t *cmdq) {
+  for (lyn_cmdq_item_t item; lyn_cmdq_take(cmdq, &item);) {
+    lyn_item_discard(&item);
   }
-  if (cmd != nullptr) {
-    lyn_cmdq_count_add(cmdq, -1);
+}
+
+/** Move all chunks of the list to another one. */
+static void lyn_cmdq_move(lyn_cmdq_t *from, lyn_cmdq_t *to) {
+  uint32_t end = 0;
+  while (lyn_cmdq_chunk_t *chunk = lyn_cmdq_first(from, &end)) {
+    lyn_cmdq_unlist_first(from);
+    lyn_cmdq_count_add(from, static_cast<int32_t>(chunk->taken) - static_cast<int32_t>(end));
+    to->tail = lyn_dll_insert(to->tail, chunk->node, chunk);
+    to->put = chunk->items + end;
   }
-  return cmd;
 }
 
 int32_t lyn_cmdq_flush(lyn_cmdq_t *cmdq) {
@@ -162,68 +231,127 @@ int32_t lyn_cmdq_flush(lyn_cmdq_t *cmdq) {
     LYN_LOG_ERROR("lyn_cmdq_flush Bad Param cmdq NULL\n");
     return -1;
   }
+  lyn_dll_node sentinel;
+  lyn_cmdq_t flushed = {};  // what was queued, as a queue of nobody else's
+  flushed.head = flushed.tail = lyn_dll_init(&sentinel);
+  lyn_cmdq_item_t first[LYN_CMDQ_CHUNK_LEN];
+  uint32_t first_len = 0;
   if (!lyn_cmdq_lock(cmdq)) {
     return -1;
   }
-  lyn_cmdq_discard_all(cmdq);
-  return lyn_cmdq_unlock(cmdq) ? 0 : -1;
+  while (const lyn_cmdq_item_t *item = lyn_run_claim(&cmdq->run)) {
+    first[first_len++] = *item;
+  }
+  lyn_cmdq_count_add(cmdq, -static_cast<int32_t>(first_len));
+  lyn_cmdq_move(cmdq, &flushed);
+  const bool unlocked = lyn_cmdq_unlock(cmdq);
+  for (uint32_t i = 0; i < first_len; i++) {
+    lyn_item_discard(&first[i]);
+  }
+  lyn_cmdq_discard_all(&flushed);
+  return unlocked ? 0 : -1;
 }
 
 /* ------------------------------------------------------------------------------------------------------------------ */
 /* Putting commands in                                                                                                */
 /* ------------------------------------------------------------------------------------------------------------------ */
 
-void lyn_cmdq_warn(int32_t count, int32_t max) {
-  if (count > max) {
-    LYN_LOG_HIGH("Command queue exceeds configured maximum! %d > %d\n", count, max);
+/** Where a producer comes in. */
+typedef struct {
+  pthread_mutex_t *mutex;
+  pthread_cond_t *cond;
+  lyn_cmdq_t *const *queue; /**< null: shut */
+} lyn_cmdq_door_t;
+
+/** What a producer saw inside. */
+typedef struct {
+  int32_t before, max; /**< commands that were queued, and the queue's maximum; 0 where it was not looked at */
+  int unlocked;        /**< result of the last unlock */
+} lyn_cmdq_seen_t;
+
+/** Deliberate: only a lock that returns a negative number is a failure; pthread errors are positive. */
+static bool lyn_door_enter(const lyn_cmdq_door_t &door) {
+  const bool entered = pthread_mutex_lock(door.mutex) >= 0;  // NOLINT(bugprone-posix-return)
+  if (!entered) {
+    LYN_LOG_ERROR("pthread_mutex_lock failed:");
   }
+  return entered;
 }
 
-/** Wake the thread; the mutex is not held. `waking`, set under it, keeps the queue from being zeroed meanwhile. */
-static bool lyn_cmdq_wake(lyn_cmdq_t *cmdq) {
-  const bool signalled = pthread_cond_signal(&cmdq->cond) == 0;
-  std::atomic_ref(cmdq->waking).fetch_sub(1, std::memory_order_release);
-  if (!signalled) {
-    LYN_LOG_ERROR("pthread_cond_signal failed:");
-  }
-  return signalled;
+static bool lyn_cmdq_has_room(const lyn_cmdq_t *cmdq) {
+  return cmdq != nullptr && cmdq->put != cmdq->put_end;
 }
 
 /**
- * The mutex is released before the thread is woken, which would only run into it and sleep again. Deliberate: an unlock
- * that returns a positive error number, as POSIX has it, is no failure by itself.
+ * With the mutex held: append a command, with octets of its own or null, and before it `*chunk`, which is the queue's
+ * then, where there is no room for it.
  */
-int32_t lyn_cmdq_leave(lyn_cmdq_t *cmdq, int32_t before) {
-  const bool wake = before == 0;
-  if (wake) {
-    std::atomic_ref(cmdq->waking).fetch_add(1, std::memory_order_relaxed);
+static lyn_cmdq_post_e lyn_cmdq_append(lyn_cmdq_t *cmdq, lyn_cmd *cmd, const void *own, lyn_cmdq_chunk_t **chunk,
+                                       lyn_cmdq_seen_t *seen) {
+  if (cmdq == nullptr) {
+    return LYN_CMDQ_SHUT;
   }
-  const int unlocked = pthread_mutex_unlock(lyn_cmdq_mutex(cmdq));
-  const bool signalled = !wake || lyn_cmdq_wake(cmdq);
-  const bool failed = signalled ? unlocked < 0 : unlocked != 0;  // NOLINT(bugprone-posix-return)
-  if (failed) {
-    LYN_LOG_ERROR("pthread_mutex_unlock failed:");
+  seen->max = cmdq->max;
+  seen->before = lyn_cmdq_count(cmdq);
+  if (!lyn_cmdq_has_room(cmdq)) {
+    if ((*chunk)->node == nullptr) {
+      return LYN_CMDQ_NO_NODE;
+    }
+    cmdq->tail = lyn_dll_insert(cmdq->tail, (*chunk)->node, *chunk);
+    cmdq->put = (*chunk)->items;
+    cmdq->put_end = cmdq->put + LYN_CMDQ_CHUNK_LEN;
+    *chunk = nullptr;
   }
-  return signalled && !failed ? 0 : -1;
+  lyn_cmdq_item_t *item = cmdq->put++;
+  item->cmd = cmd;
+  item->has_own = own != nullptr;
+  if (own != nullptr) {
+    memcpy(item->own, own, sizeof item->own);
+  }
+  seen->before = lyn_cmdq_count_add(cmdq, 1);
+  return LYN_CMDQ_QUEUED;
 }
 
-bool lyn_cmdq_may_put(const lyn_cmdq_t *cmdq, const lyn_cmd_batch_t *batch) {
-  return !lyn_cmdq_is_listed(batch) || cmdq->tail == batch->node;
+/**
+ * Behind an item that was queued: wake the thread where it was the first. The mutex is released before, or the thread
+ * would only run into it and sleep again.
+ */
+static lyn_cmdq_post_e lyn_door_wake(const lyn_cmdq_door_t &door, const lyn_cmdq_seen_t &seen) {
+  const bool signalled = seen.before != 0 || pthread_cond_signal(door.cond) == 0;
+  if (!signalled) {
+    LYN_LOG_ERROR("pthread_cond_signal failed:");
+  }
+  // Deliberate: an unlock that returns a positive error number, as POSIX has it, is no failure by itself.
+  const bool failed = signalled ? seen.unlocked < 0 : seen.unlocked != 0;  // NOLINT(bugprone-posix-return)
+  return lyn_cmdq_unlocked(!failed) && signalled ? LYN_CMDQ_QUEUED : LYN_CMDQ_QUEUED_FAILED;
 }
 
-bool lyn_cmdq_put(lyn_cmdq_t *cmdq, lyn_cmd_batch_t *batch, int32_t *before) {
-  const bool is_listed = lyn_cmdq_is_listed(batch);
-  if (!is_listed && batch->node == nullptr) {
-    lyn_cmdq_warn(lyn_cmdq_count(cmdq), cmdq->max);
-    LYN_LOG_ERROR("Failed to insert into cmdq\n");
-    return false;
+/** Queue a command. A failed unlock behind one that was not queued is left to the caller to log, in `seen`. */
+static lyn_cmdq_post_e lyn_door_put(const lyn_cmdq_door_t &door, lyn_cmd *cmd, const void *own, lyn_cmdq_seen_t *seen) {
+  if (!lyn_door_enter(door)) {
+    return LYN_CMDQ_FAILED;
   }
-  if (!is_listed) {
-    cmdq->tail = lyn_dll_insert(cmdq->tail, batch->node, lyn_cmdq_mark(batch));
+  lyn_cmdq_chunk_t *chunk = nullptr;
+  lyn_cmdq_post_e result = LYN_CMDQ_FAILED;
+  if (!lyn_cmdq_has_room(*door.queue)) {
+    seen->unlocked = pthread_mutex_unlock(door.mutex);
+    chunk = lyn_chunk_take(&result);
+    if (chunk == nullptr) {
+      return result;
+    }
+    if (!lyn_door_enter(door)) {
+      lyn_chunk_free(chunk);
+      return LYN_CMDQ_FAILED;
+    }
   }
-  batch->filled++;
-  *before = lyn_cmdq_count_add(cmdq, 1);
-  return true;
+  result = lyn_cmdq_append(*door.queue, cmd, own, &chunk, seen);
+  seen->unlocked = pthread_mutex_unlock(door.mutex);
+  lyn_chunk_free(chunk);  // somebody else has made room meanwhile, or nothing was queued
+  return result == LYN_CMDQ_QUEUED ? lyn_door_wake(door, *seen) : result;
+}
+
+static void lyn_cmdq_not_inserted() {
+  LYN_LOG_ERROR("Failed to insert into cmdq\n");
 }
 
 int32_t lyn_cmdq_enq(lyn_cmdq_t *cmdq, lyn_cmd *cmd) {
@@ -235,19 +363,28 @@ int32_t lyn_cmdq_enq(lyn_cmdq_t *cmdq, lyn_cmd *cmd) {
     return -1;
   }
   lyn_cmdq_warn(lyn_cmdq_count(cmdq), cmdq->max);
-  // Deliberate: a lock that returns a positive error number is no failure. NOLINTNEXTLINE(bugprone-posix-return)
-  if (pthread_mutex_lock(lyn_cmdq_mutex(cmdq)) < 0) {
-    LYN_LOG_ERROR("pthread_mutex_lock failed:");
-    return -1;
+  const lyn_cmdq_door_t door = {lyn_cmdq_mutex(cmdq), lyn_cmdq_cond(cmdq), &cmdq};
+  lyn_cmdq_seen_t seen = {};
+  const lyn_cmdq_post_e result = lyn_door_put(door, cmd, nullptr, &seen);
+  if (result == LYN_CMDQ_NO_CHUNK || result == LYN_CMDQ_NO_ITEMS || result == LYN_CMDQ_NO_NODE) {
+    lyn_cmdq_not_inserted();
+    lyn_cmdq_unlocked(seen.unlocked == 0);
   }
-  lyn_dll_node *node = lyn_dll_insert(cmdq->tail, nullptr, cmd);
-  if (node == nullptr) {
-    LYN_LOG_ERROR("Failed to insert into cmdq\n");
-    lyn_cmdq_unlock(cmdq);
-    return -1;
+  return result == LYN_CMDQ_QUEUED ? 0 : -1;
+}
+
+lyn_cmdq_post_e lyn_cmdq_post(lyn_cmdq_gate_t *gate, lyn_cmd *cmd, const void *own) {
+  const lyn_cmdq_door_t door = {&gate->mutex, &gate->cond, &gate->queue};
+  lyn_cmdq_seen_t seen = {};
+  const lyn_cmdq_post_e result = lyn_door_put(door, cmd, own, &seen);
+  lyn_cmdq_warn(seen.before, seen.max);
+  if (result == LYN_CMDQ_NO_NODE) {
+    lyn_cmdq_not_inserted();
   }
-  cmdq->tail = node;
-  return lyn_cmdq_leave(cmdq, lyn_cmdq_count_add(cmdq, 1));
+  if (result != LYN_CMDQ_QUEUED && result != LYN_CMDQ_QUEUED_FAILED) {
+    lyn_cmdq_unlocked(seen.unlocked == 0);
+  }
+  return result;
 }
 
 /* ------------------------------------------------------------------------------------------------------------------ */
@@ -255,31 +392,62 @@ int32_t lyn_cmdq_enq(lyn_cmdq_t *cmdq, lyn_cmd *cmd) {
 /* ------------------------------------------------------------------------------------------------------------------ */
 
 /** Run a command. False: the thread ends. */
-static bool lyn_cmdthrd_run(lyn_cmd *cmd, void *data) {
+static bool lyn_cmdthrd_run(lyn_cmdq_item_t *item) {
+  lyn_cmd *cmd = item->cmd;
   if (cmd->execute_f == nullptr) {
     // Deliberate: what such a command is cannot be known, so it is not released either.
     LYN_LOG_ERROR("lyn_cmdthrd_main: NULL for cmd->execute_f");
     return false;
   }
+  const lyn_cmd_fn free_f = cmd->free_f;  // read here: where there is none, running the command may release it
+  void *data = lyn_item_data(item);
   cmd->execute_f(cmd, data);
-  lyn_cmd_free(cmd, data);
+  if (free_f != nullptr) {
+    free_f(cmd, data);
+  }
   return true;
 }
 
-/** With the mutex held: release it and run the command that was taken. False: the thread ends. */
-static bool lyn_cmdthrd_run_taken(lyn_cmdq_t *cmdq, lyn_cmd *cmd) {
-  if (!lyn_cmdq_unlock(cmdq)) {
-    lyn_cmd_free(cmd, cmd->data);
+/** Run an item that the thread has claimed. False: the thread ends. */
+static bool lyn_cmdthrd_run_claimed(lyn_cmdq_t *cmdq, lyn_cmdq_item_t *item) {
+  lyn_cmdq_run_t *run = &cmdq->run;
+  if (run->counts_late) {
+    run->uncounted++;
+  } else {
+    lyn_cmdq_count_add(cmdq, -1);
+  }
+  const lyn_cmdq_item_t *later = item + 2;
+  if (later < run->chunk->items + run->end) {
+    void *needed = nullptr;
+    memcpy(&needed, later->own + sizeof later->own - sizeof needed, sizeof needed);
+    __builtin_prefetch(needed);
+  }
+  return lyn_cmdthrd_run(item);
+}
+
+/** With the mutex held: make the first chunk the next run. False: there is none. */
+static bool lyn_cmdthrd_take_run(lyn_cmdq_t *cmdq) {
+  uint32_t end = 0;
+  lyn_cmdq_chunk_t *chunk = lyn_cmdq_first(cmdq, &end);
+  if (chunk == nullptr) {
     return false;
   }
-  return lyn_cmdthrd_run(cmd, cmd->data);
+  lyn_cmdq_unlist_first(cmdq);
+  const auto items = static_cast<int32_t>(end - chunk->taken);
+  cmdq->run = {.chunk = chunk,
+               .next = chunk->taken,
+               .end = end,
+               .uncounted = 0,
+               .counts_late = lyn_cmdq_count(cmdq) - items > cmdq->max,
+               .is_left = false};
+  return true;
 }
 
 /** With the mutex held and the queue empty: wait for a signal unless there is a stop; release it. False: as above. */
 static bool lyn_cmdthrd_wait(lyn_cmdq_t *cmdq) {
   bool waited = true;
   if (!lyn_cmdthrd_is_stopped(cmdq)) {
-    waited = pthread_cond_wait(&cmdq->cond, lyn_cmdq_mutex(cmdq)) == 0;
+    waited = pthread_cond_wait(lyn_cmdq_cond(cmdq), lyn_cmdq_mutex(cmdq)) == 0;
     if (!waited) {
       LYN_LOG_ERROR("pthread_cond_wait failed:");
     }
@@ -287,58 +455,45 @@ static bool lyn_cmdthrd_wait(lyn_cmdq_t *cmdq) {
   return lyn_cmdq_unlock(cmdq) && waited;
 }
 
-/** With the mutex held, behind a run: make all items of the first batch the next one. False: the first is no batch. */
-static bool lyn_cmdthrd_take_run(lyn_cmdq_t *cmdq) {
-  lyn_cmdq_run_t *run = &cmdq->run;
-  lyn_cmdq_count_add(cmdq, -static_cast<int32_t>(run->uncounted));
-  *run = {};
-  void *data = nullptr;
-  lyn_cmd_batch_t *batch = lyn_dll_next(cmdq->head, &data) != nullptr ? lyn_cmdq_batch(data) : nullptr;
-  if (batch == nullptr) {
-    return false;
+/** With the mutex held behind a run that was taken: release it and run the first item. False: the thread ends. */
+static bool lyn_cmdthrd_begin_run(lyn_cmdq_t *cmdq) {
+  lyn_cmdq_item_t *item = lyn_run_claim(&cmdq->run);
+  if (lyn_cmdq_unlock(cmdq)) {
+    return lyn_cmdthrd_run_claimed(cmdq, item);
   }
-  lyn_dll_delete_head(cmdq->head, &cmdq->tail, &data);
-  const auto items = static_cast<int32_t>(batch->filled - batch->taken);
-  *run = {.batch = batch,
-          .next = batch->taken,
-          .end = batch->filled,
-          .uncounted = 0,
-          .counts_late = lyn_cmdq_count(cmdq) - items > cmdq->max};
-  batch->taken = batch->filled;
-  return true;
+  lyn_cmdq_count_add(cmdq, -1);
+  lyn_item_discard(item);
+  return false;
 }
 
-/** Run an item that the thread has claimed. False: the thread ends. */
-static bool lyn_cmdthrd_run_item(lyn_cmdq_t *cmdq, uint32_t index) {
-  lyn_cmdq_run_t *run = &cmdq->run;
-  if (run->counts_late) {
-    run->uncounted++;
-  } else {
-    lyn_cmdq_count_add(cmdq, -1);
-  }
-  lyn_cmd_batch_t *batch = run->batch;
-  if (index + 2 < run->end) {
-    void *needed = nullptr;
-    memcpy(&needed, lyn_cmdq_item(batch, index + 2) + batch->ahead, sizeof needed);
-    __builtin_prefetch(needed);
-  }
-  return lyn_cmdthrd_run(&batch->cmd, lyn_cmdq_item(batch, index));
-}
-
-/** Run the first command, or wait where there is none. False: the thread ends. */
+/** Run the next command, or wait where there is none. False: the thread ends. */
 static bool lyn_cmdthrd_step(lyn_cmdq_t *cmdq) {
-  uint32_t index = 0;
-  if (lyn_cmdq_claim(&cmdq->run, &index)) {
-    return lyn_cmdthrd_run_item(cmdq, index);
+  if (lyn_cmdq_item_t *item = lyn_run_claim(&cmdq->run)) {
+    return lyn_cmdthrd_run_claimed(cmdq, item);
   }
   if (!lyn_cmdq_lock(cmdq)) {
     return false;
   }
-  if (lyn_cmdthrd_take_run(cmdq)) {
-    return lyn_cmdq_unlock(cmdq);
+  lyn_cmdq_chunk_t *done = lyn_run_end(cmdq);
+  lyn_cmdq_chunk_t *surplus = done != nullptr ? lyn_chunk_keep(done) : nullptr;  // not freed under the mutex
+  const bool goes_on = lyn_cmdthrd_take_run(cmdq) ? lyn_cmdthrd_begin_run(cmdq) : lyn_cmdthrd_wait(cmdq);
+  lyn_chunk_free(surplus);
+  return goes_on;
+}
+
+/** The thread ends: what is left of its run is anybody's, and a run of which nothing is left is freed. */
+static void lyn_cmdthrd_leave(lyn_cmdq_t *cmdq) {
+  lyn_cmdq_run_t *run = &cmdq->run;
+  lyn_chunk_free(lyn_chunk_keep(nullptr));
+  if (run->chunk == nullptr) {
+    return;
   }
-  lyn_cmd *cmd = lyn_cmdq_deq(cmdq);
-  return cmd != nullptr ? lyn_cmdthrd_run_taken(cmdq, cmd) : lyn_cmdthrd_wait(cmdq);
+  const bool is_done = std::atomic_ref(run->next).load(std::memory_order_relaxed) >= run->end;
+  std::atomic_ref(run->is_left).store(true, std::memory_order_release);
+  if (is_done && pthread_mutex_lock(lyn_cmdq_mutex(cmdq)) == 0) {
+    lyn_chunk_free(lyn_run_end(cmdq));
+    pthread_mutex_unlock(lyn_cmdq_mutex(cmdq));
+  }
 }
 
 void *lyn_cmdthrd_main(void *arg) {
@@ -350,12 +505,12 @@ void *lyn_cmdthrd_main(void *arg) {
   if (!std::atomic_ref(cmdq->stop).load()) {
     std::atomic_ref(cmdq->running).store(true);
   }
+  bool goes_on = true;
   do {
-    if (!lyn_cmdthrd_step(cmdq)) {
-      return LYN_CMDTHRD_FAILED;
-    }
-  } while (!lyn_cmdthrd_is_stopped(cmdq));
-  return nullptr;
+    goes_on = lyn_cmdthrd_step(cmdq);
+  } while (goes_on && !lyn_cmdthrd_is_stopped(cmdq));
+  lyn_cmdthrd_leave(cmdq);
+  return goes_on ? nullptr : LYN_CMDTHRD_FAILED;
 }
 
 void lyn_cmdthrd_init(lyn_cmdq_t *cmdq) {
@@ -383,7 +538,8 @@ void lyn_cmdthrd_deinit(lyn_cmdq_t *cmdq) {
   bool locked = lyn_cmdq_lock(cmdq);  // an unguarded stop is better than none
   std::atomic_ref(cmdq->stop).store(true);
   std::atomic_ref(cmdq->running).store(false);
-  if (pthread_cond_signal(&cmdq->cond) < 0) {  // NOLINT(bugprone-posix-return): deliberate, as in lyn_cmdq_enq
+  if (pthread_cond_signal(lyn_cmdq_cond(cmdq)) <
+      0) {  // NOLINT(bugprone-posix-return): deliberate, as in lyn_door_enter
     LYN_LOG_ERROR("pthread_cond_signal failed:");
   }
   if (locked) {
@@ -408,7 +564,7 @@ static bool lyn_cmdq_init_sync(lyn_cmdq_t *cmdq) {
   return true;
 }
 
-int32_t lyn_cmdq_init_under(lyn_cmdq_t *cmdq, int32_t max, pthread_mutex_t *lock) {
+int32_t lyn_cmdq_init_behind(lyn_cmdq_t *cmdq, int32_t max, lyn_cmdq_gate_t *gate) {
   if (cmdq == nullptr) {
     return -1;
   }
@@ -420,7 +576,7 @@ int32_t lyn_cmdq_init_under(lyn_cmdq_t *cmdq, int32_t max, pthread_mutex_t *lock
   }
   cmdq->head = cmdq->tail = lyn_dll_init(sentinel);
   cmdq->max = max;
-  cmdq->lock = lock;
+  cmdq->gate = gate;
   if (!lyn_cmdq_init_sync(cmdq)) {
     free(sentinel);
     cmdq->head = cmdq->tail = nullptr;
@@ -431,7 +587,21 @@ int32_t lyn_cmdq_init_under(lyn_cmdq_t *cmdq, int32_t max, pthread_mutex_t *lock
 }
 
 int32_t lyn_cmdq_init(lyn_cmdq_t *cmdq, int32_t max) {
-  return lyn_cmdq_init_under(cmdq, max, nullptr);
+  return lyn_cmdq_init_behind(cmdq, max, nullptr);
+}
+
+static void lyn_gate_set(lyn_cmdq_gate_t *gate, lyn_cmdq_t *cmdq) {
+  pthread_mutex_lock(&gate->mutex);
+  gate->queue = cmdq;
+  pthread_mutex_unlock(&gate->mutex);
+}
+
+void lyn_cmdq_open(lyn_cmdq_gate_t *gate, lyn_cmdq_t *cmdq) {
+  lyn_gate_set(gate, cmdq);
+}
+
+void lyn_cmdq_shut(lyn_cmdq_gate_t *gate) {
+  lyn_gate_set(gate, nullptr);
 }
 
 int32_t lyn_cmdq_join_thread(lyn_cmdq_t *cmdq) {
@@ -458,10 +628,8 @@ int32_t lyn_cmdq_deinit(lyn_cmdq_t *cmdq) {
   }
   lyn_cmdthrd_deinit(cmdq);
   lyn_cmdq_join_thread(cmdq);
-  while (std::atomic_ref(cmdq->waking).load(std::memory_order_acquire) != 0) {
-    sched_yield();
-  }
   lyn_cmdq_discard_all(cmdq);
+  lyn_chunk_free(lyn_run_end(cmdq));
   lyn_slot_put(lyn_cmdq_spare_sentinel, cmdq->head);
   memset(cmdq, 0, sizeof *cmdq);
   return 0;

@@ -14,13 +14,11 @@
 #include <atomic>
 
 #include "lyn_gps.h"
-#include "lyn_interface_pool.h"
 #include "lyn_oxmap_interface.h"
 
 /** In cache lines of their own: what the threads that post write is not what the command thread writes. */
 alignas(64) lyn_state_t lyn_state;
-/** Held for a few instructions, so whoever finds it taken does not sleep at once. */
-alignas(64) pthread_mutex_t lyn_gate = PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP;
+alignas(64) lyn_cmdq_gate_t lyn_gate = LYN_CMDQ_GATE_INITIALIZER;
 
 /** Pending commands beyond which the queue warns. */
 static constexpr int32_t LYN_CMDQ_MAX = 100;
@@ -35,15 +33,11 @@ int32_t lyn_not_initialised() {
 }
 
 static void lyn_set_initialised(bool initialised) {
-  lyn_guard_t gate(&lyn_gate);
   std::atomic_ref<uint8_t>(lyn_state.initialised).store(initialised);
 }
 
-/** Posting threads read the flag under the gate, so the wipe holds it too. No event is left: none keeps memory. */
 static void lyn_wipe_state() {
-  lyn_guard_t gate(&lyn_gate);
   memset(&lyn_state, 0, sizeof(lyn_state));
-  lyn_pool_trim();
 }
 
 /** rand() is left unseeded: the first handle of a process is the C library's first value. */
@@ -71,7 +65,7 @@ static int32_t lyn_init_clients() {
   status = lyn_gps_init();
   if (status != OX_LYN_SUCCESS)
     return status;
-  if (lyn_cmdq_init_under(&lyn_state.cmdq, LYN_CMDQ_MAX, &lyn_gate) != 0) {
+  if (lyn_cmdq_init_behind(&lyn_state.cmdq, LYN_CMDQ_MAX, &lyn_gate) != 0) {
     lyn_yrp_nas_release();
     LYN_LOG_ERROR("Initializing internal command queue for processing async commands failed");
     return OX_LYN_ERR_FAILURE;
@@ -92,7 +86,7 @@ int32_t ox_lyn_init(ox_lyn_hndl_t *hndl, uint32_t user_data, ox_lyn_user_cb_fn u
   }
   if (!lyn_log_init())
     perror("Diag initialization failed!!");
-  if (lyn_state.cmdq.thread != 0)  // left alive by a teardown that failed half way
+  if (lyn_state.cmdq.head != nullptr)  // left alive by a teardown that failed half way
     lyn_cmdq_deinit(&lyn_state.cmdq);
   lyn_wipe_state();
   const int32_t status = lyn_init_clients();
@@ -105,6 +99,7 @@ int32_t ox_lyn_init(ox_lyn_hndl_t *hndl, uint32_t user_data, ox_lyn_user_cb_fn u
   lyn_state.hndl = lyn_draw_handle();
   *hndl = lyn_state.hndl;
   lyn_set_initialised(true);
+  lyn_cmdq_open(&lyn_gate, &lyn_state.cmdq);
   LYN_LOG_HIGH("Device Manager module successfully initialized!!");
   return OX_LYN_SUCCESS;
 }
@@ -133,6 +128,7 @@ int32_t ox_lyn_deinit(ox_lyn_hndl_t hndl) {
   if (!lyn_is_initialised())
     return lyn_not_initialised();
   lyn_set_initialised(false);  // before anything is torn down: a failed teardown counts as down, too
+  lyn_cmdq_shut(&lyn_gate);
   lyn_lock_send_thread_off();
   const int32_t status = lyn_deinit_clients();
   if (status != OX_LYN_SUCCESS)

@@ -13,7 +13,6 @@
 #include <utility>
 
 #include "lyn_interface.h"
-#include "lyn_interface_pool.h"
 #include "lyn_oxmap_interface.h"
 
 using lyn_record_t = lyn_block_t<ox_lyn_dm_info_t>;
@@ -475,47 +474,36 @@ static void lyn_free_event_data(uint32_t msg_id, void *msg_data) {
   free(msg_data);
 }
 
+/** The command of every event that is posted; its record stands in the queue beside it. */
+static lyn_cmd lyn_event_cmd = {.execute_f = lyn_process_async_event, .free_f = lyn_free_async_event, .data = nullptr};
+
 void lyn_free_async_event(lyn_cmd *cmd, void *data) {
   auto *event = static_cast<yrp_async_data *>(data);
   if (event != nullptr)
     lyn_free_event_data(event->msg_id, event->msg_data);
-  if (event != nullptr && event->place != 0) {
-    lyn_pool_give(event);
+  if (cmd == &lyn_event_cmd)
     return;
-  }
   free(event);
   free(cmd);
 }
 
-/** Queue an event while the module is up. With the gate held. When it fails, the block is still the caller's. */
-static int32_t lyn_queue_event(uint32_t msg_id, void *msg_data, int32_t *before) {
-  const bool is_up = lyn_is_initialised();
-  if (is_up)
-    lyn_pool_keep_order(&lyn_state.cmdq);
-  lyn_cmd_batch_t *batch = nullptr;
-  yrp_async_data *event = nullptr;
-  const int32_t status = lyn_pool_next(&batch, &event);
-  if (status != OX_LYN_SUCCESS)
-    return status;
-  if (!is_up) {
-    lyn_not_initialised();
-    return OX_LYN_ERR_FAILURE;
+/** What a post that was not queued comes to; what failed in the queue itself is logged there. */
+static int32_t lyn_refuse_event(lyn_cmdq_post_e result) {
+  switch (result) {
+    case LYN_CMDQ_SHUT:
+      lyn_not_initialised();
+      return OX_LYN_ERR_FAILURE;
+    case LYN_CMDQ_NO_CHUNK:
+    case LYN_CMDQ_NO_ITEMS:
+      LYN_LOG_ERROR("Memory allocation failure");
+      return result == LYN_CMDQ_NO_CHUNK ? OX_LYN_ERR_NO_MEMORY : OX_LYN_ERR_FAILURE;
+    case LYN_CMDQ_QUEUED:
+    case LYN_CMDQ_QUEUED_FAILED:
+    case LYN_CMDQ_NO_NODE:
+    case LYN_CMDQ_FAILED:
+      break;
   }
-  event->msg_id = msg_id;
-  event->msg_data = msg_data;
-  if (!lyn_cmdq_put(&lyn_state.cmdq, batch, before))
-    return OX_LYN_ERR_FAILURE;
-  lyn_pool_take();
-  return OX_LYN_SUCCESS;
-}
-
-/** The event was not queued: release the gate and what the event owns. A batch without an event is not kept. */
-static int32_t lyn_refuse_event(uint32_t msg_id, void *msg_data, int32_t status) {
-  lyn_pool_trim();
-  if (pthread_mutex_unlock(&lyn_gate) != 0)
-    LYN_LOG_ERROR("pthread_mutex_unlock failed:");
-  lyn_free_event_data(msg_id, msg_data);
-  return status;
+  return OX_LYN_ERR_FAILURE;
 }
 
 int32_t lyn_post_async_event(uint32_t yrp_msg_id, void *yrp_msg_data) {
@@ -523,18 +511,11 @@ int32_t lyn_post_async_event(uint32_t yrp_msg_id, void *yrp_msg_data) {
     LYN_LOG_ERROR("Invalid params - yrp_msg_id[%u], yrp_msg_data[%p]", yrp_msg_id, yrp_msg_data);
     return OX_LYN_ERR_INVALID_PARAM;
   }
-  // Deliberate: a lock that returns a positive error number is no failure. NOLINTNEXTLINE(bugprone-posix-return)
-  if (pthread_mutex_lock(&lyn_gate) < 0) {
-    LYN_LOG_ERROR("pthread_mutex_lock failed:");
+  const yrp_async_data event = {.msg_id = yrp_msg_id, .msg_data = yrp_msg_data};
+  const lyn_cmdq_post_e result = lyn_cmdq_post(&lyn_gate, &lyn_event_cmd, &event);
+  if (result == LYN_CMDQ_QUEUED)
+    return OX_LYN_SUCCESS;
+  if (result != LYN_CMDQ_QUEUED_FAILED)
     lyn_free_event_data(yrp_msg_id, yrp_msg_data);
-    return OX_LYN_ERR_FAILURE;
-  }
-  int32_t before = 0;
-  const int32_t status = lyn_queue_event(yrp_msg_id, yrp_msg_data, &before);
-  if (status != OX_LYN_SUCCESS)
-    return lyn_refuse_event(yrp_msg_id, yrp_msg_data, status);
-  const int32_t max = lyn_state.cmdq.max;
-  const int32_t left = lyn_cmdq_leave(&lyn_state.cmdq, before);
-  lyn_cmdq_warn(before, max);
-  return left == 0 ? OX_LYN_SUCCESS : OX_LYN_ERR_FAILURE;
+  return lyn_refuse_event(result);
 }

@@ -46,6 +46,15 @@ def sdk(tmp_path):
     return folder
 
 
+def test_the_module_waits_on_no_clock_and_never_polls():
+    """A clock that is set does not matter, and a caller of the highest priority keeps nobody from running."""
+    listed = subprocess.run(["nm", "--undefined-only", str(BUILD / "src/liblyn.a")], check=True, capture_output=True,
+                            text=True)
+    called = {line.split()[-1].split("@")[0] for line in listed.stdout.splitlines() if " U " in line}
+    assert "pthread_cond_wait" in called
+    assert not {name for name in called if any(word in name for word in ("timed", "clock", "sleep", "yield", "poll"))}
+
+
 def test_sdk_build_asks_for_the_sdk(tmp_path):
     status, output = configure(tmp_path / "build", "-DLYN_PLATFORM=sdk")
     assert status != 0

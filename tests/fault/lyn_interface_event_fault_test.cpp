@@ -4,12 +4,52 @@
  *
  * Events run on the test's own thread, by the function that the command thread runs, so that a fault meets nobody else.
  */
+#include <errno.h>
+#include <stdarg.h>
+
+#include <atomic>
+
 #include "alloc_fault.h"
 #include "board.h"
 #include "lyn_interface.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+
+namespace {
+
+std::atomic<int> logged_under_gate{0};
+std::atomic<bool> gate_lock_fails{false}, gate_signal_fails{false};
+
+}  // namespace
+
+extern "C" {
+
+// The names are the linker's: --wrap=SYMBOL calls __wrap_SYMBOL and offers the original as __real_SYMBOL.
+// NOLINTBEGIN(bugprone-reserved-identifier)
+void __real_msg_sprintf(const diag_msg_record_t *record, ...);
+int __real_pthread_mutex_lock(pthread_mutex_t *mutex);
+int __real_pthread_cond_signal(pthread_cond_t *cond);
+
+void __wrap_msg_sprintf(const diag_msg_record_t *record, ...) {
+  va_list arguments;
+  va_start(arguments, record);
+  const char *text = va_arg(arguments, const char *);
+  va_end(arguments);
+  if (pthread_mutex_trylock(&lyn_gate.mutex) == 0)
+    pthread_mutex_unlock(&lyn_gate.mutex);
+  else
+    logged_under_gate++;
+  __real_msg_sprintf(record, text);
+}
+int __wrap_pthread_mutex_lock(pthread_mutex_t *mutex) {
+  return gate_lock_fails && mutex == &lyn_gate.mutex ? -1 : __real_pthread_mutex_lock(mutex);
+}
+int __wrap_pthread_cond_signal(pthread_cond_t *cond) {
+  return gate_signal_fails && cond == &lyn_gate.cond ? EINVAL : __real_pthread_cond_signal(cond);
+}
+// NOLINTEND(bugprone-reserved-identifier)
+}
 
 namespace {
 
@@ -53,7 +93,7 @@ void *make_install() {
 bool run_failing(uint32_t msg_id, void *data, uint32_t pass, uint32_t *seen = nullptr) {
   auto *cmd = static_cast<lyn_cmd *>(calloc(1, sizeof(lyn_cmd)));
   auto *event = static_cast<yrp_async_data *>(calloc(1, sizeof(yrp_async_data)));
-  *event = {.msg_id = msg_id, .place = 0, .msg_data = data};
+  *event = {.msg_id = msg_id, .msg_data = data};
   alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, pass);
   lyn_process_async_event(cmd, event);
   if (seen != nullptr)
@@ -178,6 +218,49 @@ TEST_F(lyn_interface_event_fault, posting_without_memory_says_which_and_frees_th
     }
   }
   EXPECT_THAT(board.settled(), IsEmpty());
+}
+
+TEST_F(lyn_interface_event_fault, nothing_that_posting_says_is_logged_while_the_gate_is_held) {
+  logged_under_gate = 0;
+  for (uint32_t pass = 0; pass < 3; pass++) {
+    void *data = make(yrp_nas_install_status_ind_t{1, 2});
+    alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, pass);
+    EXPECT_NE(lyn_post_async_event(LYN_EVENT_INSTALL_STATUS, data), 0);
+    EXPECT_TRUE(alloc_fault_disarm());
+  }
+  diag_log_take();
+  {
+    const held_delivery held;
+    for (int i = 0; i < 150; i++)
+      EXPECT_EQ(lyn_post_async_event(LYN_EVENT_QOS_FLOW, make(ox_lyn_qos_flow_t{1, 2, 3})), 0);
+  }
+  EXPECT_EQ(diag_log_texts("HIGH").size(), 49U) << "warnings";
+  EXPECT_EQ(board.settled().size(), 150U);
+  EXPECT_EQ(ox_lyn_deinit(board.hndl), OX_LYN_SUCCESS);
+  board.hndl = 0;
+  EXPECT_NE(lyn_post_async_event(LYN_EVENT_INSTALL_STATUS, make(yrp_nas_install_status_ind_t{1, 2})), 0);
+  EXPECT_EQ(logged_under_gate, 0);
+}
+
+TEST_F(lyn_interface_event_fault, a_post_that_cannot_lock_is_refused_and_its_block_freed) {
+  diag_log_take();
+  gate_lock_fails = true;
+  const int32_t status = lyn_post_async_event(LYN_EVENT_LOC_BATCH, make_batch());
+  gate_lock_fails = false;
+  EXPECT_EQ(status, OX_LYN_ERR_FAILURE);
+  EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("pthread_mutex_lock failed:"));
+  EXPECT_THAT(board.settled(), IsEmpty());
+}
+
+TEST_F(lyn_interface_event_fault, a_post_that_cannot_wake_fails_and_its_event_is_delivered_with_the_next) {
+  diag_log_take();
+  gate_signal_fails = true;
+  const int32_t status = lyn_post_async_event(LYN_EVENT_INSTALL_STATUS, make(yrp_nas_install_status_ind_t{1, 7}));
+  gate_signal_fails = false;
+  EXPECT_EQ(status, OX_LYN_ERR_FAILURE);
+  EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("pthread_cond_signal failed:"));
+  pthread_cond_signal(&lyn_gate.cond);
+  EXPECT_THAT(board.settled(), ElementsAre(number(OX_LYN_IND_INSTALL_MODE_STATUS_E, 7)));
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include <mutex>
 #include <thread>
 
+#include "allocated.h"
 #include "diag_log.h"
 
 namespace {
@@ -379,165 +380,226 @@ TEST_F(lyn_cmdq, deq_takes_the_oldest_command_and_counts_down) {
   free(queue.head);
 }
 
-/* Batches */
+/* Posts through a gate */
 
-/** A batch whose items are probes; the first word of an item is the pointer that is fetched ahead. */
-struct probe_batch {
-  struct item {
-    probe *who;
-    void *spare;
-  };
-  lyn_dll_node node = {};
-  std::vector<item> items;
-  lyn_cmd_batch_t batch = {};
-
-  explicit probe_batch(size_t room) : items(room) {
-    const auto execute = [](lyn_cmd *, void *data) {
-      probe *self = static_cast<item *>(data)->who;
-      probe_execute(&self->cmd, self);
-    };
-    const auto release = [](lyn_cmd *, void *data) {
-      probe *self = static_cast<item *>(data)->who;
-      probe_free(&self->cmd, self);
-    };
-    batch = {.cmd = {.execute_f = execute, .free_f = release, .data = nullptr},
-             .node = &node,
-             .items = items.data(),
-             .item_size = sizeof(item),
-             .ahead = offsetof(item, who),
-             .filled = 0,
-             .taken = 0};
-  }
+/** What is queued with the one command of all posts. */
+struct probe_own {
+  probe *who;
+  void *spare;
 };
 
-class lyn_cmdq_batches : public lyn_cmdq {
+lyn_cmd posted_cmd = {.execute_f =
+                          [](lyn_cmd *, void *data) {
+                            probe *self = static_cast<probe_own *>(data)->who;
+                            probe_execute(&self->cmd, self);
+                          },
+                      .free_f =
+                          [](lyn_cmd *, void *data) {
+                            probe *self = static_cast<probe_own *>(data)->who;
+                            probe_free(&self->cmd, self);
+                          },
+                      .data = nullptr};
+
+constexpr int chunk = LYN_CMDQ_CHUNK_LEN;
+
+class lyn_cmdq_posts : public lyn_cmdq {
  protected:
-  probe &put(probe_batch &to) {
+  lyn_cmdq_gate_t gate = LYN_CMDQ_GATE_INITIALIZER;
+
+  void start(int32_t max = 100) {
+    ASSERT_EQ(lyn_cmdq_init_behind(&queue, max, &gate), 0);
+    lyn_cmdq_open(&gate, &queue);
+  }
+  lyn_cmdq_post_e post(probe &made) {
+    const probe_own own = {&made, nullptr};
+    return lyn_cmdq_post(&gate, &posted_cmd, &own);
+  }
+  probe &post() {
     probe &made = make_probe();
-    put(to, made);
+    EXPECT_EQ(post(made), LYN_CMDQ_QUEUED);
     return made;
   }
-  void put(probe_batch &to, probe &made) {
-    pthread_mutex_lock(&queue.mutex);
-    to.items.at(to.batch.filled).who = &made;
-    int32_t before = 0;
-    EXPECT_TRUE(lyn_cmdq_put(&queue, &to.batch, &before));
-    EXPECT_EQ(lyn_cmdq_leave(&queue, before), 0);
+  void post_many(int many) {
+    for (int i = 0; i < many; i++) {
+      post();
+    }
   }
-  probe &put_held(probe_batch &to, std::atomic<bool> &until) {
+  probe &post_held(std::atomic<bool> &until) {
     probe &made = make_probe();
     made.hold = &until;
-    put(to, made);
+    EXPECT_EQ(post(made), LYN_CMDQ_QUEUED);
     return made;
   }
   int32_t count() { return std::atomic_ref(queue.count).load(); }
-  /** Run a command and five items, of which the second lasts until `held` is false, up to that one. */
-  void run_to_second(probe_batch &batch, std::atomic<bool> &held) {
-    ASSERT_EQ(lyn_cmdq_init(&queue, 100), 0);
+  /** Run a command and five posts, of which the second lasts until `held` is false, up to that one. */
+  void run_to_second(std::atomic<bool> &held) {
+    start();
     occupy();
-    put(batch);
-    probe &second = put_held(batch, held);
-    for (int i = 0; i < 3; i++) {
-      put(batch);
-    }
+    post();
+    probe &second = post_held(held);
+    post_many(3);
     EXPECT_EQ(count(), 5);
     hold = false;
     wait_until(second.executed, 1);
   }
+  void expect_all_run_in_order() {
+    ASSERT_EQ(order.size(), probes.size());
+    for (size_t i = 0; i < probes.size(); i++) {
+      EXPECT_EQ(order[i], &probes[i]) << i;
+      EXPECT_EQ(probes[i].freed, 1) << i;
+    }
+  }
+  void stop() {
+    lyn_cmdq_shut(&gate);
+    EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+  }
 };
 
-TEST_F(lyn_cmdq_batches, items_and_commands_run_in_the_order_in_which_they_were_queued) {
-  probe_batch first(3), second(2);
-  ASSERT_EQ(lyn_cmdq_init(&queue, 100), 0);
+TEST_F(lyn_cmdq_posts, posts_and_commands_run_in_the_order_in_which_they_were_queued) {
+  start(INT32_MAX);
   occupy();
-  for (int i = 0; i < 3; i++) {
-    put(first);
+  for (int many : {3, 1, chunk - 6, 2, 3 * chunk, chunk}) {
+    post_many(many);
+    enqueue();
   }
-  enqueue();
-  put(second);
-  put(second);
-  enqueue();
-  EXPECT_EQ(count(), 7);
+  hold = false;
+  wait_until(probes.back().freed, 1);
+  stop();
+  expect_all_run_in_order();
+}
+
+TEST_F(lyn_cmdq_posts, a_gate_lets_through_while_it_is_open_only) {
+  probe &early = make_probe();
+  EXPECT_EQ(post(early), LYN_CMDQ_SHUT);
+  ASSERT_EQ(lyn_cmdq_init_behind(&queue, 100, &gate), 0);
+  EXPECT_EQ(post(early), LYN_CMDQ_SHUT);
+  lyn_cmdq_open(&gate, &queue);
+  probe &accepted = post();
+  wait_until(accepted.freed, 1);
+  lyn_cmdq_shut(&gate);
+  EXPECT_EQ(post(early), LYN_CMDQ_SHUT);
+  EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+  EXPECT_EQ(post(early), LYN_CMDQ_SHUT);
+  EXPECT_EQ(early.executed, 0);
+  EXPECT_EQ(early.freed, 0) << "what is refused stays its producer's";
+  EXPECT_EQ(diag_log_texts(), std::vector<std::string>{});
+}
+
+TEST_F(lyn_cmdq_posts, what_was_posted_before_the_gate_was_shut_is_run_or_freed) {
+  start();
+  occupy();
+  post_many(chunk + 1);
+  lyn_cmdq_shut(&gate);
   hold = false;
   wait_until(probes.back().freed, 1);
   EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
-  ASSERT_EQ(order.size(), probes.size());
-  for (size_t i = 0; i < probes.size(); i++) {
-    EXPECT_EQ(order[i], &probes[i]);
-    EXPECT_EQ(probes[i].freed, 1);
+  expect_all_run_in_order();
+}
+
+TEST_F(lyn_cmdq_posts, posts_beyond_the_maximum_are_accepted_with_a_warning) {
+  start(1);
+  occupy();
+  post_many(2);
+  EXPECT_EQ(diag_log_texts(), std::vector<std::string>{});
+  post();
+  EXPECT_EQ(diag_log_texts("HIGH"), std::vector<std::string>{"Command queue exceeds configured maximum! 2 > 1\\n"});
+  hold = false;
+  wait_until(probes.back().freed, 1);
+  stop();
+}
+
+TEST_F(lyn_cmdq_posts, a_chunk_of_which_some_were_taken_off_gives_the_rest_in_order) {
+  start();
+  occupy();
+  post_many(2 * chunk + 3);
+  pthread_mutex_lock(&gate.mutex);
+  for (int i = 0; i < chunk + 2; i++) {
+    EXPECT_EQ(lyn_cmdq_deq(&queue), &posted_cmd);
+  }
+  EXPECT_EQ(count(), chunk + 1);
+  pthread_mutex_unlock(&gate.mutex);
+  hold = false;
+  wait_until(probes.back().freed, 1);
+  stop();
+  ASSERT_EQ(order.size(), static_cast<size_t>(1 + chunk + 1));
+  for (size_t i = 1; i < order.size(); i++) {
+    EXPECT_EQ(order[i], &probes[static_cast<size_t>(chunk) + 2 + i]);
   }
 }
 
-TEST_F(lyn_cmdq_batches, a_batch_whose_items_were_all_taken_is_queued_again_with_the_next) {
-  probe_batch batch(3);
+TEST_F(lyn_cmdq_posts, an_emptied_queue_takes_chunks_again) {
   make_bare();
-  probe &first = put(batch);
-  put(batch);
-  EXPECT_EQ(queue.tail, &batch.node);
-  lyn_cmd *cmd = lyn_cmdq_deq(&queue);
-  EXPECT_EQ(cmd, &batch.batch.cmd);
-  EXPECT_EQ(static_cast<probe_batch::item *>(cmd->data)->who, &first);
-  EXPECT_EQ(queue.count, 1);
-  EXPECT_NE(lyn_cmdq_deq(&queue), nullptr);
-  EXPECT_EQ(queue.tail, queue.head);
-  EXPECT_EQ(lyn_cmdq_deq(&queue), nullptr);
-  probe &last = put(batch);
-  EXPECT_EQ(queue.tail, &batch.node);
-  EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
-  EXPECT_EQ(last.freed, 1);
-  EXPECT_EQ(queue.count, 0);
+  gate.queue = &queue;
+  queue.gate = &gate;
+  for (int many : {1, chunk, chunk + 1, 3 * chunk}) {
+    post_many(many);
+    EXPECT_EQ(count(), many);
+    for (int i = 0; i < many; i++) {
+      EXPECT_NE(queue.tail, queue.head);
+      EXPECT_EQ(lyn_cmdq_deq(&queue), &posted_cmd);
+    }
+    EXPECT_EQ(lyn_cmdq_deq(&queue), nullptr);
+    EXPECT_EQ(queue.tail, queue.head);
+    EXPECT_EQ(count(), 0);
+  }
   free(queue.head);
 }
 
-TEST_F(lyn_cmdq_batches, a_batch_without_node_is_a_failed_insert_behind_the_warning) {
-  probe_batch batch(1);
-  batch.batch.node = nullptr;
-  make_bare();
-  queue.max = 0;
-  enqueue();
-  int32_t before = 0;
-  EXPECT_FALSE(lyn_cmdq_put(&queue, &batch.batch, &before));
-  EXPECT_EQ(queue.count, 1);
-  EXPECT_EQ(batch.batch.filled, 0U);
-  EXPECT_EQ(diag_log_texts(), (std::vector<std::string>{"Command queue exceeds configured maximum! 1 > 0\\n",
-                                                        "Failed to insert into cmdq\\n"}));
-  EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
-  free(queue.head);
-}
-
-TEST_F(lyn_cmdq_batches, the_count_is_exact_while_an_item_runs_and_a_flush_meets_those_behind_it) {
-  probe_batch batch(6);
+TEST_F(lyn_cmdq_posts, the_count_is_exact_while_a_command_runs_and_a_flush_meets_those_behind_it) {
   std::atomic<bool> hold_second{true};
-  run_to_second(batch, hold_second);
+  run_to_second(hold_second);
   EXPECT_EQ(count(), 3);
+  post_many(2 * chunk);
+  EXPECT_EQ(count(), 3 + 2 * chunk);
   EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
   EXPECT_EQ(count(), 0);
+  const size_t flushed = probes.size();
   hold_second = false;
-  probe &after = put(batch);
+  probe &after = post();
   wait_until(after.freed, 1);
-  EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+  stop();
   for (size_t i = 0; i < probes.size(); i++) {
-    EXPECT_EQ(probes[i].executed, i < 3 || i == 6) << i;
+    EXPECT_EQ(probes[i].executed, i < 3 || i == flushed) << i;
     EXPECT_EQ(probes[i].freed, 1) << i;
   }
 }
 
-TEST_F(lyn_cmdq_batches, far_beyond_the_maximum_the_count_is_right_again_when_the_thread_comes_for_more) {
-  probe_batch first(8), second(8);
-  std::atomic<bool> hold_middle{true}, hold_next{true};
-  ASSERT_EQ(lyn_cmdq_init(&queue, 4), 0);
+TEST_F(lyn_cmdq_posts, a_flush_frees_with_the_mutex_released) {
+  start();
   occupy();
-  for (int i = 0; i < 8; i++) {
-    i == 4 ? put_held(first, hold_middle) : put(first);
+  static pthread_mutex_t *mutex;
+  static std::atomic<int> freed_unlocked{0};
+  mutex = &gate.mutex;
+  lyn_cmd look = {.execute_f = [](lyn_cmd *, void *) {},
+                  .free_f =
+                      [](lyn_cmd *, void *) {
+                        if (pthread_mutex_trylock(mutex) == 0) {
+                          freed_unlocked++;
+                          pthread_mutex_unlock(mutex);
+                        }
+                      },
+                  .data = nullptr};
+  for (int i = 0; i < chunk + 1; i++) {
+    EXPECT_EQ(lyn_cmdq_enq(&queue, &look), 0);
   }
-  probe &next = put_held(second, hold_next);
-  for (int i = 0; i < 7; i++) {
-    put(second);
+  EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
+  EXPECT_EQ(freed_unlocked, chunk + 1);
+  hold = false;
+  stop();
+}
+
+TEST_F(lyn_cmdq_posts, far_beyond_the_maximum_the_count_is_right_again_when_the_thread_comes_for_more) {
+  std::atomic<bool> hold_middle{true}, hold_next{true};
+  start(4);
+  occupy();
+  for (int i = 0; i < chunk; i++) {
+    i == 4 ? post_held(hold_middle) : post();
   }
+  probe &next = post_held(hold_next);
+  post_many(7);
   hold = false;
   wait_until(probes[5].executed, 1);
-  EXPECT_GE(count(), 11);  // what is queued
-  EXPECT_LE(count(), 16);  // and what was begun since the thread came
+  EXPECT_EQ(count(), chunk + 8) << "what was begun since the thread came still counts";
   hold_middle = false;
   wait_until(next.executed, 1);
   EXPECT_EQ(count(), 7);
@@ -546,15 +608,31 @@ TEST_F(lyn_cmdq_batches, far_beyond_the_maximum_the_count_is_right_again_when_th
   while (count() != 0) {
     std::this_thread::yield();
   }
-  probe &after = enqueue();  // is signalled: the queue counts as empty
+  probe &after = post();  // is signalled: the queue counts as empty
   wait_until(after.freed, 1);
-  EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+  stop();
 }
 
-TEST_F(lyn_cmdq_batches, a_stop_within_a_batch_discards_the_rest_of_it) {
-  probe_batch batch(5);
+TEST_F(lyn_cmdq_posts, up_to_the_maximum_behind_its_run_the_thread_keeps_the_count_exact) {
+  std::atomic<bool> hold_middle{true};
+  start(4);
+  occupy();
+  for (int i = 0; i < chunk; i++) {
+    i == 4 ? post_held(hold_middle) : post();
+  }
+  post_many(4);
+  hold = false;
+  wait_until(probes[5].executed, 1);
+  EXPECT_EQ(count(), chunk - 5 + 4);
+  hold_middle = false;
+  wait_until(probes.back().freed, 1);
+  stop();
+}
+
+TEST_F(lyn_cmdq_posts, a_stop_within_a_chunk_discards_the_rest_of_it) {
   std::atomic<bool> hold_second{true};
-  run_to_second(batch, hold_second);
+  run_to_second(hold_second);
+  lyn_cmdq_shut(&gate);
   deinit_while_held(hold_second);
   for (size_t i = 0; i < probes.size(); i++) {
     EXPECT_EQ(probes[i].executed, i < 3) << i;
@@ -563,14 +641,12 @@ TEST_F(lyn_cmdq_batches, a_stop_within_a_batch_discards_the_rest_of_it) {
   expect_zeroed();
 }
 
-TEST_F(lyn_cmdq_batches, flushes_while_items_run_meet_each_item_once) {
-  constexpr size_t room = 64;
-  ASSERT_EQ(lyn_cmdq_init(&queue, 16), 0);
+TEST_F(lyn_cmdq_posts, flushes_while_commands_run_meet_each_command_once) {
+  start(16);
   for (int round = 0; round < 200; round++) {
-    probe_batch batch(room);
     const size_t first = probes.size();
-    for (size_t i = 0; i < room; i++) {
-      put(batch);
+    for (int i = 0; i < 64; i++) {
+      post();
       if (i % 16 == 15) {
         EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
       }
@@ -582,11 +658,49 @@ TEST_F(lyn_cmdq_batches, flushes_while_items_run_meet_each_item_once) {
   while (count() != 0) {
     std::this_thread::yield();
   }
-  EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+  stop();
   for (const probe &one : probes) {
     EXPECT_LE(one.executed, 1);
     EXPECT_EQ(one.freed, 1);
   }
+}
+
+TEST_F(lyn_cmdq_posts, a_command_may_post_and_release_itself) {
+  start();
+  static std::atomic<int> runs{0};
+  static lyn_cmdq_gate_t *to;
+  to = &gate;
+  auto *own = static_cast<lyn_cmd *>(malloc(sizeof(lyn_cmd)));
+  *own = {.execute_f =
+              [](lyn_cmd *cmd, void *) {
+                const probe_own none = {};
+                static lyn_cmd note = {
+                    .execute_f = [](lyn_cmd *, void *) { runs++; }, .free_f = nullptr, .data = nullptr};
+                EXPECT_EQ(lyn_cmdq_post(to, &note, &none), LYN_CMDQ_QUEUED);
+                free(cmd);
+              },
+          .free_f = nullptr,
+          .data = nullptr};
+  EXPECT_EQ(lyn_cmdq_enq(&queue, own), 0);
+  wait_until(runs, 1);
+  stop();
+}
+
+TEST_F(lyn_cmdq_posts, memory_follows_a_backlog_down) {
+  start(INT32_MAX);
+  occupy();
+  std::vector<probe> many(10000);
+  const size_t before = allocated();
+  for (probe &one : many) {
+    one.cmd = {.execute_f = probe_execute, .free_f = probe_free, .data = &one};
+    EXPECT_EQ(post(one), LYN_CMDQ_QUEUED);
+  }
+  const size_t full = allocated();
+  EXPECT_GT(full, before + many.size() * sizeof(lyn_cmdq_item_t));
+  EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
+  EXPECT_LT(allocated(), before + 16 * chunk * sizeof(lyn_cmdq_item_t));
+  hold = false;
+  stop();
 }
 
 /* Stopping */

@@ -4,35 +4,19 @@
  *
  * Sanitizer builds take the full numbers only where LYN_LONG is set.
  */
-#include <malloc.h>
-
 #include <atomic>
 #include <thread>
 
+#include "allocated.h"
 #include "delivered.h"
 #include "lyn_event.h"
 #include "nas_service_v01.h"
 #include "sim_board.h"
 #include "sim_message.h"
 
-#if defined(__SANITIZE_ADDRESS__)
-#define FLOOD_ASAN 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define FLOOD_ASAN 1
-#endif
-#endif
-#ifndef FLOOD_ASAN
-#define FLOOD_ASAN 0
-#endif
-#if FLOOD_ASAN
-// The compiler's header for it is not always installed. NOLINTNEXTLINE(bugprone-reserved-identifier)
-extern "C" size_t __sanitizer_get_current_allocated_bytes();
-#endif
-
 namespace {
 
-#if FLOOD_ASAN || defined(__SANITIZE_THREAD__)
+#if ALLOCATED_ASAN || defined(__SANITIZE_THREAD__)
 constexpr bool slow_build = true;
 #else
 constexpr bool slow_build = false;
@@ -41,15 +25,6 @@ constexpr bool slow_build = false;
 bool full() {
   const char *wanted = getenv("LYN_LONG");
   return !slow_build || (wanted != nullptr && *wanted != '\0');
-}
-
-size_t allocated() {
-#if FLOOD_ASAN
-  return __sanitizer_get_current_allocated_bytes();
-#else
-  const struct mallinfo2 info = mallinfo2();
-  return info.uordblks + info.hblkhd;
-#endif
 }
 
 template <typename Done>
@@ -252,6 +227,100 @@ TEST(lyn_event_flood, a_stop_while_events_pour_in_returns_and_nothing_is_deliver
   EXPECT_GT(queued, 0U);
   EXPECT_GT(refused, 0U);
   EXPECT_EQ(other, 0U);
+}
+
+/* Callers against a flood */
+
+/** The module as callers share it; 0 while it is down. */
+std::atomic<ox_lyn_hndl_t> shared_hndl{0};
+
+/** Whether a caller may meet this status while others bring the module up and down. */
+bool is_stated(int32_t status) {
+  return status == OX_LYN_SUCCESS || status == OX_LYN_ERR_INVALID_PARAM || status == OX_LYN_ERR_NOT_INITIALIZED;
+}
+
+/** Every operation but init and deinit, in turn. */
+void call_everything(const std::atomic<bool> &done, std::atomic<size_t> *calls) {
+  while (!done) {
+    const ox_lyn_hndl_t hndl = shared_hndl;
+    ox_lyn_dm_info_t info = {};
+    info.record_type = OX_LYN_RECORD_GET_E;
+    info.metric = OX_LYN_GET_REG_STATUS_E;
+    ox_lyn_dm_info_t list[2] = {info, info};
+    ox_lyn_dm_ctrl_info_t control = {};
+    control.control = OX_LYN_SET_NR5G_DEPRIORITIZE_E;
+    uint32_t count = 0, indications[16] = {}, one = OX_LYN_IND_REG_STATUS_E;
+    const int32_t statuses[] = {
+        ox_lyn_get_info(hndl, &info),        ox_lyn_get_info_list(hndl, list, 2),
+        ox_lyn_set_info(hndl, &control),     subscribe(hndl, OX_LYN_IND_REG_STATUS_E, 0),
+        ox_lyn_get_ind_count(hndl, &count),  ox_lyn_get_ind_list(hndl, indications, std::size(indications)),
+        ox_lyn_clear_ind_list(hndl, &one, 1)};
+    for (const int32_t status : statuses)
+      EXPECT_TRUE(is_stated(status)) << status;
+    *calls += std::size(statuses);
+  }
+}
+
+/** Four callers of every operation, for as long as it lives. */
+struct four_callers {
+  std::atomic<bool> done{false};
+  std::atomic<size_t> calls{0};
+  std::vector<std::thread> threads;
+
+  four_callers() {
+    for (int i = 0; i < 4; i++)
+      threads.emplace_back([this] { call_everything(done, &calls); });
+  }
+  ~four_callers() {
+    done = true;
+    for (std::thread &thread : threads)
+      thread.join();
+    EXPECT_GT(calls, 0U);
+  }
+  four_callers(const four_callers &) = delete;
+  four_callers &operator=(const four_callers &) = delete;
+};
+
+TEST(lyn_event_flood, a_hundred_thousand_events_and_four_callers_of_every_operation_keep_nobody_waiting) {
+  constexpr size_t events = 100000;
+  ASSERT_EQ(sim_board_load("[board]\nnoise_db = 0\n"), "");
+  counts.signals = 0;
+  life_run run;
+  run.up();
+  shared_hndl = run.hndl;
+  {
+    const four_callers callers;
+    for (size_t i = 0; i < events; i++)
+      ASSERT_EQ(lyn_post_async_event(LYN_EVENT_INSTALL_STATUS, posted_copy(yrp_nas_install_status_ind_t{1, 2})), 0);
+    EXPECT_TRUE(wait_until([] { return counts.signals >= events; }));
+  }
+  shared_hndl = 0;
+  run.down();
+  EXPECT_GE(counts.signals, events);
+}
+
+TEST(lyn_event_flood, a_thousand_register_deregister_cycles_under_a_flood_and_four_callers_never_hang) {
+  ASSERT_EQ(sim_board_load("[board]\nnoise_db = 0\n"), "");
+  counts.after_stop = 0;
+  std::atomic<bool> done{false};
+  std::thread producer([&done] {
+    while (!done) {
+      if (lyn_post_async_event(LYN_EVENT_QOS_FLOW, posted_copy(ox_lyn_qos_flow_t{1, 2, 3})) != OX_LYN_SUCCESS)
+        std::this_thread::yield();
+    }
+  });
+  {
+    const four_callers callers;
+    life_run run;
+    for (int cycle = 0; cycle < 1000; cycle++) {
+      run.up();
+      shared_hndl = run.hndl;
+      run.down();
+    }
+  }
+  done = true;
+  producer.join();
+  EXPECT_EQ(counts.after_stop, 0U);
 }
 
 }  // namespace

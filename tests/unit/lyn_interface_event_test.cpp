@@ -259,7 +259,7 @@ TEST_F(lyn_interface_event, an_unknown_event_is_logged_and_freed) {
 
 TEST_F(lyn_interface_event, a_command_without_data_is_refused) {
   lyn_cmd cmd = {};
-  yrp_async_data no_block = {.msg_id = LYN_EVENT_SYS_INFO, .place = 0, .msg_data = nullptr};
+  yrp_async_data no_block = {.msg_id = LYN_EVENT_SYS_INFO, .msg_data = nullptr};
   lyn_process_async_event(nullptr, &no_block);
   lyn_process_async_event(&cmd, nullptr);
   lyn_process_async_event(&cmd, &no_block);
@@ -394,7 +394,7 @@ TEST_F(lyn_interface_event_down, an_event_that_runs_on_a_module_that_is_down_is_
   diag_log_take();
   lyn_cmd cmd = {};
   uint32_t status = 5;
-  yrp_async_data event = {.msg_id = LYN_EVENT_SYS_INFO, .place = 0, .msg_data = &status};
+  yrp_async_data event = {.msg_id = LYN_EVENT_SYS_INFO, .msg_data = &status};
   lyn_process_async_event(&cmd, &event);
   EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("Device Manager module is not initialized!!"));
 }

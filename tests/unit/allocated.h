@@ -1,0 +1,35 @@
+/*
+ * How much memory the program holds, with and without the address sanitizer's own heap.
+ */
+#ifndef ALLOCATED_H
+#define ALLOCATED_H
+
+#include <malloc.h>
+#include <stddef.h>
+
+#if defined(__SANITIZE_ADDRESS__)
+#define ALLOCATED_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define ALLOCATED_ASAN 1
+#endif
+#endif
+#ifndef ALLOCATED_ASAN
+#define ALLOCATED_ASAN 0
+#endif
+#if ALLOCATED_ASAN
+// The compiler's header for it is not always installed. NOLINTNEXTLINE(bugprone-reserved-identifier)
+extern "C" size_t __sanitizer_get_current_allocated_bytes();
+#endif
+
+/** Octets in blocks that were not freed, of all threads. */
+inline size_t allocated() {
+#if ALLOCATED_ASAN
+  return __sanitizer_get_current_allocated_bytes();
+#else
+  const struct mallinfo2 info = mallinfo2();
+  return info.uordblks + info.hblkhd;
+#endif
+}
+
+#endif
