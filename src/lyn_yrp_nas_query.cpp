@@ -439,10 +439,10 @@ int32_t lyn_yrp_nas_get_cphy_ca_info(lyn_nas_ca_info_t *get_cphy_ca_info) {
 
 /* RF bandwidths (49) */
 
-/** Both radios are read into the same fields: a valid NR 5G list replaces the LTE one. */
+/** Both radios are read into the same fields: an NR 5G list replaces the LTE one, unless it is not valid or empty. */
 static void lyn_nas_read_bandwidths(uint8_t valid, uint32_t len, const uint32_t (&codes)[YRP_NAS_RF_BAND_MAX],
                                     lyn_nas_log_entry_fn log_bandwidth, lyn_nas_rf_bw_info_t &rf_bw) {
-  if (valid == 0) {
+  if (valid == 0 || len == 0) {
     return;
   }
   rf_bw = {};
