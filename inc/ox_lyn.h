@@ -670,7 +670,8 @@ int32_t ox_lyn_get_info_list(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info_list,
  *
  * OX_LYN_SUCCESS            done
  * OX_LYN_ERR_INVALID_PARAM  bad handle, null record, null ptr (controls 3, 4, 6, 7, 8), a sub-carrier spacing outside
- *                           0 to 5 (4, 6, 8), more than 16 frequencies (6, 8)
+ *                           0 to 5 of the locked cell or of an entry that is sent (4, 6, 8), more than 16 frequencies
+ *                           (6, 8)
  * OX_LYN_ERR_NOT_INITIALIZED  the module is down
  * OX_LYN_ERR_NOT_SUPPORTED  control outside 1 to 8
  * OX_LYN_ERR_NO_MEMORY      a request buffer could not be allocated

@@ -82,13 +82,16 @@ typedef union {
 
 typedef lyn_nas_exchange_t<lyn_nas_lock_req_t, yrp_nas_resp_t> lyn_nas_lock_exchange_t;
 
+/** Only the spacings that the request takes from the record: of the cell or, where none is named, of the list. */
 static bool lyn_nas_lock_in_range(const lyn_nas_cell_lock_req_t &lock) {
+  if (lock.cell_identity_valid != 0) {
+    return lyn_nas_scs_known(lock.scs);
+  }
   const uint32_t len =
       lock.arfcn_list_valid != 0 ? lyn_nas_clamp(lock.arfcn_list_len, lock.arfcn_list, lock.arfcn_list) : 0;
-  return lyn_nas_scs_known(lock.scs) &&
-         std::all_of(lock.arfcn_list, lock.arfcn_list + len, [](const ox_lyn_nr5g_lock_arfcn_t &entry) {
-           return lyn_nas_scs_known(static_cast<uint32_t>(entry.scs));
-         });
+  return std::all_of(lock.arfcn_list, lock.arfcn_list + len, [](const ox_lyn_nr5g_lock_arfcn_t &entry) {
+    return lyn_nas_scs_known(static_cast<uint32_t>(entry.scs));
+  });
 }
 
 /** Cells beyond the record's room are not sent. */
