@@ -194,7 +194,7 @@ static int32_t lyn_give_mcs(lyn_get_t *get, lyn_block_t<ox_lyn_mcs_t> mcs) {
 
 template <class Radio>
 static lyn_block_t<ox_lyn_mcs_t> lyn_new_mcs(const Radio &radio) {
-  lyn_block_t<ox_lyn_mcs_t> mcs = lyn_new_block<ox_lyn_mcs_t>();
+  lyn_block_t<ox_lyn_mcs_t> mcs = lyn_new_block<ox_lyn_mcs_t>(LYN_LOG_ERROR_HERE);
   if (mcs) {
     memcpy(mcs->dl_mod, radio.dl_mod, sizeof(mcs->dl_mod));
     memcpy(mcs->ul_mod, radio.ul_mod, sizeof(mcs->ul_mod));
@@ -222,7 +222,7 @@ static int32_t lyn_put_nr5g_mcs(const lyn_answer_t &answer, lyn_get_t *get) {
 
 /** Deliberate: a failed allocation reports success and leaves the module locked, so every later operation blocks. */
 static int32_t lyn_put_endc(const lyn_answer_t &answer, lyn_get_t *get) {
-  lyn_block_t<ox_lyn_endc_mode_t> mode = lyn_new_block<ox_lyn_endc_mode_t>();
+  lyn_block_t<ox_lyn_endc_mode_t> mode = lyn_new_block<ox_lyn_endc_mode_t>(LYN_LOG_ERROR_HERE);
   if (!mode) {
     get->keep_lock = true;
     return OX_LYN_SUCCESS;

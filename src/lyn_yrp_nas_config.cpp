@@ -60,7 +60,7 @@ static int32_t lyn_nas_configure(const Record *record, const lyn_nas_config_t<Re
     return OX_LYN_ERR_INVALID_PARAM;
   }
   lyn_nas_exchange_t<Req, Resp> exchange;
-  if (!lyn_nas_alloc_logged(exchange)) {
+  if (!lyn_nas_alloc_logged(exchange, LYN_LOG_ERROR_HERE)) {
     return OX_LYN_ERR_NO_MEMORY;
   }
   const int32_t filled = config.fill(*record, *exchange.req);
@@ -188,7 +188,7 @@ int32_t lyn_yrp_nas_set_cell_lock_list(const lyn_nas_cell_lock_req_t *cell_lock_
     return OX_LYN_ERR_INVALID_PARAM;
   }
   lyn_nas_lock_exchange_t exchange;
-  if (!lyn_nas_alloc_logged(exchange)) {
+  if (!lyn_nas_alloc_logged(exchange, LYN_LOG_ERROR_HERE)) {
     return OX_LYN_ERR_NO_MEMORY;
   }
   const uint32_t network_status = lyn_nas_network_status;
@@ -336,7 +336,7 @@ int32_t lyn_yrp_nas_incremental_scan(uint32_t lte_scan_request, uint8_t *lte_sca
     return OX_LYN_ERR_INVALID_PARAM;
   }
   lyn_nas_exchange_t<yrp_nas_incremental_scan_req_t, yrp_nas_resp_t> exchange;
-  if (!lyn_nas_alloc_logged(exchange)) {
+  if (!lyn_nas_alloc_logged(exchange, LYN_LOG_ERROR_HERE)) {
     return OX_LYN_ERR_NO_MEMORY;
   }
   lyn_nas_set_flag(lte_scan_ongoing, 0);

@@ -820,6 +820,15 @@ TEST_F(lyn_yrp_nas_query, network_status_follows_from_both_radios_with_nr5g_serv
   }
 }
 
+TEST_F(lyn_yrp_nas_query, system_information_is_logged_as_of_the_query) {
+  for (const char *nr5g_state : {"service", "limited"}) {
+    ASSERT_EQ(sim_board_load(std::string("[sys_info]\nnr5g = \"") + nr5g_state + "\"\n"), "");
+    diag_log_take();
+    ASSERT_EQ(query_named("sys_info").ask(false).status, 0);
+    EXPECT_THAT(diag_log_placed(), testing::Each(testing::StartsWith("HIGH lyn_yrp_nas_query.cpp ")));
+  }
+}
+
 TEST_F(lyn_yrp_nas_query, system_information_changes_the_radios_that_are_asked_only_with_its_update_flag) {
   board(5);
   metric_board(7);
