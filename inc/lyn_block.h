@@ -5,7 +5,7 @@
  * between two uses, for blocks that their user never releases: it is used, zeroed, the next time instead of allocating,
  * so memory stays bounded and nothing is lost.
  *
- *   auto event = lyn_new_block<ox_lyn_qos_flow_t>();
+ *   auto event = lyn_new_block<ox_lyn_qos_flow_t>(LYN_LOG_ERROR_HERE);
  *   if (!event) return;
  *   lyn_post_async_event(LYN_EVENT_QOS_FLOW, event.release());  // the queue's from here on
  *
@@ -59,12 +59,12 @@ lyn_block_t<T> lyn_zeroed_block() {
   }
 }
 
-/** A zeroed block; null, and logged, when the allocation fails. */
+/** A zeroed block; null, and logged as of the caller's `place`, when the allocation fails. */
 template <class T>
-lyn_block_t<T> lyn_new_block() {
+lyn_block_t<T> lyn_new_block(const diag_msg_record_t *place) {
   lyn_block_t<T> block = lyn_zeroed_block<T>();
   if (!block)
-    LYN_LOG_ERROR("Memory allocation failure");
+    LYN_LOG_OF(place, "Memory allocation failure");
   return block;
 }
 

@@ -7,6 +7,10 @@
  * a failure is logged once, where it is known best.
  *
  *   LYN_LOG_ERROR("Retrieving YRP NAS service list failed with status[%d]", status);
+ *
+ * A record names a source file: a function of a header takes the record of its caller's place and logs with LYN_LOG_OF.
+ *
+ *   auto event = lyn_new_block<ox_lyn_qos_flow_t>(LYN_LOG_ERROR_HERE);
  */
 #ifndef LYN_LOG_H
 #define LYN_LOG_H
@@ -138,17 +142,39 @@ template <class... Arguments>
 
 #define LYN_LOG_FIRST(first, ...) first
 
+/** The record of the place where it stands. */
+#define LYN_LOG_RECORD(mask) \
+  static constexpr diag_msg_record_t lyn_log_record = {LYN_LOG_SUBSYSTEM, mask, "%s", __FILE_NAME__, __LINE__}
+
 /** alignas(1): without it a program takes up to 31 octets more, as the compiler aligns arrays of that size. */
-#define LYN_LOG_AT(mask, ...)                                                                                     \
-  do {                                                                                                            \
-    static constexpr diag_msg_record_t lyn_log_record = {LYN_LOG_SUBSYSTEM, mask, "%s", __FILE_NAME__, __LINE__}; \
-    alignas(1) static constexpr auto lyn_log_program = lyn_log_compile(LYN_LOG_FIRST(__VA_ARGS__, ));             \
-    static_cast<void>(sizeof(lyn_log_check(__VA_ARGS__))),                                                        \
-        lyn_log_write(&lyn_log_record, lyn_log_program.data(), __VA_ARGS__);                                      \
+#define LYN_LOG_TEXT(record, ...)                                                                   \
+  alignas(1) static constexpr auto lyn_log_program = lyn_log_compile(LYN_LOG_FIRST(__VA_ARGS__, )); \
+  static_cast<void>(sizeof(lyn_log_check(__VA_ARGS__))), lyn_log_write(record, lyn_log_program.data(), __VA_ARGS__)
+
+#define LYN_LOG_AT(mask, ...)                   \
+  do {                                          \
+    LYN_LOG_RECORD(mask);                       \
+    LYN_LOG_TEXT(&lyn_log_record, __VA_ARGS__); \
   } while (0)
 
 #define LYN_LOG_HIGH(...) LYN_LOG_AT(DIAG_LEVEL_HIGH, __VA_ARGS__)
 #define LYN_LOG_ERROR(...) LYN_LOG_AT(DIAG_LEVEL_ERROR, __VA_ARGS__)
+
+/** The same with a record that was handed in. */
+#define LYN_LOG_OF(record, ...)        \
+  do {                                 \
+    LYN_LOG_TEXT(record, __VA_ARGS__); \
+  } while (0)
+
+#define LYN_LOG_HERE(mask)             \
+  ([]() -> const diag_msg_record_t * { \
+    LYN_LOG_RECORD(mask);              \
+    return &lyn_log_record;            \
+  }())
+
+/** Address of the record of this place, to be handed to a function of a header. */
+#define LYN_LOG_HIGH_HERE LYN_LOG_HERE(DIAG_LEVEL_HIGH)
+#define LYN_LOG_ERROR_HERE LYN_LOG_HERE(DIAG_LEVEL_ERROR)
 
 /** A handle as "%p" shows it: "(nil)" for 0. */
 inline const void *lyn_log_handle(uint32_t hndl) {

@@ -158,7 +158,10 @@ typedef struct {
 
 /* Life cycle and service events */
 
-/** Connect; waits without limit until the modem offers the service. 0 when connected already. */
+/**
+ * Connect; waits without limit until the modem offers the service. 0 when connected already. Behind a release that
+ * failed half way only what is missing is made.
+ */
 int32_t lyn_yrp_nas_init(void);
 
 /** Step of lyn_yrp_nas_init: create the client and register for indications 78, 278, 334 and 335 (message 3). */

@@ -635,7 +635,7 @@ int32_t ox_lyn_deinit(ox_lyn_hndl_t hndl);
  * OX_LYN_ERR_NOT_SUPPORTED        metric outside 1 to 53
  * OX_LYN_ERR_INFO_UNAVAILABLE     the modem has no such value (metrics 2 to 21, 33, 34)
  * OX_LYN_ERR_BUSY                 metrics 22 to 32: a neighbour scan of either radio runs; 48, 49: a test runs;
- *                                 50, 51: a request of the same kind runs
+ *                                 50, 51: a request of the same kind runs; ptr is looked at only behind that
  * OX_LYN_ERR_NO_MEMORY            a request buffer could not be allocated
  * OX_LYN_ERR_FAILURE              the modem refused or did not answer, the location service is not ready (50, 51), ptr
  *                                 is null (50, 51), a result block could not be allocated, or the uplink list is
@@ -670,7 +670,8 @@ int32_t ox_lyn_get_info_list(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info_list,
  *
  * OX_LYN_SUCCESS            done
  * OX_LYN_ERR_INVALID_PARAM  bad handle, null record, null ptr (controls 3, 4, 6, 7, 8), a sub-carrier spacing outside
- *                           0 to 5 (4, 6, 8), more than 16 frequencies (6, 8)
+ *                           0 to 5 of the locked cell or of an entry that is sent (4, 6, 8), more than 16 frequencies
+ *                           (6, 8)
  * OX_LYN_ERR_NOT_INITIALIZED  the module is down
  * OX_LYN_ERR_NOT_SUPPORTED  control outside 1 to 8
  * OX_LYN_ERR_NO_MEMORY      a request buffer could not be allocated

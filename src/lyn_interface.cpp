@@ -86,7 +86,7 @@ int32_t ox_lyn_init(ox_lyn_hndl_t *hndl, uint32_t user_data, ox_lyn_user_cb_fn u
   }
   if (!lyn_log_init())
     perror("Diag initialization failed!!");
-  if (lyn_state.cmdq.head != nullptr)  // left alive by a teardown that failed half way
+  if (lyn_state.cmdq.head != nullptr)  // left by a teardown that failed half way, with or without a thread
     lyn_cmdq_deinit(&lyn_state.cmdq);
   lyn_wipe_state();
   const int32_t status = lyn_init_clients();

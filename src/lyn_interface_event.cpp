@@ -23,7 +23,7 @@ using lyn_record_t = lyn_block_t<ox_lyn_dm_info_t>;
 
 /** A callback record without value, or null when there is no memory: that delivery is skipped. */
 static lyn_record_t lyn_new_record(uint32_t record_type, uint32_t id, uint32_t value_type) {
-  lyn_record_t record = lyn_new_block<ox_lyn_dm_info_t>();
+  lyn_record_t record = lyn_new_block<ox_lyn_dm_info_t>(LYN_LOG_ERROR_HERE);
   if (record) {
     record->record_type = record_type;
     record->metric = id;
@@ -62,7 +62,7 @@ static void lyn_deliver_block(uint32_t record_type, uint32_t id, uint32_t value_
 /** Deliver a new copy of a posted block. */
 template <class T>
 static void lyn_deliver_copy(uint32_t record_type, uint32_t id, uint32_t value_type, const T &posted) {
-  lyn_block_t<T> copy = lyn_new_block<T>();
+  lyn_block_t<T> copy = lyn_new_block<T>(LYN_LOG_ERROR_HERE);
   if (copy)
     *copy = posted;
   lyn_deliver_block(record_type, id, value_type, std::move(copy));
@@ -238,7 +238,7 @@ static void lyn_deliver_scan(uint32_t async, uint32_t value_type, const yrp_nas_
   if (!record)
     return;
   if (msg.scan_status == 0) {
-    lyn_block_t<Info> info = lyn_new_block<Info>();
+    lyn_block_t<Info> info = lyn_new_block<Info>(LYN_LOG_ERROR_HERE);
     if (!info)
       return;
     fill(info.get(), msg, item);
@@ -333,7 +333,7 @@ static constexpr uint32_t lyn_pps_modes[] = {1, 2, 3, 0};
 
 static void lyn_event_pps(const void *data) {
   const auto &msg = *static_cast<const yrp_nas_pps_ind_t *>(data);
-  lyn_block_t<ox_lyn_pps_ind_t> pps = lyn_new_block<ox_lyn_pps_ind_t>();
+  lyn_block_t<ox_lyn_pps_ind_t> pps = lyn_new_block<ox_lyn_pps_ind_t>(LYN_LOG_ERROR_HERE);
   if (!pps)
     return;
   pps->position_index = msg.position_index;
@@ -358,7 +358,7 @@ static void lyn_log_install_freq(const ox_lyn_install_freq_list_t &list, const o
 
 static void lyn_event_install_freq(const void *data) {
   const auto &msg = *static_cast<const yrp_nas_install_freq_ind_t *>(data);
-  lyn_block_t<ox_lyn_install_freq_list_t> list = lyn_new_block<ox_lyn_install_freq_list_t>();
+  lyn_block_t<ox_lyn_install_freq_list_t> list = lyn_new_block<ox_lyn_install_freq_list_t>(LYN_LOG_ERROR_HERE);
   if (!list)
     return;
   list->count = static_cast<uint16_t>(lyn_clamp(msg.freq_len, std::size(list->entries)));
@@ -405,7 +405,7 @@ static bool lyn_copy_locations(ox_lyn_loc_batch_t *copy, const ox_lyn_loc_batch_
 
 static void lyn_event_batch(const void *data) {
   const auto &posted = *static_cast<const ox_lyn_loc_batch_t *>(data);
-  lyn_block_t<ox_lyn_loc_batch_t> copy = lyn_new_block<ox_lyn_loc_batch_t>();
+  lyn_block_t<ox_lyn_loc_batch_t> copy = lyn_new_block<ox_lyn_loc_batch_t>(LYN_LOG_ERROR_HERE);
   if (!copy)
     return;
   copy->status = posted.status;

@@ -40,7 +40,7 @@ typedef struct {
 /** One row of the catalogue: either `query` and `convert`, or `handle`. */
 struct lyn_metric_row_t {
   uint32_t metric;
-  bool needs_ptr = false; /**< a null ptr is refused */
+  bool needs_ptr = false; /**< a null ptr is refused before anything else */
   int32_t (*query)(lyn_answer_t *answer, const lyn_get_t &get) = nullptr;
   int32_t (*convert)(const lyn_answer_t &answer, lyn_get_t *get) = nullptr;
   const char *unavailable = nullptr; /**< logged when the conversion finds the item missing */
@@ -194,7 +194,7 @@ static int32_t lyn_give_mcs(lyn_get_t *get, lyn_block_t<ox_lyn_mcs_t> mcs) {
 
 template <class Radio>
 static lyn_block_t<ox_lyn_mcs_t> lyn_new_mcs(const Radio &radio) {
-  lyn_block_t<ox_lyn_mcs_t> mcs = lyn_new_block<ox_lyn_mcs_t>();
+  lyn_block_t<ox_lyn_mcs_t> mcs = lyn_new_block<ox_lyn_mcs_t>(LYN_LOG_ERROR_HERE);
   if (mcs) {
     memcpy(mcs->dl_mod, radio.dl_mod, sizeof(mcs->dl_mod));
     memcpy(mcs->ul_mod, radio.ul_mod, sizeof(mcs->ul_mod));
@@ -222,7 +222,7 @@ static int32_t lyn_put_nr5g_mcs(const lyn_answer_t &answer, lyn_get_t *get) {
 
 /** Deliberate: a failed allocation reports success and leaves the module locked, so every later operation blocks. */
 static int32_t lyn_put_endc(const lyn_answer_t &answer, lyn_get_t *get) {
-  lyn_block_t<ox_lyn_endc_mode_t> mode = lyn_new_block<ox_lyn_endc_mode_t>();
+  lyn_block_t<ox_lyn_endc_mode_t> mode = lyn_new_block<ox_lyn_endc_mode_t>(LYN_LOG_ERROR_HERE);
   if (!mode) {
     get->keep_lock = true;
     return OX_LYN_SUCCESS;
@@ -337,6 +337,8 @@ enum { LYN_IPV4 = 4, LYN_IPV6 = 6 };
 static int32_t lyn_handle_mtpe(lyn_get_t *get) {
   if (lyn_state.mtpe_ongoing != 0)
     return OX_LYN_ERR_BUSY;
+  if (get->info->value.ptr == nullptr)
+    return OX_LYN_ERR_INVALID_PARAM;
   lyn_state.mtpe_req = *static_cast<const ox_lyn_mtpe_req_t *>(get->info->value.ptr);
   if (lyn_oxmap_configure_mtpe(&lyn_state.mtpe_req) == 0)
     lyn_state.mtpe_ongoing = 1;
@@ -486,8 +488,8 @@ static constexpr lyn_metric_row_t lyn_metric_rows[] = {
     {.metric = OX_LYN_GET_MTPE_SERVER_CONFIG_E,
      .needs_ptr = true,
      .handle = [](lyn_get_t *get) { return lyn_oxmap_get_mtpe_test_info(get->info); }},
-    {.metric = OX_LYN_GET_MTPE_LTE_INFO_E, .needs_ptr = true, .handle = lyn_handle_mtpe},
-    {.metric = OX_LYN_GET_MTPE_NR5G_INFO_E, .needs_ptr = true, .handle = lyn_handle_mtpe},
+    {.metric = OX_LYN_GET_MTPE_LTE_INFO_E, .handle = lyn_handle_mtpe},
+    {.metric = OX_LYN_GET_MTPE_NR5G_INFO_E, .handle = lyn_handle_mtpe},
     {.metric = OX_LYN_GET_LOC_SINGLE_SHOT_E, .handle = lyn_handle_single_shot},
     {.metric = OX_LYN_GET_LOC_ROUTINE_BATCHING_E, .handle = lyn_handle_batching},
     {.metric = OX_LYN_GET_IPV4_QOS_TFT_E,

@@ -160,7 +160,7 @@ int32_t lyn_oxmap_configure_mtpe(const ox_lyn_mtpe_req_t *req) {
   if (req == nullptr) {
     return -1;
   }
-  auto status = lyn_new_block<ox_lyn_mtpe_status_t>();
+  auto status = lyn_new_block<ox_lyn_mtpe_status_t>(LYN_LOG_ERROR_HERE);
   if (!status) {
     return -1;
   }
@@ -198,7 +198,7 @@ int32_t lyn_oxmap_get_mtpe_test_info(ox_lyn_dm_info_t *dm_info) {
     return -1;
   }
   LYN_LOG_HIGH("Configured Bandwidth(kbps): %d \n Supported MTU: %d", info.bandwidth_kbps, info.mtu);
-  auto config = lyn_new_block<ox_lyn_mtpe_server_config_t>();
+  auto config = lyn_new_block<ox_lyn_mtpe_server_config_t>(LYN_LOG_ERROR_HERE);
   if (!config) {
     return -1;
   }
@@ -235,7 +235,7 @@ int32_t lyn_oxmap_get_wwan_stats(uint32_t ip_family, ox_lyn_dm_info_t *dm_info) 
   if (dm_info == nullptr) {
     return -1;
   }
-  auto wwan_stats = lyn_new_block<ox_lyn_wwan_stats_t>();
+  auto wwan_stats = lyn_new_block<ox_lyn_wwan_stats_t>(LYN_LOG_ERROR_HERE);
   if (!wwan_stats || !lyn_oxmap_select_profile(static_cast<uint32_t>(dm_info->value.i64))) {
     return -1;
   }
@@ -363,11 +363,11 @@ static void lyn_oxmap_take_status(const oxmap_mtpe_status_ind_t &ind, ox_lyn_mtp
 
 static void lyn_oxmap_on_mtpe_status(const lyn_oxmap_ind &ind) {
   printf("Modem Throughput Configuration successfull");  // deliberate: at every status
-  auto message = lyn_new_block<oxmap_mtpe_status_ind_t>();
+  auto message = lyn_new_block<oxmap_mtpe_status_ind_t>(LYN_LOG_ERROR_HERE);
   if (!message) {
     return;
   }
-  auto status = lyn_new_block<ox_lyn_mtpe_status_t>();
+  auto status = lyn_new_block<ox_lyn_mtpe_status_t>(LYN_LOG_ERROR_HERE);
   if (!status) {
     printf("SRS memory init failed");
     return;
@@ -389,11 +389,11 @@ static uint32_t lyn_oxmap_qci_of(uint32_t platform_qci) {
 
 static void lyn_oxmap_on_qos_flow(const lyn_oxmap_ind &ind) {
   LYN_LOG_HIGH("Received Indication for QOS FLOW \n");
-  auto message = lyn_new_block<oxmap_qos_flow_ind_t>();
+  auto message = lyn_new_block<oxmap_qos_flow_ind_t>(LYN_LOG_ERROR_HERE);
   if (!message) {
     return;
   }
-  auto flow = lyn_new_block<ox_lyn_qos_flow_t>();
+  auto flow = lyn_new_block<ox_lyn_qos_flow_t>(LYN_LOG_ERROR_HERE);
   if (!flow) {
     return;
   }

@@ -4,6 +4,9 @@
  *
  * Connecting waits until the modem offers the service. The notifier watches the service and reports a restart of the
  * modem; nothing is connected or registered again then, that is for whoever receives the event.
+ *
+ * A handle that the library refuses to release stays, with what it is registered for. Connecting again makes what is
+ * missing and nothing twice.
  */
 #include "lyn_event.h"
 #include "lyn_yrp_nas_priv.h"
@@ -13,6 +16,10 @@ constinit std::atomic<uint32_t> lyn_nas_network_status{OX_LYN_REG_NO_SERVICE_E};
 
 static yrp_client_type yrp_nas_notifier = nullptr;
 static yrp_client_os_params yrp_nas_os_params;
+
+/** What the handles are for, guarded as they are: the notifier calls back, the client is sent its indications. */
+static bool yrp_nas_watched = false;
+static bool yrp_nas_registered = false;
 
 /** Time-out of connecting and of every request. */
 static constexpr unsigned int LYN_NAS_TIMEOUT_MS = 50000;
@@ -91,6 +98,7 @@ static int32_t lyn_nas_register_at_start(lyn_nas_register_exchange_t &exchange) 
   if (status != OX_LYN_SUCCESS) {
     return status;
   }
+  yrp_nas_registered = true;
   LYN_LOG_HIGH("YRP NAS indication register request successful - sys_info[true]");
   LYN_LOG_HIGH("NAS service successfully initialized!");
   return OX_LYN_SUCCESS;
@@ -193,8 +201,23 @@ void lyn_yrp_nas_svc_notify_cb(yrp_client_type, yrp_service_object_type, int32_t
 
 /* Connecting */
 
-int32_t lyn_yrp_nas_client_init(void) {
+static int32_t lyn_nas_open_client(yrp_service_object_type service) {
   if (yrp_nas_clnt_handle != nullptr) {
+    return OX_LYN_SUCCESS;
+  }
+  static yrp_client_os_params os_params;  // static: the library may signal it for as long as the client lives
+  os_params = {};
+  const int32_t status = yrp_client_init_instance(service, YRP_INSTANCE_ANY, lyn_yrp_nas_ind_cb, nullptr, &os_params,
+                                                  LYN_NAS_TIMEOUT_MS, &yrp_nas_clnt_handle);
+  if (status != YRP_NO_ERR) {
+    LYN_LOG_ERROR("YRP NAS client initialization failed with status[%d]", status);
+    return OX_LYN_ERR_FAILURE;
+  }
+  return OX_LYN_SUCCESS;
+}
+
+int32_t lyn_yrp_nas_client_init(void) {
+  if (yrp_nas_registered) {
     LYN_LOG_HIGH("YRP NAS client module already initialized");
     return OX_LYN_SUCCESS;
   }
@@ -208,15 +231,8 @@ int32_t lyn_yrp_nas_client_init(void) {
     LYN_LOG_ERROR("YRP NAS service object not available");
     return OX_LYN_ERR_FAILURE;
   }
-  static yrp_client_os_params os_params;  // static: the library may signal it for as long as the client lives
-  os_params = {};
-  const int32_t status = yrp_client_init_instance(service, YRP_INSTANCE_ANY, lyn_yrp_nas_ind_cb, nullptr, &os_params,
-                                                  LYN_NAS_TIMEOUT_MS, &yrp_nas_clnt_handle);
-  if (status != YRP_NO_ERR) {
-    LYN_LOG_ERROR("YRP NAS client initialization failed with status[%d]", status);
-    return OX_LYN_ERR_FAILURE;
-  }
-  return lyn_nas_register_at_start(exchange);
+  const int32_t opened = lyn_nas_open_client(service);
+  return opened == OX_LYN_SUCCESS ? lyn_nas_register_at_start(exchange) : opened;
 }
 
 /** Wait, without limit, until the service is offered. Returns how many instances offer it. */
@@ -248,6 +264,31 @@ static int32_t lyn_nas_list_services(yrp_service_object_type service, unsigned i
   return OX_LYN_SUCCESS;
 }
 
+static int32_t lyn_nas_open_notifier(yrp_service_object_type service) {
+  if (yrp_nas_notifier != nullptr) {
+    return OX_LYN_SUCCESS;
+  }
+  const int32_t status = yrp_client_notifier_init(service, &yrp_nas_os_params, &yrp_nas_notifier);
+  if (status != YRP_NO_ERR) {
+    LYN_LOG_ERROR("Initializing notifier with a service object failed with status[%d]", status);
+    return OX_LYN_ERR_FAILURE;
+  }
+  return OX_LYN_SUCCESS;
+}
+
+static int32_t lyn_nas_watch_service() {
+  if (yrp_nas_watched) {
+    return OX_LYN_SUCCESS;
+  }
+  const int32_t status = yrp_client_register_notify_cb(yrp_nas_notifier, lyn_yrp_nas_svc_notify_cb, nullptr);
+  if (status != YRP_NO_ERR) {
+    LYN_LOG_ERROR("Registering callback for YRP NAS service events failed with status[%d]", status);
+    return OX_LYN_ERR_FAILURE;
+  }
+  yrp_nas_watched = true;
+  return OX_LYN_SUCCESS;
+}
+
 /** Every step of connecting; on failure the handles are left for the caller to release. */
 static int32_t lyn_nas_connect() {
   yrp_service_object_type service = lyn_nas_service_object();
@@ -255,55 +296,37 @@ static int32_t lyn_nas_connect() {
     LYN_LOG_ERROR("NAS service object is not available!");
     return OX_LYN_ERR_FAILURE;
   }
-  int32_t status = yrp_client_notifier_init(service, &yrp_nas_os_params, &yrp_nas_notifier);
-  if (status != YRP_NO_ERR) {
-    LYN_LOG_ERROR("Initializing notifier with a service object failed with status[%d]", status);
-    return OX_LYN_ERR_FAILURE;
+  int32_t status = lyn_nas_open_notifier(service);
+  if (status == OX_LYN_SUCCESS) {
+    status = lyn_nas_list_services(service, lyn_nas_wait_for_service(service));
   }
-  const int32_t listed = lyn_nas_list_services(service, lyn_nas_wait_for_service(service));
-  if (listed != OX_LYN_SUCCESS) {
-    return listed;
+  if (status == OX_LYN_SUCCESS) {
+    status = lyn_nas_watch_service();
   }
-  status = yrp_client_register_notify_cb(yrp_nas_notifier, lyn_yrp_nas_svc_notify_cb, nullptr);
-  if (status != YRP_NO_ERR) {
-    LYN_LOG_ERROR("Registering callback for YRP NAS service events failed with status[%d]", status);
-    return OX_LYN_ERR_FAILURE;
-  }
-  return lyn_yrp_nas_client_init();
+  return status == OX_LYN_SUCCESS ? lyn_yrp_nas_client_init() : status;
 }
 
-static void lyn_nas_drop(yrp_client_type &handle) {
-  if (handle != nullptr) {
-    (void)yrp_client_release(handle);
+/** Release a handle, if there is one. Returns the library's status; where it refuses, all stays as it is. */
+static int32_t lyn_nas_close(yrp_client_type &handle, bool &in_use) {
+  const int32_t status = handle != nullptr ? yrp_client_release(handle) : static_cast<int32_t>(YRP_NO_ERR);
+  if (status == YRP_NO_ERR) {
     handle = nullptr;
+    in_use = false;
   }
+  return status;
 }
 
 int32_t lyn_yrp_nas_init(void) {
-  if (yrp_nas_clnt_handle != nullptr) {
+  if (yrp_nas_watched && yrp_nas_registered) {
     LYN_LOG_HIGH("YRP NAS client module already initialized");
     return OX_LYN_SUCCESS;
   }
   const int32_t status = lyn_nas_connect();
   if (status != OX_LYN_SUCCESS) {
-    lyn_nas_drop(yrp_nas_notifier);
-    lyn_nas_drop(yrp_nas_clnt_handle);
+    (void)lyn_nas_close(yrp_nas_notifier, yrp_nas_watched);
+    (void)lyn_nas_close(yrp_nas_clnt_handle, yrp_nas_registered);
   }
   return status;
-}
-
-/** Release the notifier unless an earlier, failed release has done so. */
-static int32_t lyn_nas_release_notifier() {
-  if (yrp_nas_notifier == nullptr) {
-    return OX_LYN_SUCCESS;
-  }
-  const int32_t status = yrp_client_release(yrp_nas_notifier);
-  if (status != YRP_NO_ERR) {
-    LYN_LOG_ERROR("Releasing the YRP NAS notifier handle failed with status[%d]", status);
-    return OX_LYN_ERR_FAILURE;
-  }
-  yrp_nas_notifier = nullptr;
-  return OX_LYN_SUCCESS;
 }
 
 int32_t lyn_yrp_nas_release(void) {
@@ -311,15 +334,16 @@ int32_t lyn_yrp_nas_release(void) {
     LYN_LOG_ERROR("YRP NAS client module not yet initialized - cannot be released!");
     return OX_LYN_ERR_FAILURE;
   }
-  if (lyn_nas_release_notifier() != OX_LYN_SUCCESS) {
+  int32_t status = lyn_nas_close(yrp_nas_notifier, yrp_nas_watched);
+  if (status != YRP_NO_ERR) {
+    LYN_LOG_ERROR("Releasing the YRP NAS notifier handle failed with status[%d]", status);
     return OX_LYN_ERR_FAILURE;
   }
-  const int32_t status = yrp_client_release(yrp_nas_clnt_handle);
+  status = lyn_nas_close(yrp_nas_clnt_handle, yrp_nas_registered);
   if (status != YRP_NO_ERR) {
     LYN_LOG_ERROR("Releasing the YRP NAS client handle failed with status[%d]", status);
     return OX_LYN_ERR_FAILURE;
   }
-  yrp_nas_clnt_handle = nullptr;
   LYN_LOG_HIGH("NAS service successfully released!");
   return OX_LYN_SUCCESS;
 }

@@ -60,7 +60,7 @@ static int32_t lyn_nas_configure(const Record *record, const lyn_nas_config_t<Re
     return OX_LYN_ERR_INVALID_PARAM;
   }
   lyn_nas_exchange_t<Req, Resp> exchange;
-  if (!lyn_nas_alloc_logged(exchange)) {
+  if (!lyn_nas_alloc_logged(exchange, LYN_LOG_ERROR_HERE)) {
     return OX_LYN_ERR_NO_MEMORY;
   }
   const int32_t filled = config.fill(*record, *exchange.req);
@@ -82,13 +82,16 @@ typedef union {
 
 typedef lyn_nas_exchange_t<lyn_nas_lock_req_t, yrp_nas_resp_t> lyn_nas_lock_exchange_t;
 
+/** Only the spacings that the request takes from the record: of the cell or, where none is named, of the list. */
 static bool lyn_nas_lock_in_range(const lyn_nas_cell_lock_req_t &lock) {
+  if (lock.cell_identity_valid != 0) {
+    return lyn_nas_scs_known(lock.scs);
+  }
   const uint32_t len =
       lock.arfcn_list_valid != 0 ? lyn_nas_clamp(lock.arfcn_list_len, lock.arfcn_list, lock.arfcn_list) : 0;
-  return lyn_nas_scs_known(lock.scs) &&
-         std::all_of(lock.arfcn_list, lock.arfcn_list + len, [](const ox_lyn_nr5g_lock_arfcn_t &entry) {
-           return lyn_nas_scs_known(static_cast<uint32_t>(entry.scs));
-         });
+  return std::all_of(lock.arfcn_list, lock.arfcn_list + len, [](const ox_lyn_nr5g_lock_arfcn_t &entry) {
+    return lyn_nas_scs_known(static_cast<uint32_t>(entry.scs));
+  });
 }
 
 /** Cells beyond the record's room are not sent. */
@@ -185,7 +188,7 @@ int32_t lyn_yrp_nas_set_cell_lock_list(const lyn_nas_cell_lock_req_t *cell_lock_
     return OX_LYN_ERR_INVALID_PARAM;
   }
   lyn_nas_lock_exchange_t exchange;
-  if (!lyn_nas_alloc_logged(exchange)) {
+  if (!lyn_nas_alloc_logged(exchange, LYN_LOG_ERROR_HERE)) {
     return OX_LYN_ERR_NO_MEMORY;
   }
   const uint32_t network_status = lyn_nas_network_status;
@@ -333,7 +336,7 @@ int32_t lyn_yrp_nas_incremental_scan(uint32_t lte_scan_request, uint8_t *lte_sca
     return OX_LYN_ERR_INVALID_PARAM;
   }
   lyn_nas_exchange_t<yrp_nas_incremental_scan_req_t, yrp_nas_resp_t> exchange;
-  if (!lyn_nas_alloc_logged(exchange)) {
+  if (!lyn_nas_alloc_logged(exchange, LYN_LOG_ERROR_HERE)) {
     return OX_LYN_ERR_NO_MEMORY;
   }
   lyn_nas_set_flag(lte_scan_ongoing, 0);

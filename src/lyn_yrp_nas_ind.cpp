@@ -30,7 +30,7 @@ static void lyn_nas_post_status(uint32_t status) {
 
 /** A change that a query saw first has updated the status already and is not posted. */
 static void lyn_nas_process_sys_info(yrp_nas_sys_info_ind_t &info) {
-  const uint32_t status = lyn_nas_derive_status(info);
+  const uint32_t status = lyn_nas_derive_status(info, LYN_LOG_HIGH_HERE);
   const uint32_t previous = lyn_nas_network_status;
   LYN_LOG_HIGH("System info indication - curr_network_status[%d], prev_network_status[%d]", status, previous);
   if (status != previous) {

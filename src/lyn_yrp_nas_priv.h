@@ -75,13 +75,13 @@ bool lyn_nas_alloc(lyn_nas_exchange_t<Req, Resp> &exchange) {
   return exchange.req != nullptr && exchange.resp != nullptr;
 }
 
-/** The same for queries and configuration requests, logged. */
+/** The same for queries and configuration requests, logged as of the caller's `place`. */
 template <typename Req, typename Resp>
-bool lyn_nas_alloc_logged(lyn_nas_exchange_t<Req, Resp> &exchange) {
+bool lyn_nas_alloc_logged(lyn_nas_exchange_t<Req, Resp> &exchange, const diag_msg_record_t *place) {
   if (lyn_nas_alloc(exchange)) {
     return true;
   }
-  LYN_LOG_ERROR("Memory allocation failure");
+  LYN_LOG_OF(place, "Memory allocation failure");
   return false;
 }
 
@@ -132,24 +132,28 @@ constexpr uint32_t lyn_nas_restricted_status(uint32_t srv_status, uint32_t other
   }
 }
 
-/** Network status of system information, from response 77 or record 78: full NR 5G service decides, then LTE. */
+/**
+ * Network status of system information, from response 77 or record 78: full NR 5G service decides, then LTE. Logged as
+ * of the caller's `place`.
+ */
 template <typename SysInfo>
-uint32_t lyn_nas_derive_status(const SysInfo &info) {
+uint32_t lyn_nas_derive_status(const SysInfo &info, const diag_msg_record_t *place) {
   uint32_t status = OX_LYN_REG_NO_SERVICE_E;
   if (info.nr5g_srv_status_info_valid != 0) {
-    LYN_LOG_HIGH("NR 5G system info indication - srv_status[%d]", info.nr5g_srv_status_info.srv_status);
-    LYN_LOG_HIGH("NR 5G system info indication - srv_domain[%d]", info.nr5g_srv_status_info.srv_domain);
-    LYN_LOG_HIGH("NR 5G system info indication - srv_capability[%d]", info.nr5g_srv_status_info.srv_capability);
+    LYN_LOG_OF(place, "NR 5G system info indication - srv_status[%d]", info.nr5g_srv_status_info.srv_status);
+    LYN_LOG_OF(place, "NR 5G system info indication - srv_domain[%d]", info.nr5g_srv_status_info.srv_domain);
+    LYN_LOG_OF(place, "NR 5G system info indication - srv_capability[%d]", info.nr5g_srv_status_info.srv_capability);
     if (info.nr5g_srv_status_info.srv_status == YRP_NAS_SRV_SERVICE) {
       return OX_LYN_REG_NR5G_E;
     }
     status = lyn_nas_restricted_status(info.nr5g_srv_status_info.srv_status, status);
   }
   if (info.lte_srv_status_info_valid != 0) {
-    LYN_LOG_HIGH("LTE system info indication - srv_status[%d]", info.lte_srv_status_info.srv_status);
-    LYN_LOG_HIGH("LTE system info indication - srv_domain[%d]", info.lte_srv_status_info.srv_domain);
-    LYN_LOG_HIGH("LTE system info indication - srv_capability[%d]", info.lte_srv_status_info.srv_capability);
-    LYN_LOG_HIGH("LTE system info indication - nr5g_pci_valid[%d], nr5g_pci[%d]", info.nr5g_pci_valid, info.nr5g_pci);
+    LYN_LOG_OF(place, "LTE system info indication - srv_status[%d]", info.lte_srv_status_info.srv_status);
+    LYN_LOG_OF(place, "LTE system info indication - srv_domain[%d]", info.lte_srv_status_info.srv_domain);
+    LYN_LOG_OF(place, "LTE system info indication - srv_capability[%d]", info.lte_srv_status_info.srv_capability);
+    LYN_LOG_OF(place, "LTE system info indication - nr5g_pci_valid[%d], nr5g_pci[%d]", info.nr5g_pci_valid,
+               info.nr5g_pci);
     if (info.lte_srv_status_info.srv_status == YRP_NAS_SRV_SERVICE) {
       return info.nr5g_pci_valid != 0 ? OX_LYN_REG_LTE_NR5G_E : OX_LYN_REG_LTE_E;
     }

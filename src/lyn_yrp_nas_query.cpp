@@ -60,7 +60,7 @@ static int32_t lyn_nas_query(Result *result, lyn_nas_log_null_fn log_null,
     return checked;
   }
   lyn_nas_exchange_t<Req, Resp> exchange;
-  if (!lyn_nas_alloc_logged(exchange)) {
+  if (!lyn_nas_alloc_logged(exchange, LYN_LOG_ERROR_HERE)) {
     return OX_LYN_ERR_NO_MEMORY;
   }
   memset(result, 0, sizeof(*result));
@@ -82,7 +82,7 @@ static int32_t lyn_nas_query(Result *result, lyn_nas_log_null_fn log_null,
 /* System information (77) */
 
 static void lyn_nas_read_sys_info(const yrp_nas_sys_info_resp_t &resp, lyn_nas_sys_info_t &sys_info) {
-  sys_info.network_status = lyn_nas_derive_status(resp);
+  sys_info.network_status = lyn_nas_derive_status(resp, LYN_LOG_HIGH_HERE);
   if (resp.nr5g_pci_valid != 0) {
     LYN_LOG_HIGH("NR 5G PCI information - nr5g_pci_valid[%u], nr5g_pci[%u]", resp.nr5g_pci_valid, resp.nr5g_pci);
     sys_info.nr5g_pci_info_valid = 1;
@@ -439,10 +439,10 @@ int32_t lyn_yrp_nas_get_cphy_ca_info(lyn_nas_ca_info_t *get_cphy_ca_info) {
 
 /* RF bandwidths (49) */
 
-/** Both radios are read into the same fields: a valid NR 5G list replaces the LTE one. */
+/** Both radios are read into the same fields: an NR 5G list replaces the LTE one, unless it is not valid or empty. */
 static void lyn_nas_read_bandwidths(uint8_t valid, uint32_t len, const uint32_t (&codes)[YRP_NAS_RF_BAND_MAX],
                                     lyn_nas_log_entry_fn log_bandwidth, lyn_nas_rf_bw_info_t &rf_bw) {
-  if (valid == 0) {
+  if (valid == 0 || len == 0) {
     return;
   }
   rf_bw = {};

@@ -39,7 +39,7 @@ TEST(endc_lock_fault, metric_38_without_memory_reports_success_and_keeps_the_mod
   EXPECT_EQ(status, 0);
   EXPECT_EQ(info.value_type, 0U);
   EXPECT_EQ(info.value.i64, 77) << "there is no block, and the value is left alone";
-  EXPECT_THAT(diag_log_texts("ERROR"), testing::ElementsAre("Memory allocation failure"));
+  EXPECT_THAT(diag_log_placed("ERROR"), testing::ElementsAre("ERROR lyn_interface_get.cpp Memory allocation failure"));
   EXPECT_TRUE(module_locked());
 
   std::thread([] {

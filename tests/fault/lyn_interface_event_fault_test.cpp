@@ -152,7 +152,8 @@ TEST_F(lyn_interface_event_fault, an_event_that_lacks_any_allocation_is_not_deli
       diag_log_take();
       EXPECT_TRUE(run_failing(kind.msg_id, kind.make_data(), pass)) << kind.name;
       EXPECT_THAT(taken(), IsEmpty()) << kind.name << ", allocation " << pass;
-      EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("Memory allocation failure")) << kind.name;
+      EXPECT_THAT(diag_log_placed("ERROR"), ElementsAre("ERROR lyn_interface_event.cpp Memory allocation failure"))
+          << kind.name;
     }
   }
 }

@@ -15,6 +15,7 @@
 #include "alloc_fault.h"
 #include "diag_log.h"
 #include "lyn_cmdq.h"
+#include "lyn_interface.h"
 #include "lyn_yrp_nas.h"
 #include "ox_lyn.h"
 #include "sim_board.h"
@@ -125,6 +126,37 @@ TEST_F(lyn_interface_fault, without_a_command_thread_the_module_still_starts_and
   EXPECT_THAT(diag_log_texts("ERROR"), Contains(HasSubstr("Command thread not initialized")));
   no_command_thread = false;
   ASSERT_EQ(init(), OX_LYN_SUCCESS);
+  EXPECT_EQ(ox_lyn_deinit(hndl), OX_LYN_SUCCESS);
+}
+
+/** A command that counts in its data how often it was run and released. */
+struct fate {
+  int runs = 0, releases = 0;
+};
+lyn_cmd counted(fate *of) {
+  return {.execute_f = [](lyn_cmd *, void *data) { static_cast<fate *>(data)->runs++; },
+          .free_f = [](lyn_cmd *, void *data) { static_cast<fate *>(data)->releases++; },
+          .data = of};
+}
+
+TEST_F(lyn_interface_fault, after_a_failed_stop_without_a_command_thread_the_next_start_releases_what_was_queued) {
+  ASSERT_EQ(sim_board_load("[board]\nnoise_db = 0\n[[fault]]\non = \"yrp.release\"\ntimes = 2\n"), "");
+  fate queued;
+  lyn_cmd cmd = counted(&queued);
+  no_command_thread = true;
+  ASSERT_EQ(init(), OX_LYN_SUCCESS);
+  ASSERT_EQ(lyn_cmdq_enq(&lyn_state.cmdq, &cmd), 0);
+  ASSERT_EQ(ox_lyn_deinit(hndl), OX_LYN_ERR_FAILURE);
+  EXPECT_EQ(queued.releases, 0);
+  ASSERT_EQ(init(), OX_LYN_SUCCESS);
+  EXPECT_EQ(queued.releases, 1);
+
+  ASSERT_EQ(lyn_cmdq_enq(&lyn_state.cmdq, &cmd), 0);
+  ASSERT_EQ(ox_lyn_deinit(hndl), OX_LYN_ERR_FAILURE);
+  no_command_thread = false;
+  ASSERT_EQ(init(), OX_LYN_SUCCESS);
+  EXPECT_EQ(queued.releases, 2);
+  EXPECT_EQ(queued.runs, 0);
   EXPECT_EQ(ox_lyn_deinit(hndl), OX_LYN_SUCCESS);
 }
 

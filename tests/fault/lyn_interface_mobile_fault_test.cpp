@@ -9,9 +9,11 @@
 
 namespace {
 
+using testing::AllOf;
 using testing::AnyOf;
 using testing::Each;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
@@ -35,13 +37,15 @@ using mobile_fault = board_test;
 struct given_metric {
   uint32_t metric;
   int64_t value;
+  const char *error;
 };
 
 TEST_F(mobile_fault, metric_whose_block_cannot_be_allocated_fails_leaves_the_record_and_works_the_next_time) {
   const given_metric metrics[] = {
-      {OX_LYN_GET_WWAN_PROFILE_INDEX_E, 0},
-      {OX_LYN_GET_IPV4_STATS_E, 1},
-      {OX_LYN_GET_MTPE_SERVER_CONFIG_E, static_cast<int64_t>(reinterpret_cast<intptr_t>(&client))},
+      {OX_LYN_GET_WWAN_PROFILE_INDEX_E, 0, "ERROR lyn_interface_get.cpp Memory allocation failure"},
+      {OX_LYN_GET_IPV4_STATS_E, 1, "ERROR lyn_oxmap_interface.cpp Memory allocation failure"},
+      {OX_LYN_GET_MTPE_SERVER_CONFIG_E, static_cast<int64_t>(reinterpret_cast<intptr_t>(&client)),
+       "ERROR lyn_oxmap_interface.cpp Memory allocation failure"},
   };
   mobile.start();
   for (const given_metric &of : metrics) {
@@ -53,7 +57,7 @@ TEST_F(mobile_fault, metric_whose_block_cannot_be_allocated_fails_leaves_the_rec
     diag_log_take();
     EXPECT_EQ(ox_lyn_get_info(board.hndl, &info), OX_LYN_ERR_FAILURE);
     EXPECT_TRUE(alloc_fault_disarm());
-    EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("Memory allocation failure"));
+    EXPECT_THAT(diag_log_placed("ERROR"), ElementsAre(of.error));
     EXPECT_EQ(info.value.i64, of.value);
     EXPECT_EQ(ox_lyn_get_info(board.hndl, &info), OX_LYN_SUCCESS);
     free(info.value.ptr);
@@ -68,7 +72,7 @@ TEST_F(mobile_fault, throughput_test_without_memory_is_not_configured_not_ongoin
   alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, 2);
   EXPECT_EQ(board.get(OX_LYN_GET_MTPE_LTE_INFO_E, &req), OX_LYN_SUCCESS);
   EXPECT_TRUE(alloc_fault_disarm());
-  EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("Memory allocation failure"));
+  EXPECT_THAT(diag_log_placed("ERROR"), ElementsAre("ERROR lyn_oxmap_interface.cpp Memory allocation failure"));
   EXPECT_THAT(mobile.settled(), IsEmpty());
   EXPECT_THAT(mobile.calls("oxmap"), IsEmpty());
   EXPECT_EQ(board.get(OX_LYN_GET_MTPE_LTE_INFO_E, &req), OX_LYN_SUCCESS);
@@ -125,7 +129,7 @@ void fail_each_allocation(const std::string &toml, const lines &undisturbed, uin
     const lines delivered = mobile.settled();
     if (failed) {
       EXPECT_LT(delivered.size(), undisturbed.size());
-      EXPECT_THAT(diag_log_texts("ERROR"), Not(IsEmpty()));
+      EXPECT_THAT(diag_log_placed("ERROR"), AllOf(Not(IsEmpty()), Each(HasSubstr(".cpp "))));
     } else {
       EXPECT_EQ(delivered, undisturbed);
     }

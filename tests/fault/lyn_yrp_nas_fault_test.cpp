@@ -37,7 +37,7 @@ TEST_F(lyn_yrp_nas, when_request_or_response_cannot_be_allocated_then_nothing_is
       alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, pass);
       EXPECT_EQ(call(), -3);
       EXPECT_TRUE(alloc_fault_disarm());
-      EXPECT_THAT(diag_log_lines(), testing::ElementsAre("ERROR Memory allocation failure"));
+      EXPECT_THAT(diag_log_placed(), testing::ElementsAre("ERROR lyn_yrp_nas_config.cpp Memory allocation failure"));
     }
   }
   EXPECT_TRUE(nas_requests().empty());

@@ -115,7 +115,7 @@ TEST_F(lyn_yrp_nas_query_fault, query_without_memory_for_either_buffer_asks_noth
       EXPECT_TRUE(alloc_fault_disarm());
       EXPECT_EQ(status, -3);
       EXPECT_TRUE(untouched);
-      EXPECT_THAT(diag_log_lines(), ElementsAre("ERROR Memory allocation failure"));
+      EXPECT_THAT(diag_log_placed(), ElementsAre("ERROR lyn_yrp_nas_query.cpp Memory allocation failure"));
       EXPECT_THAT(metric_asked(), IsEmpty());
     }
   }
@@ -163,7 +163,9 @@ TEST_F(lyn_yrp_nas_query_fault, metric_without_memory_has_no_value_whichever_all
       EXPECT_EQ(got.status, pass < of_queries ? -3 : -1);
       EXPECT_EQ(got.info.value_type, 0U);
       EXPECT_EQ(got.info.value.ptr, &buffer);
-      EXPECT_EQ(diag_log_texts("ERROR").back(), "Memory allocation failure");
+      EXPECT_EQ(diag_log_placed("ERROR").back(), pass < of_queries
+                                                     ? "ERROR lyn_yrp_nas_query.cpp Memory allocation failure"
+                                                     : "ERROR lyn_interface_get.cpp Memory allocation failure");
     }
     if (metric == OX_LYN_GET_LTE_ENDC_MODE_E)
       continue; /* its block has a test program of its own */

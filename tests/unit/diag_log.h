@@ -76,6 +76,16 @@ inline std::vector<std::string> diag_log_texts(const std::string &level = "") {
   return texts;
 }
 
+/** The same with level and file: "ERROR lyn_list.cpp text". */
+inline std::vector<std::string> diag_log_placed(const std::string &level = "") {
+  std::vector<std::string> lines;
+  for (const diag_log_record &record : diag_log_take()) {
+    if (level.empty() || record.level == level)
+      lines.push_back(record.level + " " + record.file + " " + record.text);
+  }
+  return lines;
+}
+
 /** The records since the last call as "HIGH text", of all files or of those that are named. */
 inline std::vector<std::string> diag_log_lines(std::initializer_list<std::string_view> files = {}) {
   std::vector<std::string> lines;

@@ -16,7 +16,7 @@
 
 namespace {
 
-#if ALLOCATED_ASAN || defined(__SANITIZE_THREAD__)
+#if ALLOCATED_SANITIZED
 constexpr bool slow_build = true;
 #else
 constexpr bool slow_build = false;

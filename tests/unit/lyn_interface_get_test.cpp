@@ -593,6 +593,12 @@ TEST_F(lyn_interface_get, rrc_states_are_logged_as_they_are_given) {
   EXPECT_EQ(diag_log_lines().back(), "HIGH LYN : NR5G RRC state 9");
 }
 
+TEST_F(lyn_interface_get, rf_bandwidths_are_those_of_lte_where_nr5g_has_an_empty_list) {
+  metric_board(6, metric_with_nr5g("rf_bandwidth", "[]"));
+  EXPECT_EQ(get(42), "type 0: [4, 5]");
+  EXPECT_EQ(get(43), "type 0: [4, 5]");
+}
+
 TEST_F(lyn_interface_get, extremes_keep_their_sign_and_width) {
   metric_tables tables = metric_with_lte("earfcn", "65535", metric_with_lte("cgi", "4294967295"));
   tables = metric_with_lte("rsrp", "-32768", metric_with_lte("rsrq", "-128", tables));

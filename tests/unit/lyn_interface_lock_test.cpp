@@ -133,6 +133,7 @@ struct lyn_interface_lock : testing::Test {
       one.thread.join();
     EXPECT_FALSE(flood.starved);
     wait_for([] { return flood.begun == flood_length || !lyn_is_initialised(); });
+    const lyn_module_guard_t last_has_returned;
     flood.callers.clear();
   }
 

@@ -136,6 +136,8 @@ TEST_F(mobile_ap, another_test_while_one_is_ongoing_is_refused_without_a_message
     EXPECT_EQ(test_throughput(req, OX_LYN_GET_MTPE_NR5G_INFO_E), OX_LYN_ERR_BUSY);
     EXPECT_EQ(diag_log_texts("ERROR"), lines());
     EXPECT_EQ(board.get_list({OX_LYN_GET_MTPE_LTE_INFO_E}, &req), OX_LYN_ERR_BUSY);
+    for (const uint32_t metric : {OX_LYN_GET_MTPE_LTE_INFO_E, OX_LYN_GET_MTPE_NR5G_INFO_E})
+      EXPECT_EQ(board.get(metric, nullptr), OX_LYN_ERR_BUSY) << "a missing request is not looked at";
     if (phase == 0)
       mobile.expect({status_line(UPLINK, 1)});
   }

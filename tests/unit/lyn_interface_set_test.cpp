@@ -279,6 +279,8 @@ TEST_F(lyn_interface_set, an_nr5g_lock_that_names_nothing_is_sent_only_as_an_unl
   auto lock = nr5g_lock();
   lock.pci = 0; /* no cell */
   EXPECT_EQ(board.set(OX_LYN_SET_NR5G_CELL_LOCK_LIST_E, &lock), OX_LYN_ERR_FAILURE);
+  lock.scs = 99; /* of no cell */
+  EXPECT_EQ(board.set(OX_LYN_SET_NR5G_CELL_LOCK_LIST_E, &lock), OX_LYN_ERR_FAILURE);
   lock = nr5g_list(0);
   EXPECT_EQ(board.set(OX_LYN_SET_NR5G_CELL_LOCK_LIST_E, &lock), OX_LYN_ERR_FAILURE);
   for (const uint32_t type : {0U, 4U, 0xffffffffU}) {

@@ -447,7 +447,6 @@ struct failed_stop {
   const char *name;
   const char *fault;
   const char *error;
-  size_t releases_of_the_next_stop; /**< what this one did release is not released again */
 };
 
 struct lyn_interface_failed_stop : lyn_interface, testing::WithParamInterface<failed_stop> {};
@@ -475,15 +474,31 @@ TEST_P(lyn_interface_failed_stop, counts_as_down_until_the_next_init) {
   EXPECT_EQ(threads_of_this_process(), threads) << "the command thread of before is joined, one takes its place";
   EXPECT_EQ(ox_lyn_deinit(first), OX_LYN_ERR_INVALID_PARAM);
   EXPECT_EQ(ox_lyn_deinit(hndl), OX_LYN_SUCCESS);
-  EXPECT_EQ(times_called("yrp.release"), GetParam().releases_of_the_next_stop);
+  EXPECT_EQ(times_called("yrp.release"), 2U) << "notifier and client";
   EXPECT_EQ(threads_of_this_process(), threads - 1);
+}
+
+TEST_P(lyn_interface_failed_stop, leaves_a_module_that_hears_of_a_restart_of_the_modem_after_the_next_init) {
+  up(std::string("[[at]]\nafter = \"nas.108\"\nmodem = \"down\"\n[[at]]\nafter = \"nas.108\"\nms = 10\n") +
+     "modem = \"up\"\n[[fault]]\n" + GetParam().fault);
+  ASSERT_EQ(ox_lyn_deinit(hndl), OX_LYN_ERR_FAILURE);
+  ASSERT_EQ(init(), OX_LYN_SUCCESS);
+  diag_log_lines();
+  subscribe_modem_status();
+  for (int ms = 0; ms < 5000 && records < 2; ms++)
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  EXPECT_EQ(records, 2U);
+  EXPECT_TRUE(sim_board_wait_idle(5000));
+  const std::vector<std::string> log = diag_log_lines({"lyn_yrp_nas.cpp"});
+  EXPECT_EQ(std::ranges::count(log, "HIGH SSR - Modem down indication event[1]"), 1) << "each is heard of once";
+  EXPECT_EQ(std::ranges::count(log, "HIGH SSR - Modem up indication event[0]"), 1);
 }
 
 const failed_stop failed_stops[] = {
     {"notifier_is_not_released", "on = \"yrp.release\"\n",
-     "Releasing the YRP NAS notifier handle failed with status[-1]", 2},
+     "Releasing the YRP NAS notifier handle failed with status[-1]"},
     {"client_is_not_released", "on = \"yrp.release\"\nskip = 1\ntransport = -9\n",
-     "Releasing the YRP NAS client handle failed with status[-9]", 1},
+     "Releasing the YRP NAS client handle failed with status[-9]"},
 };
 
 INSTANTIATE_TEST_SUITE_P(by_fault, lyn_interface_failed_stop, testing::ValuesIn(failed_stops),

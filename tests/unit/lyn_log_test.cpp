@@ -32,6 +32,25 @@ TEST_F(lyn_log, a_record_carries_level_file_base_name_and_line) {
   EXPECT_EQ(records[1].line, line + 1);
 }
 
+/** What a function of a header logs. */
+void log_for(const diag_msg_record_t *place) {
+  LYN_LOG_OF(place, "asked of %d", 1);
+}
+
+TEST_F(lyn_log, a_function_that_is_handed_a_record_logs_as_of_its_caller) {
+  const int line = __LINE__ + 1;
+  log_for(LYN_LOG_HIGH_HERE);
+  log_for(LYN_LOG_ERROR_HERE);
+  const auto records = diag_log_take();
+  ASSERT_EQ(records.size(), 2u);
+  EXPECT_EQ(records[0].level, "HIGH");
+  EXPECT_EQ(records[1].level, "ERROR");
+  EXPECT_EQ(records[0].file, "lyn_log_test.cpp");
+  EXPECT_EQ(records[0].line, line);
+  EXPECT_EQ(records[1].line, line + 1);
+  EXPECT_EQ(records[1].text, "asked of 1");
+}
+
 TEST_F(lyn_log, arguments_are_formatted_and_the_text_is_not_formatted_again) {
   LYN_LOG_HIGH("%s[%d] %p%%", "100%s %n", -7, lyn_log_handle(0));
   EXPECT_EQ(diag_log_texts(), std::vector<std::string>{"100%s %n[-7] (nil)%"});

@@ -114,6 +114,34 @@ TEST_F(lyn_yrp_nas, when_a_spacing_is_given_then_the_modem_gets_its_own_number_o
   }
 }
 
+TEST_F(lyn_yrp_nas, when_a_lock_does_not_use_a_spacing_then_it_may_be_anything) {
+  nas_connect(OX_LYN_REG_NR5G_E);
+  auto cell = both_locks(); /* the list is left out beside a cell */
+  cell.arfcn_list_valid = 1;
+  cell.arfcn_list_len = 2;
+  cell.arfcn_list[1].scs = 6;
+  EXPECT_EQ(lyn_yrp_nas_set_cell_lock_list(&cell), 0);
+  EXPECT_FALSE(nas_request_fields(0).contains("arfcn_list"));
+
+  auto list = both_locks();
+  list.nr5g_type = 2;
+  list.cell_identity_valid = 0;
+  list.scs = 6;
+  list.arfcn_list_valid = 1;
+  list.arfcn_list_len = 1;
+  list.arfcn_list[0] = {.arfcn = 636000, .scs = OX_LYN_SCS_60_KHZ_E};
+  list.arfcn_list[1].scs = 6; /* behind the last entry */
+  nas_forget();
+  EXPECT_EQ(lyn_yrp_nas_set_cell_lock_list(&list), 0);
+  EXPECT_EQ(nas_request_fields(0)["arfcn_list"], nlohmann::json::parse(R"([{"arfcn": 636000, "scs": 2}])"));
+
+  list.nr5g_type = 3; /* an unlock */
+  list.arfcn_list_valid = 0;
+  nas_forget();
+  EXPECT_EQ(lyn_yrp_nas_set_cell_lock_list(&list), 0);
+  EXPECT_EQ(nas_request_fields(0), nlohmann::json::parse(R"({"type": 2})"));
+}
+
 TEST_F(lyn_yrp_nas, when_more_than_sixteen_frequencies_are_given_then_nothing_is_sent) {
   nas_connect(OX_LYN_REG_NR5G_E);
   ox_lyn_pps_config_t pps = {};

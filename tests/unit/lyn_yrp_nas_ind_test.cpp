@@ -63,6 +63,12 @@ TEST_F(lyn_yrp_nas, when_two_indications_mean_the_same_status_then_only_the_firs
   EXPECT_EQ(diag_log_lines().back(), "HIGH System info indication - curr_network_status[6], prev_network_status[6]");
 }
 
+TEST_F(lyn_yrp_nas, when_system_information_arrives_then_it_is_logged_as_of_the_indication) {
+  nas_connect(OX_LYN_REG_LTE_E);
+  nas_indicate(YRP_NAS_SYS_INFO_IND, both_services(YRP_NAS_SRV_LIMITED, YRP_NAS_SRV_SERVICE));
+  EXPECT_THAT(diag_log_placed(), testing::Each(testing::StartsWith("HIGH lyn_yrp_nas_ind.cpp ")));
+}
+
 TEST_F(lyn_yrp_nas, when_a_query_saw_the_change_first_then_it_is_not_posted) {
   nas_connect(OX_LYN_REG_LTE_E);
   nas_indicate(YRP_NAS_SYS_INFO_IND, lte_service(YRP_NAS_SRV_SERVICE));

@@ -616,6 +616,20 @@ TEST_F(lyn_yrp_nas_query, rf_bandwidths_of_one_radio_stand_when_the_other_has_no
   EXPECT_EQ(answer.parts, record_after(query, 0, answer.parts));
 }
 
+TEST_F(lyn_yrp_nas_query, empty_list_of_rf_bandwidths_is_read_as_missing) {
+  const query_row &query = query_named("get_rf_bw_status");
+  board(6, metric_with_nr5g("rf_bandwidth", "[]"));
+  query_answer answer = query.ask(false);
+  EXPECT_EQ(answer.parts, record_after(query, 1, answer.parts)) << "those of LTE stand";
+  board(6, metric_with_lte("rf_bandwidth", "[]"));
+  answer = query.ask(false);
+  EXPECT_EQ(answer.parts, record_after(query, 2, answer.parts));
+  board(6, metric_with_lte("rf_bandwidth", "[]", metric_with_nr5g("rf_bandwidth", "[]")));
+  answer = query.ask(false);
+  EXPECT_EQ(answer.status, 0);
+  EXPECT_EQ(answer.parts, record_after(query, 0, answer.parts));
+}
+
 TEST_F(lyn_yrp_nas_query, empty_lists_are_read_as_missing_and_only_lte_reports_them) {
   metric_tables tables = metric_with_lte("dl_mod", "[]", metric_with_lte("ul_mod", "[]"));
   tables = metric_with_nr5g("dl_mod", "[]", metric_with_nr5g("ul_mod", "[]", tables));
@@ -803,6 +817,15 @@ TEST_F(lyn_yrp_nas_query, network_status_follows_from_both_radios_with_nr5g_serv
         EXPECT_EQ(query_named("sys_info").ask(false).parts[0], wanted);
       }
     }
+  }
+}
+
+TEST_F(lyn_yrp_nas_query, system_information_is_logged_as_of_the_query) {
+  for (const char *nr5g_state : {"service", "limited"}) {
+    ASSERT_EQ(sim_board_load(std::string("[sys_info]\nnr5g = \"") + nr5g_state + "\"\n"), "");
+    diag_log_take();
+    ASSERT_EQ(query_named("sys_info").ask(false).status, 0);
+    EXPECT_THAT(diag_log_placed(), testing::Each(testing::StartsWith("HIGH lyn_yrp_nas_query.cpp ")));
   }
 }
 

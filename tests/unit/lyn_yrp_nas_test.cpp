@@ -114,6 +114,89 @@ TEST_F(lyn_yrp_nas, when_releasing_the_client_fails_then_the_next_try_skips_the_
   EXPECT_EQ(nas_calls().size(), 3U);
 }
 
+/** Where the library refuses: 'c' connects, 'C' fails to, and 'R' is a release that fails. */
+struct broken_life {
+  const char *name, *steps;
+  std::string faults;
+};
+
+const broken_life broken_lives[] = {
+    {"notifier not released", "cRc", fault("yrp.release", "")},
+    {"notifier never released", "cRcRc", fault("yrp.release", "times = 2")},
+    {"client not released", "cRc", fault("yrp.release", "skip = 1")},
+    {"client not released twice", "cRcRc", fault("yrp.release", "skip = 1") + fault("yrp.release", "skip = 3")},
+    {"notifier and then client not released", "cRRc", fault("yrp.release", "") + fault("yrp.release", "skip = 2")},
+    {"client not released and no service object", "cRCc",
+     fault("yrp.release", "skip = 1") + fault("yrp.nas_get_service_object_internal_v01", "skip = 2")},
+    {"client not released and no notifier", "cRCc",
+     fault("yrp.release", "skip = 1") + fault("yrp.notifier_init", "skip = 1")},
+    {"client not released and no service list", "cRCc",
+     fault("yrp.release", "skip = 1") + fault("yrp.get_service_list", "skip = 3\ntransport = -7")},
+    {"client not released and no service events", "cRCc",
+     fault("yrp.release", "skip = 1") + fault("yrp.register_notify_cb", "skip = 1")},
+    {"nothing released and no service events", "cRCc",
+     fault("yrp.release", "skip = 1\ntimes = 3") + fault("yrp.register_notify_cb", "skip = 1")},
+    {"nothing released and no service events twice", "cRCCc",
+     fault("yrp.release", "skip = 1\ntimes = 5") + fault("yrp.register_notify_cb", "skip = 1\ntimes = 2")},
+    {"client never released and no notifier", "cRCcRc",
+     fault("yrp.release", "skip = 1\ntimes = 2") + fault("yrp.release", "skip = 4") +
+         fault("yrp.notifier_init", "skip = 1")},
+    {"no registration and no notifier released", "Cc", fault("nas.3", "result = 1") + fault("yrp.release", "")},
+    {"no registration and no client released", "Cc", fault("nas.3", "result = 1") + fault("yrp.release", "skip = 1")},
+    {"no registration and nothing released", "CCc",
+     fault("nas.3", "result = 1\ntimes = 2") + fault("yrp.release", "times = 4")},
+    {"no client and no notifier released", "Cc", fault("yrp.init_instance", "") + fault("yrp.release", "")},
+};
+
+/** How many calls of this name have succeeded. */
+int succeeded(const std::string &name) {
+  int calls = 0;
+  for (const auto &entry : board_journal("yrp", "return"))
+    calls += entry["name"] == name && entry["fields"]["status"] == 0;
+  return calls;
+}
+
+/** Handles that the library has given and not yet got back. */
+int open_handles() {
+  return succeeded("notifier_init") + succeeded("init_instance") - succeeded("release");
+}
+
+TEST_F(lyn_yrp_nas, when_a_release_failed_half_way_then_the_next_connection_is_whole_and_no_part_of_it_there_twice) {
+  const std::string restart =
+      "[[at]]\nafter = \"nas.108\"\npanel = { index = 1, changed = 1, mode = 1 }\n"
+      "[[at]]\nafter = \"nas.108\"\nmodem = \"down\"\n[[at]]\nafter = \"nas.108\"\nms = 10\nmodem = \"up\"\n";
+  for (const broken_life &life : broken_lives) {
+    SCOPED_TRACE(life.name);
+    nas_board(restart + life.faults);
+    for (const char *step = life.steps; *step != '\0'; step++) {
+      ASSERT_EQ(*step == 'R' ? lyn_yrp_nas_release() : lyn_yrp_nas_init(), *step == 'c' ? 0 : -1) << step;
+      ASSERT_LE(open_handles(), 2) << step;
+    }
+    EXPECT_EQ(open_handles(), 2) << "notifier and client";
+    EXPECT_LE(succeeded("register_notify_cb"), succeeded("notifier_init"));
+    const lyn_ind_table_t table = {};
+    ASSERT_EQ(lyn_yrp_nas_register_ind(&table), 0);
+    std::vector<uint32_t> ids;
+    for (const posted_event &event : nas_wait_for_events(3))
+      ids.push_back(event.id);
+    EXPECT_THAT(ids, testing::UnorderedElementsAre(LYN_EVENT_MODEM_DOWN, LYN_EVENT_MODEM_UP, LYN_EVENT_PPS));
+    EXPECT_EQ(lyn_yrp_nas_release(), 0);
+    EXPECT_EQ(open_handles(), 0);
+  }
+}
+
+TEST_F(lyn_yrp_nas, when_nothing_but_the_notifier_is_missing_then_the_client_is_not_asked_to_register_again) {
+  nas_connect(OX_LYN_REG_LTE_E, fault("yrp.release", "skip = 1"));
+  ASSERT_EQ(lyn_yrp_nas_release(), -1);
+  nas_forget();
+  EXPECT_EQ(lyn_yrp_nas_init(), 0);
+  EXPECT_THAT(nas_calls(), ElementsAre("nas_get_service_object_internal_v01", "notifier_init", "get_service_list",
+                                       "get_service_list", "register_notify_cb"));
+  EXPECT_TRUE(nas_requests().empty());
+  EXPECT_THAT(diag_log_lines(), ElementsAre("HIGH Retrieved YRP NAS service list - num_entries[1], num_services[1]",
+                                            "HIGH YRP NAS client module already initialized"));
+}
+
 TEST_F(lyn_yrp_nas, when_signals_are_subscribed_then_each_value_carries_its_own_step) {
   nas_connect(OX_LYN_REG_LTE_E);
   lyn_ind_table_t table = {};
