@@ -107,6 +107,7 @@ static void lyn_demo_cut_last(char *line) {
     line[length - 1] = '\0';
 }
 
+// This line and the next are deliberately not ended: what is printed behind them runs on.
 static void lyn_demo_report_bad_line() {
   printf("LYN DEMO APP : Parsing the entered options failed - invalid options passed!!");
 }

@@ -305,6 +305,7 @@ static void lyn_demo_print_mtpe_started(const ox_lyn_dm_info_t &, const char *na
   puts("LYN DEMO APP: MTPE test started successfully ");
 }
 
+// Deliberately said for an entry of a list as well, where the API asks for nothing.
 static void lyn_demo_print_qos_requested(const ox_lyn_dm_info_t &, const char *name, lyn_demo_form_e) {
   printf("LYN DEMO APP: QOS metric id [%s]\n", name);
   puts("LYN DEMO APP: Network QOS requested successfully");

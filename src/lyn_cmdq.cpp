@@ -159,7 +159,7 @@ lyn_cmd *lyn_cmdq_deq(lyn_cmdq_t *cmdq) {
 
 int32_t lyn_cmdq_flush(lyn_cmdq_t *cmdq) {
   if (cmdq == nullptr) {
-    LYN_LOG_ERROR("lyn_cmdq_flush Bad Param cmdq NULL\n");
+    LYN_LOG_ERROR("lyn_cmdq_flush Bad Param cmdq NULL\n");  // deliberately without the others' colon
     return -1;
   }
   if (!lyn_cmdq_lock(cmdq)) {

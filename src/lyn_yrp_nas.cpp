@@ -306,6 +306,7 @@ static int32_t lyn_nas_release_notifier() {
   return OX_LYN_SUCCESS;
 }
 
+/** The network status deliberately stays: it is what requests go by until the next system information. */
 int32_t lyn_yrp_nas_release(void) {
   if (yrp_nas_clnt_handle == nullptr) {
     LYN_LOG_ERROR("YRP NAS client module not yet initialized - cannot be released!");
