@@ -1,9 +1,11 @@
 /*
  * Command queue and command thread: commands from any thread, run one at a time, first in, first out, on one thread.
  *
- * A command belongs to its producer until lyn_cmdq_enq returns 0, from then on to the queue: it runs execute_f and then
- * free_f, which releases data and the command. What is still queued when the thread stops, or is flushed, meets free_f
- * only. Both functions run with the queue's mutex released, so producers never wait for them.
+ * A command is queued by itself (lyn_cmdq_enq) or as an item of a batch that its producer fills (lyn_cmdq_put); an item
+ * counts and runs as a command of its own. What is not queued stays its producer's. What is queued meets execute_f and
+ * then free_f, which releases it; what is still queued when the thread stops, or is flushed, meets free_f only. Both
+ * functions run with the queue's mutex released, so producers never wait for them. That mutex is the queue's own or,
+ * where it is made so, one of its owner's.
  */
 #ifndef LYN_CMDQ_H
 #define LYN_CMDQ_H
@@ -80,7 +82,10 @@ int32_t lyn_cmdq_init(lyn_cmdq_t *cmdq, int32_t max);
 /** The same for a queue that is guarded by its owner's mutex, which outlives it. */
 int32_t lyn_cmdq_init_under(lyn_cmdq_t *cmdq, int32_t max, pthread_mutex_t *lock);
 
-/** Append a command. 0; -1 on null arguments, a null execute_f, or a failed lock, insert, signal or unlock. */
+/**
+ * Append a command. 0; -1 on null arguments, a null execute_f, a failed lock or insert, and also, although the command
+ * is queued then, on a failed signal or unlock.
+ */
 int32_t lyn_cmdq_enq(lyn_cmdq_t *cmdq, lyn_cmd *cmd);
 
 /** The warning that `count` commands are queued, if that is more than `max`. */
