@@ -12,6 +12,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "lyn_demo_prompt.h"
+
 static constexpr const char *LYN_DEMO_AUTO_FILE = "/data/data_oxmap/lyn_auto_test.cfg";
 static constexpr int LYN_DEMO_MENU_WIDTH = 53;  // menu lines are padded with blanks
 
@@ -105,6 +107,7 @@ static void lyn_demo_cut_last(char *line) {
     line[length - 1] = '\0';
 }
 
+// This line and the next are deliberately not ended: what is printed behind them runs on.
 static void lyn_demo_report_bad_line() {
   printf("LYN DEMO APP : Parsing the entered options failed - invalid options passed!!");
 }
@@ -163,10 +166,9 @@ static void lyn_demo_print_menu() {
 // One turn of the menu. On a closed standard input the turns repeat without end, deliberately.
 static void lyn_demo_interact() {
   lyn_demo_line_t line = {};
-  char text[LYN_DEMO_LINE_LEN] = {};
+  char text[LYN_DEMO_LINE_LEN];
   lyn_demo_print_menu();
-  fflush(stdout);
-  if (fgets(text, sizeof text, stdin) == nullptr)
+  if (lyn_demo_read_line(text, sizeof text) != LYN_DEMO_READ_LINE)
     return;
   lyn_demo_cut_last(text);
   // Unlike in a script, a comment or an empty line is reported here; deliberate.

@@ -153,6 +153,7 @@ static void lyn_demo_on_indication(const ox_lyn_dm_info_t &info) {
 
 // ---- asynchronous responses ----
 
+// The letters RRSP and RRSQ are deliberate, here and for NR 5G.
 static void lyn_demo_print_serving(const ox_lyn_lte_nbr_info_t &info) {
   puts("LYN DEMO APP CALLBACK - LTE neighbor signal information valid.");
   printf("LYN DEMO APP CALLBACK - LTE neighbor cell ID[%u]\n", info.serving.pci);

@@ -88,6 +88,7 @@ int32_t lyn_demo_get_ind_list(const int32_t *options, uint32_t count) {
     puts("LYN DEMO APP : Memory allocation failure for LYN DM indication list");
     return 0;
   }
+  // Deliberate: a list of none is asked for and printed, too, although the API refuses it.
   const int32_t status = ox_lyn_get_ind_list(lyn_demo_hndl, inds.get(), entries);
   if (status != OX_LYN_SUCCESS) {
     printf("LYN DEMO APP : Get LTE/5G indication list failed with status[%d].\n", status);

@@ -305,6 +305,7 @@ static void lyn_demo_print_mtpe_started(const ox_lyn_dm_info_t &, const char *na
   puts("LYN DEMO APP: MTPE test started successfully ");
 }
 
+// Deliberately said for an entry of a list as well, where the API asks for nothing.
 static void lyn_demo_print_qos_requested(const ox_lyn_dm_info_t &, const char *name, lyn_demo_form_e) {
   printf("LYN DEMO APP: QOS metric id [%s]\n", name);
   puts("LYN DEMO APP: Network QOS requested successfully");
@@ -440,16 +441,21 @@ static bool lyn_demo_prepare(int32_t option, lyn_demo_get_blocks_t *blocks, ox_l
   return false;
 }
 
-static void lyn_demo_print_result(const ox_lyn_dm_info_t &info, lyn_demo_form_e form) {
+// Whether the module has put a block in the place of the given value. A success may be without one (metric 38, when
+// there is no memory); a failed request may have one: metrics 35 and 36 without an uplink, and those of a list that
+// were answered before another one failed.
+static bool lyn_demo_has_block(const ox_lyn_dm_info_t &info, int64_t given) {
+  return info.value.ptr != nullptr && info.value.i64 != given;
+}
+
+static void lyn_demo_print_result(const ox_lyn_dm_info_t &info, int64_t given, lyn_demo_form_e form) {
   const lyn_demo_metric_t &metric = lyn_demo_metric_of(info.metric);
-  if (metric.print != nullptr)
+  if (metric.print != nullptr && (!metric.allocated || lyn_demo_has_block(info, given)))
     metric.print(info, metric.name, form);
 }
 
-// Frees the block that the module may have put in the place of the given value. A failed request may have one too:
-// metrics 35 and 36 without an uplink, and those of a list that were answered before another one failed.
 static void lyn_demo_release_result(const ox_lyn_dm_info_t &info, int64_t given) {
-  if (lyn_demo_metric_of(info.metric).allocated && info.value.i64 != given)
+  if (lyn_demo_metric_of(info.metric).allocated && lyn_demo_has_block(info, given))
     free(info.value.ptr);
 }
 
@@ -466,7 +472,7 @@ int32_t lyn_demo_get_info(const int32_t *options, uint32_t count) {
   const int64_t given = info.value.i64;
   const int32_t status = ox_lyn_get_info(lyn_demo_hndl, &info);
   if (status == OX_LYN_SUCCESS)
-    lyn_demo_print_result(info, LYN_DEMO_SINGLE);
+    lyn_demo_print_result(info, given, LYN_DEMO_SINGLE);
   else
     printf("LYN DEMO APP : Getting LTE/5G [%s] metric information failed with status[%d].\n", name, status);
   lyn_demo_release_result(info, given);
@@ -496,7 +502,7 @@ int32_t lyn_demo_get_info_list(const int32_t *options, uint32_t count) {
     printf("LYN DEMO APP : Getting LTE/5G/GPS metric list information failed with status[%d].\n", status);
   for (uint32_t i = 0; i < entries; ++i) {
     if (status == OX_LYN_SUCCESS)
-      lyn_demo_print_result(infos[i], LYN_DEMO_LIST);
+      lyn_demo_print_result(infos[i], given[i], LYN_DEMO_LIST);
     lyn_demo_release_result(infos[i], given[i]);
   }
   return status;

@@ -2,6 +2,7 @@
 #include "lyn_demo_prompt.h"
 
 #include <arpa/inet.h>
+#include <unistd.h>
 
 #include <bit>
 #include <cstdio>
@@ -10,13 +11,27 @@
 
 static_assert(std::endian::native == std::endian::little, "a number is cut to its field by copying its low bytes");
 
-bool lyn_demo_read_answer(char *buffer, int size) {
+// A terminal that has hung up since is none any more: there, as on a pipe, the end stays.
+static bool lyn_demo_pass_ctrl_d() {
+  if (feof(stdin) == 0 || isatty(STDIN_FILENO) == 0)
+    return false;
+  clearerr(stdin);
+  return true;
+}
+
+lyn_demo_read_e lyn_demo_read_line(char *buffer, int size) {
   memset(buffer, 0, static_cast<size_t>(size));
   fflush(stdout);
-  if (fgets(buffer, size, stdin) != nullptr)
-    return true;
+  const bool read = fgets(buffer, size, stdin) != nullptr;
+  const bool ctrl_d = lyn_demo_pass_ctrl_d();
+  if (read)
+    return LYN_DEMO_READ_LINE;
   buffer[0] = '\0';
-  return false;
+  return ctrl_d ? LYN_DEMO_READ_NOTHING : LYN_DEMO_READ_END;
+}
+
+bool lyn_demo_read_answer(char *buffer, int size) {
+  return lyn_demo_read_line(buffer, size) != LYN_DEMO_READ_END;
 }
 
 bool lyn_demo_read_number(int64_t *number, int size) {

@@ -13,9 +13,12 @@
  *   }
  *
  * Threads: every operation may be called from any thread but the callback's. Operations are serialised by one lock and
- * hold it while they talk to the modem: a call may block for up to 50 s per modem request (the request's time-out), and
- * for as long as calls of other threads need. The callback runs on the module's own command thread, one event at a
- * time, in the order in which the events happened; it runs under the same lock and must not call any operation.
+ * hold it while they talk to the modem: a call may block for up to 50 s per modem request (the request's time-out; a
+ * metric, a control or a subscription is at most three), and before that for as long as the calls and events ahead of
+ * it need. The mobile AP and location services have time-outs of their own. The callback runs on the module's own
+ * command thread, one event at a time, in the order in which the events happened; it runs under the same lock and must
+ * not call any operation. The same thread, under the same lock, sends what an event asks of the module itself: the
+ * NR 5G scan behind an LTE one (up to 50 s), the start, teardown and second configuration of a throughput test.
  *
  * Memory: records and parameter blocks handed in belong to the caller and are not kept. Blocks that the module hands
  * out are made with malloc or calloc and released by their receiver with free(); each declaration says which ones.
@@ -58,7 +61,7 @@ typedef uint32_t ox_lyn_hndl_t;
 typedef enum {
   OX_LYN_SUCCESS = 0,                   /**< done; for an asynchronous metric: accepted */
   OX_LYN_ERR_FAILURE = -1,              /**< a request to the modem, an allocation or the queue failed */
-  OX_LYN_ERR_INVALID_PARAM = -2,        /**< bad handle, null or wrong record, missing buffer, bad threshold */
+  OX_LYN_ERR_INVALID_PARAM = -2,        /**< bad handle, null or wrong record, missing buffer, value out of range */
   OX_LYN_ERR_NO_MEMORY = -3,            /**< a request buffer could not be allocated */
   OX_LYN_ERR_INSUFFICIENT_BUFFER = -4,  /**< the caller's list is too short */
   OX_LYN_ERR_BUSY = -5,                 /**< a request of the same kind is still ongoing */
@@ -89,7 +92,10 @@ typedef enum {
   OX_LYN_VALUE_LOCATION_E = 12  /**< ptr to an ox_lyn_loc_single_shot_t or ox_lyn_loc_batch_t */
 } ox_lyn_value_type_e;
 
-/** Registration status: the value of metric 1 and of indication 2. */
+/**
+ * Registration status: the value of metric 1 and of indication 2. NR 5G in service decides, then LTE in service; 2 to 4
+ * are those of a radio that is not in full service, LTE's before NR 5G's.
+ */
 typedef enum {
   OX_LYN_REG_NO_SERVICE_E = 1,
   OX_LYN_REG_POWER_SAVE_E = 2,
@@ -102,8 +108,12 @@ typedef enum {
 
 /**
  * Metrics of ox_lyn_get_info. Behind each: value type, value and unit, and the modem message it comes from.
- * "LTE serving cell" values need LTE service to be present, "NR 5G" ones an NR 5G cell, else the answer is
- * OX_LYN_ERR_INFO_UNAVAILABLE.
+ *
+ * Of metrics 2 to 21, 33 and 34 what the modem does not report is OX_LYN_ERR_INFO_UNAVAILABLE. From 16 on, but for 18
+ * and 19, LTE is asked at registration status 5 and 6 and NR 5G at 6 and 7. Of a radio that is not asked, 16, 17, 20,
+ * 21, 33 and 34 are unavailable, too, 35 and 36 are OX_LYN_ERR_FAILURE with a block of zeros, and 39 to 41 are 0.
+ * Metrics 37 and 38 are asked for at status 5 only: at 6 and 7 they are 0 and a block of zeros. Metrics 42 and 43 share
+ * one list: NR 5G's where the modem reports one, else LTE's.
  */
 typedef enum {
   OX_LYN_GET_INVALID_E = 0,             /**< refused */
@@ -144,43 +154,58 @@ typedef enum {
   OX_LYN_GET_LTE_MCS_E = 35,              /**< 0: ptr to an ox_lyn_mcs_t that the caller frees (NAS 90) */
   OX_LYN_GET_NR5G_MCS_E = 36,             /**< 0: ptr to an ox_lyn_mcs_t that the caller frees (NAS 90) */
   OX_LYN_GET_LTE_CA_STATS_E = 37,         /**< 2: downlink bandwidth code, 0 unknown, 1 to 6 (NAS 172) */
-  OX_LYN_GET_LTE_ENDC_MODE_E = 38,        /**< 0: ptr to an ox_lyn_endc_mode_t that the caller frees (NAS 77) */
-  OX_LYN_GET_LTE_RRC_STATE_E = 39,        /**< 0: u32, 0 unknown, 2 to 6 (NAS 210) */
-  OX_LYN_GET_NR5G_RRC_STATE_E = 40,       /**< 0: u32, 0 unknown, 7 to 9 (NAS 210) */
+  OX_LYN_GET_LTE_ENDC_MODE_E = 38,        /**< 0: ptr to an ox_lyn_endc_mode_t that the caller frees (NAS 77). Without
+                                               memory for it the call is OX_LYN_SUCCESS all the same, ptr stays as it
+                                               was (hand it in as null), and the module stays locked: every later call
+                                               blocks for ever, and so does the list that the metric is in */
+  OX_LYN_GET_LTE_RRC_STATE_E = 39,        /**< 0: u32, 0 unknown, 2 to 6: the modem's state, 1 to 5, plus 1 (NAS 210) */
+  OX_LYN_GET_NR5G_RRC_STATE_E = 40,       /**< 0: u32, 0 unknown, 7 to 9: the modem's state, 0 to 2, plus 7 (NAS 210) */
   OX_LYN_GET_NR5G_SCS_E = 41,             /**< 0: u32, ox_lyn_scs_e or 0 unknown (NAS 77) */
-  OX_LYN_GET_LTE_RF_BANDWIDTH_E = 42,     /**< 0: i64_array, count (0 to 16) bandwidth codes, 1 to 20 (NAS 49) */
-  OX_LYN_GET_NR5G_RF_BANDWIDTH_E = 43,    /**< 0: i64_array, count (0 to 16) bandwidth codes, 1 to 20 (NAS 49) */
+  OX_LYN_GET_LTE_RF_BANDWIDTH_E = 42,     /**< 0: i64_array, count (0 to 16) bandwidth codes, 1 to 19, or 20 unknown
+                                               (NAS 49) */
+  OX_LYN_GET_NR5G_RF_BANDWIDTH_E = 43,    /**< 0: the same */
   OX_LYN_GET_WWAN_PROFILE_INDEX_E = 44,   /**< 0: ptr to an ox_lyn_wwan_profile_list_t that the caller frees */
-  OX_LYN_GET_IPV4_STATS_E = 45,           /**< 0: in i64 the profile handle; out ptr to an ox_lyn_wwan_stats_t, freed */
-  OX_LYN_GET_IPV6_STATS_E = 46,           /**< by the caller */
+  OX_LYN_GET_IPV4_STATS_E = 45,           /**< 0: in i64 the profile handle, a profile_index of metric 44, which the
+                                               call selects on the mobile AP; out ptr to an ox_lyn_wwan_stats_t that
+                                               the caller frees */
+  OX_LYN_GET_IPV6_STATS_E = 46,           /**< 0: the same */
   OX_LYN_GET_MTPE_SERVER_CONFIG_E = 47,   /**< 0: in ptr to an ox_lyn_mtpe_net_params_t of the caller's; out ptr to an
                                                ox_lyn_mtpe_server_config_t that the caller frees */
   OX_LYN_GET_MTPE_LTE_INFO_E = 48,        /**< 0: ptr to an ox_lyn_mtpe_req_t; results follow as indications 9 */
   OX_LYN_GET_MTPE_NR5G_INFO_E = 49,       /**< 0: the same */
-  OX_LYN_GET_LOC_SINGLE_SHOT_E = 50,      /**< 0: ptr to an ox_lyn_loc_single_shot_req_t; async 3 follows */
-  OX_LYN_GET_LOC_ROUTINE_BATCHING_E = 51, /**< 0: ptr to an ox_lyn_loc_batching_req_t; async 4 follow */
+  OX_LYN_GET_LOC_SINGLE_SHOT_E = 50,      /**< 0: ptr to an ox_lyn_loc_single_shot_req_t; async 3 follows, but not where
+                                               the time-out comes before a fix: stop it then (control 1) */
+  OX_LYN_GET_LOC_ROUTINE_BATCHING_E = 51, /**< 0: ptr to an ox_lyn_loc_batching_req_t; async 4 follow. It runs until it
+                                               is stopped (control 2), even where they report a refusal or an end */
   OX_LYN_GET_IPV4_QOS_TFT_E = 52,         /**< 0: no value; indication 10 follows */
   OX_LYN_GET_IPV6_QOS_TFT_E = 53          /**< 0: no value; indication 10 follows */
 } ox_lyn_get_info_e;
 
-/** Controls of ox_lyn_set_info. Behind each: what the value union holds, and the modem message it becomes. */
+/**
+ * Controls of ox_lyn_set_info. Behind each: what the value union holds, and the modem message it becomes. Controls 3
+ * to 5 depend on the registration status that the module saw last: at its start, in ox_lyn_get_info or in an event.
+ */
 typedef enum {
   OX_LYN_SET_INVALID_E = 0,                   /**< refused */
-  OX_LYN_SET_LOC_SINGLE_SHOT_STOP_E = 1,      /**< nothing */
+  OX_LYN_SET_LOC_SINGLE_SHOT_STOP_E = 1,      /**< nothing; the request is over when async 3 has come */
   OX_LYN_SET_LOC_ROUTINE_BATCHING_STOP_E = 2, /**< nothing */
-  OX_LYN_SET_LTE_CELL_LOCK_LIST_E = 3,        /**< ptr to an ox_lyn_lte_cell_lock_t (NAS 216) */
-  OX_LYN_SET_NR5G_CELL_LOCK_LIST_E = 4,       /**< ptr to an ox_lyn_nr5g_cell_lock_t (NAS 270) */
-  OX_LYN_SET_NR5G_DEPRIORITIZE_E = 5,         /**< u8: 1 de-prioritises NR 5G, 0 restores it (NAS 295) */
+  OX_LYN_SET_LTE_CELL_LOCK_LIST_E = 3,        /**< ptr to an ox_lyn_lte_cell_lock_t (NAS 216). Done at status 5 only; at
+                                                   6 the modem takes the list, and the call fails all the same */
+  OX_LYN_SET_NR5G_CELL_LOCK_LIST_E = 4,       /**< ptr to an ox_lyn_nr5g_cell_lock_t (NAS 270). At status 7 only */
+  OX_LYN_SET_NR5G_DEPRIORITIZE_E = 5,         /**< u8: 1 de-prioritises NR 5G, 0 restores it (NAS 295). At status 6
+                                                   and 7 only */
   OX_LYN_SET_MMW_PPS_CONFIG_E = 6,            /**< ptr to an ox_lyn_pps_config_t (NAS 277) */
   OX_LYN_SET_MMW_PPS_CHANGE_STATUS_E = 7,     /**< ptr to an ox_lyn_pps_change_status_t (NAS 279) */
-  OX_LYN_SET_INSTALL_MODE_E = 8               /**< ptr to an ox_lyn_install_mode_t (NAS 333) */
+  OX_LYN_SET_INSTALL_MODE_E = 8               /**< ptr to an ox_lyn_install_mode_t (NAS 333); indications 12 and 13
+                                                   follow */
 } ox_lyn_set_info_e;
 
 /** Indications. 1 to 8 are delivered while subscribed; 9 to 13 whenever they happen. */
 typedef enum {
   OX_LYN_IND_INVALID_E = 0,                /**< refused */
   OX_LYN_IND_MODEM_STATUS_E = 1,           /**< 4: u32, ox_lyn_modem_status_e */
-  OX_LYN_IND_REG_STATUS_E = 2,             /**< 4: u32, ox_lyn_reg_status_e (NAS 78) */
+  OX_LYN_IND_REG_STATUS_E = 2,             /**< 4: u32, ox_lyn_reg_status_e (NAS 78); not where ox_lyn_get_info saw the
+                                                change first */
   OX_LYN_IND_LTE_RSRP_E = 3,               /**< 2: i64, dBm (NAS 81, as all up to 8) */
   OX_LYN_IND_NR5G_RSRP_E = 4,              /**< 2: i64, dBm */
   OX_LYN_IND_LTE_RSRQ_E = 5,               /**< 2: i64, dB */
@@ -197,7 +222,10 @@ typedef enum {
 /** Value of indication 1. */
 typedef enum { OX_LYN_MODEM_DOWN_E = 8, OX_LYN_MODEM_UP_E = 9 } ox_lyn_modem_status_e;
 
-/** Asynchronous responses: the answers to metrics 22 to 32, 50 and 51. */
+/**
+ * Asynchronous responses: the answers to metrics 22 to 32, 50 and 51. A scan's answer that nobody asked for comes as
+ * OX_LYN_ASYNC_NR5G_NBR_INFO_E.
+ */
 typedef enum {
   OX_LYN_ASYNC_INVALID_E = 0,
   OX_LYN_ASYNC_LTE_NBR_INFO_E = 1,    /**< 9: ptr to an ox_lyn_lte_nbr_info_t; 0 without a block: the scan failed */
@@ -250,7 +278,7 @@ typedef struct {
     void *ptr;
     uint32_t u32;
   } value;
-  uint32_t count; /**< valid elements of i64_array */
+  uint32_t count; /**< valid elements of i64_array; written for metrics 8, 9, 19, 42 and 43 */
 } ox_lyn_dm_info_t;
 
 /** Set-info record: the caller's own. record_type and value_type are not read. */
@@ -270,7 +298,8 @@ typedef struct {
   uint32_t record_type; /**< OX_LYN_RECORD_IND_E */
   uint32_t indication;  /**< ox_lyn_ind_e, 1 to 8 */
   uint32_t value_type;  /**< OX_LYN_VALUE_INT64_E for indications 3 to 8; not read for 1 and 2 */
-  int64_t threshold;    /**< indications 3 to 8: reporting step in the value's own unit, at least 1; 16 bits are kept */
+  int64_t threshold;    /**< indications 3 to 8: reporting step in the value's own unit, 1 to 65535; of more the low 16
+                             bits are kept */
 } ox_lyn_dm_ind_info_t;
 
 /* ------------------------------------------------------------------------------------------------------------------ */
@@ -285,15 +314,15 @@ typedef struct {
 
 /** Result of metric 16: the buffer is the caller's own. */
 typedef struct {
-  uint8_t valid; /**< 1 */
-  uint32_t count;
+  uint8_t valid;  /**< 1 */
+  uint32_t count; /**< component carriers, 0 to 7 */
   ox_lyn_cqi_entry_t entries[OX_LYN_LTE_CQI_LEN];
 } ox_lyn_lte_cqi_t;
 
 /** Result of metric 17: the buffer is the caller's own. */
 typedef struct {
-  uint8_t valid; /**< 1 */
-  uint32_t count;
+  uint8_t valid;  /**< 1 */
+  uint32_t count; /**< component carriers, 0 to 12 */
   ox_lyn_cqi_entry_t entries[OX_LYN_NR5G_CQI_LEN];
 } ox_lyn_nr5g_cqi_t;
 
@@ -303,33 +332,44 @@ typedef struct {
   uint16_t freq; /**< EARFCN */
 } ox_lyn_lte_lock_cell_t;
 
-/** LTE cell lock list, control 3 and metric 33: the caller's own. Metric 33 leaves `enforce` as the caller had it. */
+/**
+ * LTE cell lock list, control 3 and metric 33: the caller's own. Metric 33 leaves `enforce` and the cells behind
+ * `count` as the caller had them.
+ */
 typedef struct {
-  uint8_t count; /**< 0 to 60; entries beyond 60 are not sent */
+  uint8_t count; /**< metric 33: 0 to 60. Control 3: 1 to 60; 0 is refused with OX_LYN_ERR_FAILURE, entries beyond 60
+                      are not sent */
   ox_lyn_lte_lock_cell_t cells[OX_LYN_LTE_LOCK_LEN];
-  uint8_t enforce; /**< non-zero: the modem may use no other cell */
+  uint8_t enforce; /**< non-zero: given to the modem, which is to use no other cell */
 } ox_lyn_lte_cell_lock_t;
 
 /** One entry of a frequency-based NR 5G lock. */
 typedef struct {
   int32_t arfcn; /**< NR-ARFCN */
-  int32_t scs;   /**< ox_lyn_scs_e */
+  int32_t scs;   /**< ox_lyn_scs_e or 0: in control 4 15 kHz, in metric 34 unknown */
 } ox_lyn_nr5g_lock_arfcn_t;
 
-/** NR 5G cell lock, control 4 and metric 34: the caller's own. Metric 34 fills no band masks. */
+/**
+ * NR 5G cell lock, control 4 and metric 34: the caller's own. Metric 34 sets what the modem has not reported to 0;
+ * masks, reserved words and the list behind its length stay as the caller had them.
+ */
 typedef struct {
-  uint32_t lock_type; /**< 1: one cell, 2: list of ARFCNs, 3: unlock */
+  uint32_t lock_type; /**< control 4: 1 one cell, 2 list of ARFCNs, 3 unlock. Metric 34: as the modem numbers it */
   uint32_t reserved0;
-  uint16_t pci;   /**< lock type 1; non-zero marks the cell identity as given */
-  uint32_t scs;   /**< lock type 1: ox_lyn_scs_e */
+  uint16_t pci;   /**< lock type 1; 0 is refused with OX_LYN_ERR_FAILURE */
+  uint32_t scs;   /**< lock type 1: ox_lyn_scs_e or 0, as above */
   uint32_t arfcn; /**< lock type 1: NR-ARFCN */
   uint32_t reserved1;
   uint64_t band_mask[8];   /**< lock type 1: bands 1 to 512, bit 0 of [0] is band 1 */
-  uint32_t arfcn_list_len; /**< lock type 2: 0 to 32; entries beyond 32 are not sent */
+  uint32_t arfcn_list_len; /**< lock type 2: 1 to 32; 0 is refused with OX_LYN_ERR_FAILURE, entries beyond 32 are not
+                                sent */
   ox_lyn_nr5g_lock_arfcn_t arfcn_list[OX_LYN_NR5G_LOCK_LEN];
 } ox_lyn_nr5g_cell_lock_t;
 
-/** MCS, metrics 35 and 36: allocated by the module, freed by the caller. Modulation codes, 255 unknown. */
+/**
+ * MCS, metrics 35 and 36: allocated by the module, freed by the caller. One modulation code a stream: 1 to 6 of LTE, 1
+ * to 5 of NR 5G (the modem's code plus 1), 255 unknown.
+ */
 typedef struct {
   uint32_t dl_mod[OX_LYN_MCS_LEN];
   uint32_t ul_mod[OX_LYN_MCS_LEN];
@@ -337,18 +377,18 @@ typedef struct {
   uint32_t dl_len; /**< 0 to 2 */
 } ox_lyn_mcs_t;
 
-/** EN-DC mode, metric 38: allocated by the module, freed by the caller. Each field is 0 or 1. */
+/** EN-DC mode, metric 38: allocated by the module, freed by the caller. All zero where `valid` is. */
 typedef struct {
-  uint8_t valid;
-  uint8_t endc_available;
-  uint8_t restrict_dcnr_valid;
-  uint8_t restrict_dcnr;
+  uint8_t valid;               /**< 0 or 1 */
+  uint8_t endc_available;      /**< as the modem reports it */
+  uint8_t restrict_dcnr_valid; /**< 1 where `valid` is, whatever the modem says */
+  uint8_t restrict_dcnr;       /**< as the modem reports it */
 } ox_lyn_endc_mode_t;
 
 /** One WWAN profile. */
 typedef struct {
   uint32_t profile_index;
-  uint32_t subscription; /**< 1 default, 2 primary, 3 secondary (0-based where a lone profile is reported) */
+  uint32_t subscription; /**< 1 default, 2 primary, 3 secondary; 0, not filled, where a lone profile is reported */
   uint32_t technology;   /**< 0 any, 1 3GPP, 2 3GPP2 */
   uint32_t ip_family;    /**< 4, 6 or 10 (both) */
   uint8_t profile_id_3gpp;
@@ -358,7 +398,7 @@ typedef struct {
 
 /** WWAN profiles, metric 44: allocated by the module, freed by the caller. */
 typedef struct {
-  uint32_t count; /**< 0 to 50; 0 means that there is one profile, of which profiles[0].profile_index alone is filled */
+  uint32_t count; /**< 0, 2 to 50; 0: there is none or one, of which profiles[0].profile_index alone is filled */
   uint32_t reserved;
   ox_lyn_wwan_profile_t profiles[OX_LYN_WWAN_PROFILE_LEN];
 } ox_lyn_wwan_profile_list_t;
@@ -370,8 +410,8 @@ typedef struct {
 } ox_lyn_wwan_stats_t;
 
 /**
- * Modem throughput estimation (MTPE) request, metrics 48 and 49: the caller's own; the module keeps a copy until the
- * test has ended. Addresses are in network byte order. For uplink and both directions the client is the source and the
+ * Modem throughput estimation (MTPE) request, metrics 48 and 49: the caller's own; the module keeps a copy. Addresses
+ * are in network byte order, ports in host byte order. For uplink and both directions the client is the source and the
  * server the destination; for downlink the roles are swapped.
  */
 typedef struct {
@@ -379,7 +419,7 @@ typedef struct {
   uint32_t test_type;       /**< 1 uplink, 2 downlink, 3 both: uplink, then downlink with the roles swapped */
   uint32_t duration;        /**< s */
   uint32_t ip_family;       /**< 4 or 6 */
-  uint32_t protocol;        /**< 2: UDP */
+  uint32_t protocol;        /**< 2: UDP, 1: TCP, else not given */
   uint16_t src_port, dst_port;
   char server_url[300]; /**< null-terminated; empty: the addresses are used */
   uint32_t src_ipv4, dst_ipv4;
@@ -402,7 +442,7 @@ typedef struct {
 
 /** Single-shot request, metric 50: the caller's own. */
 typedef struct {
-  uint32_t timeout_ms;       /**< ms; the receiver gives up after it */
+  uint32_t timeout_ms;       /**< ms; the receiver gives up after it, which nothing reports: see metric 50 */
   float horizontal_accuracy; /**< m, the quality that a fix should have */
 } ox_lyn_loc_single_shot_req_t;
 
@@ -415,7 +455,7 @@ typedef struct {
 typedef struct {
   uint32_t arfcn; /**< NR-ARFCN */
   uint32_t band;  /**< NR band number */
-  uint32_t scs;   /**< ox_lyn_scs_e or 0; above 5 the control is refused with OX_LYN_ERR_INVALID_PARAM */
+  uint32_t scs;   /**< ox_lyn_scs_e, or 0 for 15 kHz; above 5 the control is refused with OX_LYN_ERR_INVALID_PARAM */
 } ox_lyn_nr5g_freq_t;
 
 /** mmW panel position (PPS) configuration, control 6: the caller's own, copied whole. */
@@ -437,7 +477,7 @@ typedef struct {
 
 /** Install mode, control 8: the caller's own, copied whole. */
 typedef struct {
-  uint32_t mode;       /**< 1 start, 2 stop */
+  uint32_t mode;       /**< 1 start, 2 stop; any other starts, too */
   uint16_t freq_count; /**< 0 to 16; more is refused with OX_LYN_ERR_INVALID_PARAM */
   uint16_t reserved;
   ox_lyn_nr5g_freq_t freqs[OX_LYN_FREQ_LEN];
@@ -465,19 +505,19 @@ typedef struct {
   ox_lyn_location_t location; /**< zero unless kind is 0 and response 0 or 4 */
 } ox_lyn_loc_single_shot_t;
 
-/** Async 4. `locations` is a block of its own, freed by the user as well; null unless status is 1. */
+/** Async 4. `locations` is a block of its own, freed by the user as well; null unless status is 1, then never null. */
 typedef struct {
-  int32_t status;   /**< 1: locations present; 0 with a bare response */
-  int32_t response; /**< code of the location service, 0 success */
+  int32_t status;   /**< of the batching: 0 inactive, also with a bare response, 1 locations present, 2 done */
+  int32_t response; /**< code of the location service, 0 success; -1 behind a batch that was lost */
   ox_lyn_location_t *locations;
-  uint8_t count; /**< locations in the array */
+  uint8_t count; /**< locations in the array, 0 to 255; of a larger batch the first 255 */
 } ox_lyn_loc_batch_t;
 
 /** Indication 9. */
 typedef struct {
   uint32_t test_type;      /**< direction that runs: 1 uplink, 2 downlink */
-  uint32_t failure_reason; /**< 0, or 3 when the start or the teardown failed */
-  uint32_t test_status;    /**< 1 configured, 2 completed, 3 failed, 0 aborted or refused */
+  uint32_t failure_reason; /**< 0, or 3 when the start or the teardown failed; the modem's own reason is logged only */
+  uint32_t test_status;    /**< 1 configured, 2 completed, 3 failed, 0 aborted, refused or unknown */
   uint32_t peak_rate;      /**< kbps, with test_status 2 */
 } ox_lyn_mtpe_status_t;
 
@@ -519,7 +559,7 @@ typedef struct {
   uint32_t index;  /**< 1-based */
   uint32_t earfcn;
   uint16_t pci;
-  uint8_t cgi_valid; /**< metric 26 was asked for */
+  uint8_t cgi_valid; /**< 1: metric 26 was asked for */
   uint32_t cgi;
   uint8_t plmn_valid; /**< metric 28 was asked for */
   uint32_t plmn_count;
@@ -530,7 +570,7 @@ typedef struct {
 typedef struct {
   ox_lyn_lte_nbr_t cells[OX_LYN_LTE_NBR_LEN]; /**< filled when metric 22, 24, 26 or 28 was asked for */
   struct {
-    uint8_t valid; /**< metric 30 or 32 was asked for */
+    uint8_t valid; /**< 1: metric 30 or 32 was asked for; all else is 0 where there is no neighbour */
     uint32_t earfcn;
     uint16_t pci;
     uint8_t rsrp_valid;
@@ -570,7 +610,7 @@ typedef struct {
  *
  * Runs on the command thread, one event at a time, in the order of the events, under the module's lock: it must return
  * soon and must not call any operation of this header (it would wait for itself). No call is made any more once
- * ox_lyn_deinit has returned.
+ * ox_lyn_deinit has returned. An event for which there is no memory is lost.
  *
  * hndl       the module's handle
  * dm_info    record of type 2 or 3; the user owns it and every block that its ptr leads to, and frees them with free():
@@ -588,9 +628,10 @@ typedef void (*ox_lyn_user_cb_fn)(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info,
 
 /**
  * Bring the module up: diagnostic service, NAS client, mobile AP client, a first system-information query, location
- * client, command thread.
+ * client, command thread. The mobile AP client says on standard output how it fared, a refused diagnostic service on
+ * standard error; without the latter the module comes up all the same.
  *
- * Blocks, without limit, until the modem offers its network access service.
+ * Blocks, without limit, until the modem offers its network access service, and with it every other operation.
  *
  * hndl        out: the handle; written on success only
  * user_data   handed to every callback; any value
@@ -606,8 +647,13 @@ typedef void (*ox_lyn_user_cb_fn)(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info,
 int32_t ox_lyn_init(ox_lyn_hndl_t *hndl, uint32_t user_data, ox_lyn_user_cb_fn user_cb_fn);
 
 /**
- * Take the module down: releases the NAS and location clients and joins the command thread. Events not yet delivered
- * are dropped; no callback runs once this has returned. Waits at most for the callback that is running.
+ * Take the module down: releases the NAS and location clients and joins the command thread. Single shots, batching and
+ * scans are over then; the mobile AP client stays up, and a throughput test goes on unheard. Events not yet delivered
+ * are dropped; no callback runs once this has returned.
+ *
+ * Waits for the lock as every operation does: for the calls ahead of it and their modem requests, 50 s each, and for
+ * the event that is being delivered, with its callback and what the module sends for it (see the top). Then only the
+ * board's own releases take time.
  *
  * OX_LYN_SUCCESS              down; the handle is void
  * OX_LYN_ERR_INVALID_PARAM    hndl is 0 or not the module's
@@ -623,23 +669,28 @@ int32_t ox_lyn_deinit(ox_lyn_hndl_t hndl);
  * nothing to do with the radio.
  *
  * dm_info  in: record_type OX_LYN_RECORD_GET_E, metric, and for metrics 16, 17, 33, 34 and 47 to 51 the address of the
- *          caller's block in ptr, for 45 and 46 the profile handle in i64; out: value_type, value and count. On failure
- *          value_type is 0 and the value is as it was (metrics 35 and 36: see ox_lyn_mcs_t).
+ *          caller's block in ptr, for 45 and 46 the profile handle in i64; out: value_type, value and, where there is
+ *          an array, count. After a failure value_type is 0 and all else as it was, but for metrics 35 and 36 (see
+ *          ox_lyn_mcs_t); after a bad handle or record_type, or while the module is down, value_type is as it was, too.
+ *          Metrics that are answered later, 22 to 32 and 48 to 53, leave the value and set value_type to 0.
  *
  * OX_LYN_SUCCESS                  answered, or accepted. Metrics 48 and 49: also when the test could not be
- *                                 configured, of which indication 9 with test_status 0 tells.
+ *                                 configured, of which indication 9 with test_status 0 tells (without memory nothing
+ *                                 does). Metric 38: also without memory for its block, see there.
  * OX_LYN_ERR_INVALID_PARAM        bad handle, null record, record_type not 1, a null ptr where metrics 16, 17, 33, 34,
  *                                 47, 48 or 49 need one
  * OX_LYN_ERR_NOT_INITIALIZED      the module is down
  * OX_LYN_ERR_SERVICE_UNAVAILABLE  registration status is not 5, 6 or 7; comes before OX_LYN_ERR_NOT_SUPPORTED
  * OX_LYN_ERR_NOT_SUPPORTED        metric outside 1 to 53
  * OX_LYN_ERR_INFO_UNAVAILABLE     the modem has no such value (metrics 2 to 21, 33, 34)
- * OX_LYN_ERR_BUSY                 metrics 22 to 32: a neighbour scan of either radio runs; 48, 49: a test runs;
- *                                 50, 51: a request of the same kind runs; ptr is looked at only behind that
+ * OX_LYN_ERR_BUSY                 metrics 22 to 32: a neighbour scan of either radio runs or is pending (see
+ *                                 ox_lyn_get_info_list); 48, 49: a test runs; 50, 51: a request of the same kind runs; ptr is looked
+ *                                 at behind that
  * OX_LYN_ERR_NO_MEMORY            a request buffer could not be allocated
- * OX_LYN_ERR_FAILURE              the modem refused or did not answer, the location service is not ready (50, 51), ptr
- *                                 is null (50, 51), a result block could not be allocated, or the uplink list is
- *                                 empty (35, 36)
+ * OX_LYN_ERR_FAILURE              the modem, the mobile AP (44 to 47, 52, 53) or the location service (50, 51) refused
+ *                                 or did not answer or is not ready; an earlier QoS query is not answered yet (52, 53);
+ *                                 ptr is null (50, 51); a result block could not be allocated (but for 38); the uplink
+ *                                 list is empty (35, 36)
  *
  *   ox_lyn_lte_cqi_t cqi;
  *   ox_lyn_dm_info_t info = {.record_type = OX_LYN_RECORD_GET_E, .metric = OX_LYN_GET_LTE_SERV_CQI_E};
@@ -649,34 +700,51 @@ int32_t ox_lyn_deinit(ox_lyn_hndl_t hndl);
 int32_t ox_lyn_get_info(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info);
 
 /**
- * Read several metrics in one call, in order; the neighbour metrics among them share one scan, LTE before NR 5G.
- * Stops at the first metric that fails; records after it are not handled, and a scan is then not started. Other calls
- * may come between two entries.
+ * Read several metrics in one call, in order; the neighbour metrics among them (22 to 32) share one scan, LTE before
+ * NR 5G, which is sent when all entries have been handled. Other calls may come between two entries.
  *
- * dm_info_list      dm_info_list_cnt records as for ox_lyn_get_info
+ * Stops at the first entry that fails; records after it are not handled, and no scan is sent. Neighbour metrics before
+ * it then stay pending: others are refused with OX_LYN_ERR_BUSY until a later list without any succeeds, which scans
+ * for the pending ones, or takes them back with an entry that is not supported.
+ *
+ * While a scan of an earlier call runs, a list without neighbour metrics sends it again at its end. Two answers follow;
+ * the second of an LTE scan comes as one of NR 5G (see ox_lyn_async_resp_e). Where the modem refuses that, the running
+ * scan is forgotten and the list fails, although its entries were answered. An entry that is not supported forgets a
+ * running scan, too: its answer then comes as one of NR 5G.
+ *
+ * dm_info_list      dm_info_list_cnt records as for ox_lyn_get_info. Of neighbour metrics and of entries that are not
+ *                   supported only `metric` is read, and nothing is written; their record_type and the registration
+ *                   status are not looked at
  * dm_info_list_cnt  at least 1
  *
- * Beyond the statuses of ox_lyn_get_info:
+ * The status is that of the first entry that fails, or of the scan. Beyond the statuses of ox_lyn_get_info:
  * OX_LYN_ERR_INVALID_PARAM  null list or count 0
- * OX_LYN_ERR_NOT_SUPPORTED  the last entry is 0, 52, 53 or above; such an entry anywhere also takes back the neighbour
- *                           metrics before it
- * OX_LYN_ERR_BUSY           an entry is a neighbour metric while a scan runs, or metric 50 while a single shot runs
- * OX_LYN_ERR_FAILURE        an entry is metric 51 while batching runs
+ * OX_LYN_ERR_NOT_SUPPORTED  the last entry is not supported: 0, 52, 53 or above. Elsewhere such an entry is passed by,
+ *                           but it, too, takes back the neighbour metrics before it
+ * OX_LYN_ERR_BUSY           an entry is a neighbour metric while a scan runs or is pending, or metric 50 while a single
+ *                           shot runs; no entry was handled then
+ * OX_LYN_ERR_FAILURE        an entry is metric 51 while batching runs; no entry was handled then
  */
 int32_t ox_lyn_get_info_list(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info_list, uint32_t dm_info_list_cnt);
 
 /**
- * Carry out one control; ox_lyn_set_info_e says what each takes. Complete when it returns.
+ * Carry out one control; ox_lyn_set_info_e says what each takes. The modem has answered when it returns; that a single
+ * shot was stopped (1) is told by asynchronous response 3, until which another one is refused with OX_LYN_ERR_BUSY.
  *
- * OX_LYN_SUCCESS            done
- * OX_LYN_ERR_INVALID_PARAM  bad handle, null record, null ptr (controls 3, 4, 6, 7, 8), a sub-carrier spacing outside
- *                           0 to 5 of the locked cell or of an entry that is sent (4, 6, 8), more than 16 frequencies
- *                           (6, 8)
+ * dm_ctrl_info  control, and its value; not written
+ *
+ * OX_LYN_SUCCESS              done
+ * OX_LYN_ERR_INVALID_PARAM    bad handle, null record, null ptr (controls 3, 4, 6, 7, 8), a sub-carrier spacing outside
+ *                             0 to 5 of the locked cell or of an entry that is sent (4, 6, 8), more than 16
+ *                             frequencies (6, 8)
  * OX_LYN_ERR_NOT_INITIALIZED  the module is down
- * OX_LYN_ERR_NOT_SUPPORTED  control outside 1 to 8
- * OX_LYN_ERR_NO_MEMORY      a request buffer could not be allocated
- * OX_LYN_ERR_FAILURE        nothing to stop (1, 2); the modem refused or did not answer; no LTE service, or an empty
- *                           list (3); registration status is not 7 (4), not 6 or 7 (5); PPS mode outside 1 to 3 (7)
+ * OX_LYN_ERR_NOT_SUPPORTED    control outside 1 to 8
+ * OX_LYN_ERR_NO_MEMORY        a request buffer could not be allocated
+ * OX_LYN_ERR_FAILURE          the modem refused or did not answer. 1, 2: nothing to stop, or the location service is
+ *                             not ready. 3: the list is empty, or the registration status is not 5. 4: the status is
+ *                             not 7, the lock type is not 1 to 3, or a cell or list to be locked is not given. 5: the
+ *                             status is not 6 or 7. 7: the PPS mode is not 1 to 3. Nothing was sent in any of these,
+ *                             but for 3 at status 6: there the modem has taken the list
  *
  *   ox_lyn_dm_ctrl_info_t ctrl = {.control = OX_LYN_SET_NR5G_DEPRIORITIZE_E};
  *   ctrl.value.u8 = 1;
@@ -686,15 +754,19 @@ int32_t ox_lyn_set_info(ox_lyn_hndl_t hndl, ox_lyn_dm_ctrl_info_t *dm_ctrl_info)
 
 /**
  * Subscribe one indication; subscribing it again replaces its threshold. The modem is told at once (NAS 3 and 108), and
- * the subscription changes only if it accepts. A delivered value is not delivered again until it changes.
+ * the subscription changes only if it accepts; that it refuses 108, the thresholds, is not seen. The modem applies the
+ * thresholds. A delivered value is not delivered again until it changes or is subscribed again, and a first value of 0
+ * is not delivered. Nothing is told to a modem that has restarted (indication 1): subscribe again then.
  *
- * OX_LYN_SUCCESS            subscribed
- * OX_LYN_ERR_INVALID_PARAM  bad handle, null record, record_type not 3; for 3 to 8 also value_type not 2 or a threshold
- *                           below 1
+ * dm_ind_info  record_type, indication and, for 3 to 8, value_type and threshold; not written
+ *
+ * OX_LYN_SUCCESS              subscribed
+ * OX_LYN_ERR_INVALID_PARAM    bad handle, null record, record_type not 3; for 3 to 8 also value_type not 2 or a
+ *                             threshold below 1
  * OX_LYN_ERR_NOT_INITIALIZED  the module is down
- * OX_LYN_ERR_NOT_SUPPORTED  indication outside 1 to 8
- * OX_LYN_ERR_NO_MEMORY      a request buffer could not be allocated
- * OX_LYN_ERR_FAILURE        the modem refused or did not answer
+ * OX_LYN_ERR_NOT_SUPPORTED    indication outside 1 to 8
+ * OX_LYN_ERR_NO_MEMORY        a request buffer could not be allocated
+ * OX_LYN_ERR_FAILURE          the modem refused or did not answer
  *
  *   ox_lyn_dm_ind_info_t ind = {.record_type = OX_LYN_RECORD_IND_E, .indication = OX_LYN_IND_LTE_RSRP_E,
  *                               .value_type = OX_LYN_VALUE_INT64_E, .threshold = 2};
@@ -723,7 +795,8 @@ int32_t ox_lyn_get_ind_count(ox_lyn_hndl_t hndl, uint32_t *dm_ind_cnt);
 int32_t ox_lyn_get_ind_list(ox_lyn_hndl_t hndl, uint32_t *dm_ind_list, uint32_t dm_ind_list_cnt);
 
 /**
- * Unsubscribe several indications, all or none; one that is not subscribed is no error.
+ * Unsubscribe several indications, all or none; one that is not subscribed is no error. The modem is told as by
+ * ox_lyn_set_ind_info.
  *
  * dm_clr_ind_list      dm_clr_ind_list_cnt ox_lyn_ind_e values, 1 to 8
  * dm_clr_ind_list_cnt  at least 1

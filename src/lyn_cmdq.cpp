@@ -228,7 +228,7 @@ static void lyn_cmdq_move(lyn_cmdq_t *from, lyn_cmdq_t *to) {
 
 int32_t lyn_cmdq_flush(lyn_cmdq_t *cmdq) {
   if (cmdq == nullptr) {
-    LYN_LOG_ERROR("lyn_cmdq_flush Bad Param cmdq NULL\n");
+    LYN_LOG_ERROR("lyn_cmdq_flush Bad Param cmdq NULL\n");  // deliberately without the others' colon
     return -1;
   }
   lyn_dll_node sentinel;

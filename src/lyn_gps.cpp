@@ -108,7 +108,7 @@ static bool lyn_gps_post_single_shot(const char *name, const ox_lyn_loc_single_s
 static void single_shot_response_callback(LocationResponse response) noexcept {
   LYN_LOG_HIGH("%s: response %u\n", __func__, static_cast<unsigned int>(response));
   const auto code = static_cast<int32_t>(response);
-  if (lyn_gps_is_accepted(code)) {
+  if (lyn_gps_is_accepted(code)) {  // deliberately also a time-out, which is not posted: its location may follow
     lyn_gps_single_shot_response = code;
     LYN_LOG_HIGH("%s: single_shot_response is %d \n", __func__, code);
     return;

@@ -81,10 +81,10 @@ int32_t ox_lyn_init(ox_lyn_hndl_t *hndl, uint32_t user_data, ox_lyn_user_cb_fn u
   }
   lyn_module_guard_t lock;
   if (lyn_is_initialised()) {
-    LYN_LOG_ERROR("Device Mmanager module already initialized!!");
+    LYN_LOG_ERROR("Device Mmanager module already initialized!!");  // misspelt so, deliberately
     return OX_LYN_ERR_ALREADY_INITIALIZED;
   }
-  if (!lyn_log_init())
+  if (!lyn_log_init())  // deliberately no reason to stop
     perror("Diag initialization failed!!");
   if (lyn_state.cmdq.head != nullptr)  // left by a teardown that failed half way, with or without a thread
     lyn_cmdq_deinit(&lyn_state.cmdq);
@@ -133,7 +133,7 @@ int32_t ox_lyn_deinit(ox_lyn_hndl_t hndl) {
   const int32_t status = lyn_deinit_clients();
   if (status != OX_LYN_SUCCESS)
     return status;
-  lyn_wipe_state();
+  lyn_wipe_state();  // deliberately the handle, too: from here on any handle is a bad one
   LYN_LOG_HIGH("Device Manager module successfully de-initialized!!");
   lyn_log_deinit();
   return OX_LYN_SUCCESS;

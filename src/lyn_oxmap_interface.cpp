@@ -282,6 +282,7 @@ static ox_lyn_wwan_profile_t lyn_oxmap_profile_of(const oxmap_wwan_policy_t &pol
   return profile;
 }
 
+/** Deliberate: 1 is success and 0 failure, unlike everywhere else. */
 int32_t lyn_oxmap_get_profile_handle(ox_lyn_wwan_profile_list_t *list) {
   oxmap_wwan_policy_list_t policies = {};
   if (list == nullptr || !lyn_oxmap_call(&OXMAP_Client::GetWWANPolicyListEx, &policies).ok) {

@@ -329,6 +329,7 @@ int32_t lyn_yrp_nas_init(void) {
   return status;
 }
 
+/** The network status deliberately stays: it is what requests go by until the next system information. */
 int32_t lyn_yrp_nas_release(void) {
   if (yrp_nas_clnt_handle == nullptr) {
     LYN_LOG_ERROR("YRP NAS client module not yet initialized - cannot be released!");

@@ -109,6 +109,7 @@ static void lyn_nas_fill_lte_lock(const lyn_nas_cell_lock_req_t &lock, yrp_nas_s
   }
 }
 
+/** Deliberate: refused requests log that "Retrieving" failed, here and below; a lock has the very text of its query. */
 static int32_t lyn_nas_lock_lte(const lyn_nas_cell_lock_req_t &lock, lyn_nas_lock_exchange_t &exchange) {
   LYN_LOG_HIGH("LTE multi-lock cell list - lte_cell_list_valid[%d]", lock.lte_list_valid);
   if (lock.lte_list_valid == 0) {
@@ -251,7 +252,10 @@ int32_t lyn_yrp_nas_set_pps_config(const ox_lyn_pps_config_t *pps_config) {
 
 /* Panel position change (279) */
 
-/** The two octets deliberately change places: the modem takes the index first here, as in its indication. */
+/**
+ * The two octets deliberately change places: the modem takes the index first here, as in its indication. So does the
+ * text's full stop with its line break.
+ */
 static int32_t lyn_nas_fill_pps_change(const ox_lyn_pps_change_status_t &change,
                                        yrp_nas_set_pps_change_status_req_t &req) {
   if (change.pps_mode == 0 || change.pps_mode >= std::size(LYN_NAS_PPS_MODES)) {

@@ -17,6 +17,7 @@ typedef struct {
   uint32_t first, last, offset, other;
 } lyn_nas_codes_t;
 
+// The RRC states of both radios deliberately share one numbering.
 static constexpr lyn_nas_codes_t LYN_NAS_LTE_RRC = {.first = 1, .last = 5, .offset = 1, .other = 0};
 static constexpr lyn_nas_codes_t LYN_NAS_NR5G_RRC = {.first = 0, .last = 2, .offset = 7, .other = 0};
 static constexpr lyn_nas_codes_t LYN_NAS_SCS = {.first = 0, .last = 4, .offset = 1, .other = 0};
@@ -46,7 +47,7 @@ static constexpr bool lyn_nas_always(uint32_t) {
   return true;
 }
 
-/** LTE in service without an NR 5G cell. */
+/** LTE alone. Deliberate: beside an NR 5G cell, EN-DC mode and carrier aggregation are not asked for. */
 static constexpr bool lyn_nas_has_lte_only(uint32_t network_status) {
   return network_status == OX_LYN_REG_LTE_E;
 }
@@ -439,7 +440,10 @@ int32_t lyn_yrp_nas_get_cphy_ca_info(lyn_nas_ca_info_t *get_cphy_ca_info) {
 
 /* RF bandwidths (49) */
 
-/** Both radios are read into the same fields: an NR 5G list replaces the LTE one, unless it is not valid or empty. */
+/**
+ * Both radios are deliberately read into the same fields: an NR 5G list replaces the LTE one, unless it is not valid or
+ * empty.
+ */
 static void lyn_nas_read_bandwidths(uint8_t valid, uint32_t len, const uint32_t (&codes)[YRP_NAS_RF_BAND_MAX],
                                     lyn_nas_log_entry_fn log_bandwidth, lyn_nas_rf_bw_info_t &rf_bw) {
   if (valid == 0 || len == 0) {

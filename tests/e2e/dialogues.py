@@ -1,8 +1,8 @@
 """What the demo client's prompt sequences print, and what becomes of the answers: a second account of them.
 
 A dialogue is run with a keyboard that knows one plausible answer to each question. A keyboard can be told to answer one
-question differently, or to fall silent (end of input) at one. What the user types is made up as the questions come, so
-that a dialogue always gets just the answers it asks for.
+question differently, to end an answer with the end-of-file key of a terminal (CTRL_D), or to fall silent (end of input)
+at one. What the user types is made up as the questions come, so that a dialogue always gets just the answers it asks for.
 
     keys = Keyboard({0: "65537"})
     outcome = option_9(3, keys, network_status=5)
@@ -14,6 +14,7 @@ import re
 import socket
 
 LONG_MAX, LONG_MIN = (1 << 63) - 1, -(1 << 63)
+CTRL_D = "\x04"
 FAILED, INVALID_PARAM, NOT_SUPPORTED, BUSY, SERVICE_UNAVAILABLE = -1, -2, -7, -5, -16
 
 
@@ -34,8 +35,9 @@ class Keyboard:
             self.silent = self.silent or len(self.heard) == self.end
             if self.silent:
                 return None
-            self.rest = self.changes.get(len(self.heard), default) + "\n"
-            self.typed += self.rest
+            answer = self.changes.get(len(self.heard), default)
+            self.typed += answer if answer.endswith(CTRL_D) else answer + "\n"
+            self.rest = answer.rstrip(CTRL_D) + "\n"
             self.heard.append(question)
         cut = min(self.rest.index("\n") + 1, size - 1)
         piece, self.rest = self.rest[:cut], self.rest[cut:]

@@ -160,12 +160,14 @@ class Launch:
 
 
 class Session:
-    """An interactive run through pipes. Texts are waited for in order: each search starts behind the last match."""
+    """An interactive run through pipes. Texts are waited for in order: each search starts behind the last match.
 
-    def __init__(self, launch, limit, timeout):
+    Standard input may be a file of the test's own, into which it writes by itself."""
+
+    def __init__(self, launch, limit, timeout, stdin=subprocess.PIPE):
         self.launch = launch
         self.timeout = timeout * SCALE
-        self.process = subprocess.Popen(launch.command, env=launch.env, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+        self.process = subprocess.Popen(launch.command, env=launch.env, stdin=stdin, stdout=subprocess.PIPE,
                                         stderr=subprocess.PIPE)
         self.output = Output(self.process, self.process.stdout, limit)
         self.errors = Output(self.process, self.process.stderr, limit)
@@ -240,7 +242,7 @@ class Session:
             self.process.wait()
         self.output.thread.join(self.timeout)
         self.errors.thread.join(self.timeout)
-        for pipe in (self.process.stdin, self.process.stdout, self.process.stderr):
+        for pipe in filter(None, (self.process.stdin, self.process.stdout, self.process.stderr)):
             try:
                 pipe.close()
             except BrokenPipeError:
@@ -306,8 +308,8 @@ class Demo:
             session.close_stdin()
             return session.finish()
 
-    def session(self, scenario=None, env=None, timeout=20, limit=8 << 20):
-        return Session(self.launch(scenario, env), limit, timeout)
+    def session(self, scenario=None, env=None, timeout=20, limit=8 << 20, stdin=subprocess.PIPE):
+        return Session(self.launch(scenario, env), limit, timeout, stdin)
 
     def terminal(self, scenario=None, env=None, timeout=20):
         return Terminal(self.launch(scenario, env), timeout)

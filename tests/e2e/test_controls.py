@@ -2,15 +2,15 @@
 
 The expected transcripts and requests come from `dialogues`, which knows the questions and nothing of the client.
 """
+import contextlib
 import dataclasses
 import re
 
-import pexpect
 import pytest
 
 import dialogues
-from dialogues import CONTROLS, Keyboard
-from lyn import AUTO_DONE, AUTO_ENABLED, BANNER, OPTION_FAILED, PARSE_FAILED, PROMPT, Terminal, parse_journal
+from dialogues import CONTROLS, CTRL_D, Keyboard
+from lyn import AUTO_DONE, AUTO_ENABLED, BANNER, OPTION_FAILED, PARSE_FAILED, PROMPT, parse_journal
 from test_main_loop import MENU, not_supported
 
 SYS_INFO = {
@@ -109,18 +109,30 @@ class Conversation:
         return asked(parse_journal(whole))
 
 
-@pytest.fixture(params=[AtPipe, AtTerminal], ids=["pipe", "terminal"])
-def converse(request, demo):
-    """Start conversations with boards of a network status."""
+@contextlib.contextmanager
+def conversations(demo, way):
+    """Starts conversations with boards of a network status; closes them in the end."""
     open_ones = []
 
     def start(network_status, rest=REFUSING):
-        open_ones.append(Conversation(request.param(demo, board(network_status, rest))))
+        open_ones.append(Conversation(way(demo, board(network_status, rest))))
         return open_ones[-1]
 
     yield start
     for each in open_ones:
         each.way.close()
+
+
+@pytest.fixture(params=[AtPipe, AtTerminal], ids=["pipe", "terminal"])
+def converse(request, demo):
+    with conversations(demo, request.param) as start:
+        yield start
+
+
+@pytest.fixture
+def converse_in_a_terminal(demo):
+    with conversations(demo, AtTerminal) as start:
+        yield start
 
 
 def left_over(rest):
@@ -240,23 +252,14 @@ def test_end_of_input_at_every_question_ends_an_automatic_run(demo, sequence, en
     assert [each for each in asked(result.journal) if each[0] not in (3, 108)] == outcome.requests
 
 
-@pytest.mark.release_only
-@pytest.mark.parametrize("sequence, end", end_of_input_cases())
-def test_end_of_input_at_every_question_in_a_terminal(demo, sequence, end):
-    launch = demo.launch(board(sequence.network_status, SILENT))
-    launch.auto_file.write_text(f"1\n{sequence.option} {sequence.identifier}\n")
-    keys = Keyboard(end=end)
-    sequence.run(keys)
-    with Terminal(launch, 20) as terminal:
-        terminal.child.delaybeforesend = None
-        terminal.child.setecho(False)
-        terminal.child.send(keys.typed)
-        terminal.child.send("\x04")  # the terminal's end of file
-        terminal.child.expect(pexpect.EOF)
-        console = terminal.child.before.replace("\r\n", "\n")
-    check_end_of_input(console, sequence, Keyboard(end=end))
-
-
+@pytest.mark.parametrize("network_status", sorted({each.network_status for each in SEQUENCES}))
+def test_ctrl_d_at_every_question_in_a_terminal_is_an_empty_answer_and_no_more(converse_in_a_terminal, network_status):
+    """Alone it is an empty answer; the second one behind a part of an answer ends it."""
+    talk = converse_in_a_terminal(network_status)
+    for sequence in [each for each in SEQUENCES if each.network_status == network_status]:
+        for question in range(len(sequence.questions())):
+            for answer in [CTRL_D, "1" + CTRL_D * 2]:
+                sequence.check(talk, {question: answer})
 
 
 def test_unfinished_last_answer_counts(demo):

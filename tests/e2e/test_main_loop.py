@@ -10,7 +10,7 @@ import time
 
 import pytest
 
-from lyn import AUTO_DONE, AUTO_ENABLED, BANNER, INVALID_OPTION, OPTION_FAILED, PARSE_FAILED, PROMPT
+from lyn import AUTO_DONE, AUTO_ENABLED, BANNER, INVALID_OPTION, OPTION_FAILED, PARSE_FAILED, PROMPT, Session
 
 MENU_LINES = [
     "01. LYN DM Register",
@@ -262,6 +262,53 @@ def test_prompt_appears_in_a_terminal_and_sigterm_ends_it_with_status_0(demo):
         terminal.expect("Option ID[11] NOT SUPPORTED.")
         terminal.expect(PROMPT)
         assert terminal.terminate() == 0
+
+
+@pytest.mark.parametrize("typed, printed", [
+    ("\x04", MENU),  # nothing is said of it, unlike of an empty line
+    ("\x04\x04\x04", MENU * 3),
+    ("112\x04\n", not_supported(112) + MENU),  # once behind a part of a line it takes that part, and the line goes on
+    ("112\x04\x04", not_supported(11) + MENU),  # twice it ends the line, which loses its last character
+    ("112\x04 4\x04\x04\x04", not_supported(112) + MENU * 2),
+], ids=["alone", "thrice", "once_in_a_line", "twice_in_a_line", "in_a_line_and_alone"])
+def test_ctrl_d_at_the_prompt_of_a_terminal_ends_one_line_and_reading_goes_on(demo, typed, printed):
+    with demo.terminal() as terminal:
+        terminal.expect(PROMPT)
+        terminal.child.setecho(False)
+        terminal.child.send(typed)
+        terminal.sendline("12")
+        assert terminal.expect(not_supported(12).strip()).replace("\r\n", "\n") == printed
+        terminal.expect(PROMPT)
+        assert terminal.terminate() == 0
+
+
+def test_terminal_that_hangs_up_between_two_questions_is_a_closed_standard_input(demo):
+    """One question finds the terminal there, one finds it gone and gives up, although it repeats at Ctrl-D."""
+    keyboard, terminal = os.openpty()
+    slow = "[sys_info]\nlte = 'absent'\nnr5g = 'service'\n[[fault]]\non = 'nas.295'\ndelay_ms = 500\n"
+    launch = demo.launch(slow)
+    launch.auto_file.write_text("1\n9 5\n7 47\n")
+    with Session(launch, 256 << 20, 20, stdin=terminal) as session:
+        os.close(terminal)
+        os.write(keyboard, b"\x04")
+        session.wait_journal(lambda row: row["dir"] == "request" and row["id"] == 295)
+        os.close(keyboard)
+        assert session.wait() == 0
+        assert session.console.endswith("IPv6 :- failed to get the MTPE test info\n" + OPTION_FAILED)
+
+
+def test_terminal_that_hangs_up_during_a_question_is_a_closed_standard_input(demo):
+    """The repeated question gives up, and the menu repeats without end."""
+    keyboard, terminal = os.openpty()
+    with demo.session(limit=256 << 20, stdin=terminal) as session:
+        os.close(terminal)
+        os.write(keyboard, b"1\n\x047 47\n")
+        session.wait_for("IPv6 :- ")
+        os.write(keyboard, b"\x04")
+        session.wait_for("IPv6 :- ")
+        os.close(keyboard)
+        session.wait_for("failed to get the MTPE test info\n" + OPTION_FAILED + MENU * 100)
+        assert session.terminate() == 0
 
 
 def test_only_sigterm_is_handled(demo):

@@ -599,6 +599,24 @@ TEST_F(lyn_interface_get, rf_bandwidths_are_those_of_lte_where_nr5g_has_an_empty
   EXPECT_EQ(get(43), "type 0: [4, 5]");
 }
 
+TEST_F(lyn_interface_get, deliberately_endc_mode_and_ca_bandwidth_are_zero_wherever_there_is_nr5g) {
+  for (const uint32_t network_status : {OX_LYN_REG_LTE_NR5G_E, OX_LYN_REG_NR5G_E}) {
+    metric_board(network_status);
+    EXPECT_EQ(get(37), "type 2: 0");
+    EXPECT_EQ(get(38), "type 0: [0, 0, 0, 0]");
+    EXPECT_THAT(metric_asked(), ElementsAre("77", "77")) << "the status alone is asked for";
+  }
+}
+
+TEST_F(lyn_interface_get, deliberately_both_rf_bandwidth_metrics_give_one_list_that_of_nr5g_where_there_is_one) {
+  for (const uint32_t metric : {42U, 43U}) {
+    metric_board(6);
+    EXPECT_EQ(get(metric), "type 0: [11]");
+    metric_board(6, metric_with(metric_fault(49, 1, "clear = [\"nr5g_rf_bandwidth_valid\"]")));
+    EXPECT_EQ(get(metric), "type 0: [4, 5]");
+  }
+}
+
 TEST_F(lyn_interface_get, extremes_keep_their_sign_and_width) {
   metric_tables tables = metric_with_lte("earfcn", "65535", metric_with_lte("cgi", "4294967295"));
   tables = metric_with_lte("rsrp", "-32768", metric_with_lte("rsrq", "-128", tables));
@@ -776,6 +794,26 @@ TEST_F(lyn_interface_get, batching_that_runs_refuses_a_list_with_minus_1_and_a_s
   EXPECT_EQ(ox_lyn_get_info_list(board.hndl, &info, 1), -1);
   EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre("Gps batching request ongoing 1 - wait for completion!!",
                                                    "Gps scan ongoing batching [1] - wait for completion!!"));
+}
+
+TEST_F(lyn_interface_get, metrics_that_are_answered_later_leave_all_but_the_value_type_of_their_records) {
+  start_with_receiver("capabilities_ms = 0\n");
+  ox_lyn_mtpe_req_t test = {};
+  ox_lyn_loc_single_shot_req_t shot = {.timeout_ms = 3600000, .horizontal_accuracy = 10};
+  ox_lyn_loc_batching_req_t interval = {.min_interval_ms = 3600000};
+  const std::map<uint32_t, void *> metrics_and_blocks = {{OX_LYN_GET_LTE_NBR_PCI_E, &test},
+                                                         {OX_LYN_GET_MTPE_LTE_INFO_E, &test},
+                                                         {OX_LYN_GET_LOC_SINGLE_SHOT_E, &shot},
+                                                         {OX_LYN_GET_LOC_ROUTINE_BATCHING_E, &interval},
+                                                         {OX_LYN_GET_IPV4_QOS_TFT_E, &test}};
+  for (const auto &[metric, block] : metrics_and_blocks) {
+    ox_lyn_dm_info_t info = record_for(metric);
+    info.value.ptr = block;
+    const ox_lyn_dm_info_t before = info;
+    EXPECT_EQ(ox_lyn_get_info(board.hndl, &info), 0) << metric;
+    EXPECT_EQ(info.value_type, 0U) << metric;
+    EXPECT_TRUE(only_type_written(info, before)) << metric;
+  }
 }
 
 TEST_F(lyn_interface_get, single_shot_that_runs_refuses_a_list_and_a_single_call_with_minus_5) {

@@ -1,6 +1,8 @@
 /* Neighbour scans, from the metric to the delivered block: one scan at a time, LTE before NR 5G, flags clear at the
  * end. */
+#include <algorithm>
 #include <cstring>
+#include <thread>
 
 #include "board.h"
 
@@ -76,6 +78,20 @@ int scan_rounds() {
 #else
   return 10000;
 #endif
+}
+
+/** One passing of a call that the modem refuses, behind so many that it lets through. */
+std::string refused(const std::string &call, int skip = 0) {
+  return "[[fault]]\non = \"" + call + "\"\nskip = " + std::to_string(skip) + "\nresult = 1\nerror = 46\n";
+}
+
+/** The module behind a list that has failed after a neighbour metric of either radio. */
+void leave_both_radios_pending() {
+  board.start(OX_LYN_REG_LTE_NR5G_E, std::string(at_once) + refused("nas.79"));
+  EXPECT_EQ(board.get_list({OX_LYN_GET_LTE_NBR_EARFCN_E, OX_LYN_GET_NR5G_NBR_RSRP_E, OX_LYN_GET_LTE_SERV_RSRP_E}),
+            OX_LYN_ERR_FAILURE);
+  EXPECT_EQ(board.get(OX_LYN_GET_LTE_NBR_PCI_E), OX_LYN_ERR_BUSY);
+  board.forget();
 }
 
 /** Nothing more comes. */
@@ -228,12 +244,82 @@ TEST_F(lyn_scan, an_unknown_entry_takes_the_scan_before_it_back) {
 }
 
 TEST_F(lyn_scan, deliberately_a_failing_entry_leaves_the_scan_before_it_pending_and_unsent) {
-  board.start(OX_LYN_REG_LTE_NR5G_E, std::string(at_once) + "[[fault]]\non = \"nas.79\"\nresult = 1\nerror = 46\n");
+  board.start(OX_LYN_REG_LTE_NR5G_E, std::string(at_once) + refused("nas.79"));
   EXPECT_EQ(board.get_list({22, OX_LYN_GET_LTE_SERV_RSRP_E, 23}), OX_LYN_ERR_FAILURE);
   EXPECT_EQ(board.asked().size(), 1U); /* the signal query; no scan */
   EXPECT_EQ(board.get(OX_LYN_GET_LTE_NBR_EARFCN_E), OX_LYN_ERR_BUSY);
   EXPECT_EQ(board.get(OX_LYN_GET_NR5G_NBR_EARFCN_E), OX_LYN_ERR_BUSY);
   expect_quiet();
+}
+
+TEST_F(lyn_scan, neighbours_that_were_left_pending_are_scanned_for_by_the_next_list_that_succeeds) {
+  leave_both_radios_pending();
+  EXPECT_EQ(board.get_list({OX_LYN_GET_LTE_SERV_PCI_E}), OX_LYN_SUCCESS);
+  const auto answers = board.take(2);
+  ASSERT_THAT(ids(answers), ElementsAre(1, 2));
+  EXPECT_EQ(lte_of(answers[0]).cells[0].earfcn, 1300U);
+  EXPECT_EQ(nr5g_of(answers[1]).cells[0].rsrp_valid, 1);
+  EXPECT_TRUE(flags_clear());
+}
+
+TEST_F(lyn_scan, neighbours_that_were_left_pending_are_taken_back_by_a_list_with_an_unknown_entry) {
+  leave_both_radios_pending();
+  EXPECT_EQ(board.get_list({0}), OX_LYN_ERR_NOT_SUPPORTED);
+  EXPECT_TRUE(flags_clear());
+  EXPECT_TRUE(board.asked().empty());
+  EXPECT_EQ(board.get(OX_LYN_GET_LTE_NBR_PCI_E), OX_LYN_SUCCESS);
+  EXPECT_THAT(ids(board.take(1)), ElementsAre(1));
+}
+
+TEST_F(lyn_scan, nr5g_neighbours_that_were_left_pending_take_an_answer_that_nobody_asked_for) {
+  leave_both_radios_pending();
+  sim_board_post("nas", 133, sim_board_sample("nas", 133, 7));
+  EXPECT_THAT(ids(board.take(1)), ElementsAre(2));
+  board.forget();
+  EXPECT_EQ(board.get(OX_LYN_GET_LTE_NBR_PCI_E), OX_LYN_ERR_BUSY);
+  EXPECT_THAT(diag_log_lines({"lyn_interface_get.cpp"}),
+              ElementsAre("ERROR Neighbor cells scan request ongoing nr5g[0]/lte[1] - wait for completion!!"));
+}
+
+TEST_F(lyn_scan,
+       deliberately_a_list_without_neighbours_sends_a_running_scan_again_and_the_second_answer_is_one_of_nr5g) {
+  board.start(OX_LYN_REG_LTE_NR5G_E, never);
+  EXPECT_EQ(board.get(OX_LYN_GET_LTE_NBR_RSRP_E), OX_LYN_SUCCESS);
+  EXPECT_EQ(board.get_list({OX_LYN_GET_REG_STATUS_E}), OX_LYN_SUCCESS);
+  EXPECT_EQ(board.asked(), (board_requests{lte_scan, lte_scan}));
+  for (int i = 0; i < 2; i++)
+    sim_board_post("nas", 133, {0x01, 0x04, 0x00, 0, 0, 0, 0});
+  EXPECT_THAT(ids(board.take(2)), ElementsAre(1, 2));
+  EXPECT_TRUE(flags_clear());
+}
+
+TEST_F(lyn_scan, deliberately_a_list_fails_and_forgets_a_running_scan_that_it_cannot_send_again) {
+  board.start(OX_LYN_REG_LTE_NR5G_E, std::string(never) + refused("nas.133", 1));
+  EXPECT_EQ(board.get(OX_LYN_GET_LTE_NBR_RSRP_E), OX_LYN_SUCCESS);
+  ox_lyn_dm_info_t info = metric_request(OX_LYN_GET_REG_STATUS_E);
+  EXPECT_EQ(ox_lyn_get_info_list(board.hndl, &info, 1), OX_LYN_ERR_FAILURE);
+  EXPECT_EQ(info.value.u32, static_cast<uint32_t>(OX_LYN_REG_LTE_NR5G_E)) << "the entry was answered";
+  EXPECT_TRUE(flags_clear());
+}
+
+TEST_F(lyn_scan, deliberately_an_unknown_entry_forgets_a_running_scan_whose_answer_is_then_one_of_nr5g) {
+  board.start(OX_LYN_REG_LTE_NR5G_E, never);
+  EXPECT_EQ(board.get(OX_LYN_GET_LTE_NBR_PCI_E), OX_LYN_SUCCESS);
+  EXPECT_EQ(board.get_list({0}), OX_LYN_ERR_NOT_SUPPORTED);
+  EXPECT_TRUE(flags_clear());
+  sim_board_post("nas", 133, {0x01, 0x04, 0x00, 0, 0, 0, 0});
+  EXPECT_THAT(ids(board.take(1)), ElementsAre(2));
+}
+
+TEST_F(lyn_scan, neighbour_entries_of_a_list_are_looked_at_for_their_metric_only) {
+  board.start(OX_LYN_REG_LTE_NR5G_E, at_once);
+  ox_lyn_dm_info_t info;
+  memset(&info, 0x5A, sizeof info);
+  info.metric = OX_LYN_GET_LTE_NBR_PCI_E;
+  const ox_lyn_dm_info_t before = info;
+  EXPECT_EQ(ox_lyn_get_info_list(board.hndl, &info, 1), OX_LYN_SUCCESS);
+  EXPECT_EQ(memcmp(&info, &before, sizeof info), 0);
+  EXPECT_THAT(ids(board.take(1)), ElementsAre(1));
 }
 
 TEST_F(lyn_scan, a_scan_that_cannot_start_leaves_nothing_pending) {
@@ -260,6 +346,20 @@ TEST_F(lyn_scan, a_second_radio_that_cannot_start_delivers_nothing_and_leaves_no
   EXPECT_TRUE(flags_clear());
   EXPECT_EQ(board.get(OX_LYN_GET_NR5G_NBR_EARFCN_E), OX_LYN_SUCCESS);
   EXPECT_THAT(ids(board.take(1)), ElementsAre(2));
+}
+
+TEST_F(lyn_scan, deinit_waits_for_the_request_that_the_command_thread_sends_for_an_event) {
+  board.start(OX_LYN_REG_LTE_NR5G_E, std::string(at_once) + "[[fault]]\non = \"nas.133\"\nskip = 1\ndelay_ms = 100\n");
+  EXPECT_EQ(board.get_list({22, 23}), OX_LYN_SUCCESS);
+  const auto scans = [](const char *direction) {
+    const auto rows = board_journal("nas", direction);
+    return std::ranges::count_if(rows, [](const json &row) { return row["id"] == 133; });
+  };
+  while (scans("request") < 2)
+    std::this_thread::yield();
+  EXPECT_EQ(ox_lyn_deinit(board.hndl), OX_LYN_SUCCESS);
+  board.hndl = 0;
+  EXPECT_EQ(scans("response"), 2);
 }
 
 TEST_F(lyn_scan, an_answer_with_an_error_is_delivered_without_a_value_and_ends_the_scan) {

@@ -22,6 +22,10 @@ lyn_nas_cell_lock_req_t both_locks() {
   return lock;
 }
 
+ox_lyn_pps_change_status_t pps_change(uint32_t mode) {
+  return {.position_changed = 1, .position_index = 7, .reserved = 0, .pps_mode = mode};
+}
+
 }  // namespace
 
 TEST_F(lyn_yrp_nas, when_cells_are_locked_then_the_status_decides_which_radio_is_told) {
@@ -170,20 +174,23 @@ TEST_F(lyn_yrp_nas, deliberately_an_unknown_install_mode_is_sent_as_a_start) {
 
 TEST_F(lyn_yrp_nas, deliberately_the_octets_of_a_panel_change_are_swapped) {
   nas_connect(OX_LYN_REG_NR5G_E);
-  for (const uint32_t mode : {0U, 1U, 2U, 3U, 4U}) {
+  for (const uint32_t mode : {1U, 2U, 3U}) {
     nas_forget();
-    const ox_lyn_pps_change_status_t change = {
-        .position_changed = 1, .position_index = 7, .reserved = 0, .pps_mode = mode};
-    const bool known = mode >= 1 && mode <= 3;
-    EXPECT_EQ(lyn_yrp_nas_set_pps_change_status(&change), known ? 0 : -1);
-    if (known) {
-      EXPECT_EQ(nas_request_fields(0),
-                nlohmann::json({{"position_index", 7}, {"position_changed", 1}, {"pps_mode", mode - 1}}));
-    } else {
-      EXPECT_TRUE(nas_requests().empty());
-      EXPECT_THAT(diag_log_lines(), ElementsAre("ERROR PPS mode is " + std::to_string(mode) + " is invalid\\n."));
-    }
+    const auto change = pps_change(mode);
+    EXPECT_EQ(lyn_yrp_nas_set_pps_change_status(&change), 0);
+    EXPECT_EQ(nas_request_fields(0),
+              nlohmann::json({{"position_index", 7}, {"position_changed", 1}, {"pps_mode", mode - 1}}));
   }
+}
+
+TEST_F(lyn_yrp_nas, deliberately_the_text_of_an_unknown_pps_mode_has_its_full_stop_behind_the_line_break) {
+  nas_connect(OX_LYN_REG_NR5G_E);
+  for (const uint32_t mode : {0U, 4U}) {
+    const auto change = pps_change(mode);
+    EXPECT_EQ(lyn_yrp_nas_set_pps_change_status(&change), -1);
+    EXPECT_THAT(diag_log_lines(), ElementsAre("ERROR PPS mode is " + std::to_string(mode) + " is invalid\\n."));
+  }
+  EXPECT_TRUE(nas_requests().empty());
 }
 
 TEST_F(lyn_yrp_nas, when_there_is_no_nr5g_then_it_cannot_be_deprioritised) {
@@ -196,7 +203,7 @@ TEST_F(lyn_yrp_nas, when_there_is_no_nr5g_then_it_cannot_be_deprioritised) {
   EXPECT_EQ(nas_requests(), std::vector<int>{295});
 }
 
-TEST_F(lyn_yrp_nas, when_the_modem_refuses_a_request_then_its_text_is_logged) {
+TEST_F(lyn_yrp_nas, deliberately_a_refused_request_says_that_retrieving_failed_a_lock_as_its_query_does) {
   const auto lock = both_locks();
   const ox_lyn_pps_config_t pps = {};
   const ox_lyn_pps_change_status_t change = {.position_changed = 0, .position_index = 0, .reserved = 0, .pps_mode = 1};

@@ -630,7 +630,7 @@ TEST_F(lyn_yrp_nas_query, empty_list_of_rf_bandwidths_is_read_as_missing) {
   EXPECT_EQ(answer.parts, record_after(query, 0, answer.parts));
 }
 
-TEST_F(lyn_yrp_nas_query, empty_lists_are_read_as_missing_and_only_lte_reports_them) {
+TEST_F(lyn_yrp_nas_query, deliberately_a_missing_mcs_list_of_lte_is_reported_and_one_of_nr5g_is_not) {
   metric_tables tables = metric_with_lte("dl_mod", "[]", metric_with_lte("ul_mod", "[]"));
   tables = metric_with_nr5g("dl_mod", "[]", metric_with_nr5g("ul_mod", "[]", tables));
   board(6, tables);
@@ -647,6 +647,13 @@ TEST_F(lyn_yrp_nas_query, deliberately_the_dcnr_flag_is_one_whatever_the_modem_s
   const query_answer answer = query_named("get_endc_mode_info").ask(false);
   EXPECT_EQ(answer.parts[0], (numbers{1, 1, 1, 0}));
   EXPECT_THAT(diag_log_lines(), testing::Contains("HIGH Modem Metrics ENDC mode restrict_dcnr_valid [0]"));
+}
+
+TEST_F(lyn_yrp_nas_query, deliberately_a_failed_spacing_query_logs_the_text_of_carrier_aggregation) {
+  board(7, metric_with(metric_fault(77, 1, "result = 1\nerror = 46")));
+  EXPECT_EQ(query_named("get_sub_carr_space_info").ask(false).status, -1);
+  EXPECT_THAT(diag_log_texts("ERROR"),
+              ElementsAre("Retrieving to CPHY CA info info failed - error[0], response[1/46]"));
 }
 
 TEST_F(lyn_yrp_nas_query, endc_flags_are_the_modems) {

@@ -98,6 +98,19 @@ TEST_F(lyn_yrp_nas, when_released_then_both_handles_are_and_requests_are_refused
   EXPECT_THAT(diag_log_lines(), ElementsAre(NOT_CONNECTED));
 }
 
+TEST_F(lyn_yrp_nas, deliberately_the_network_status_survives_a_release_until_the_next_system_information) {
+  lyn_nas_rrc_state_t rrc;
+  lyn_nas_sys_info_t sys_info;
+  nas_connect(OX_LYN_REG_LTE_E);
+  EXPECT_EQ(lyn_yrp_nas_release(), 0);
+  nas_board(board_status(OX_LYN_REG_NO_SERVICE_E));
+  EXPECT_EQ(lyn_yrp_nas_init(), 0);
+  EXPECT_EQ(lyn_yrp_nas_get_rrc_state(&rrc), 0);
+  EXPECT_EQ(lyn_yrp_nas_get_sys_info(&sys_info, 1), 0);
+  EXPECT_EQ(lyn_yrp_nas_get_rrc_state(&rrc), 0);
+  EXPECT_EQ(nas_requests(), (std::vector<int>{3, 210, 77})) << "LTE was asked as if it were still there";
+}
+
 TEST_F(lyn_yrp_nas, when_releasing_the_notifier_fails_then_both_stay_for_the_next_try) {
   nas_connect(OX_LYN_REG_LTE_E, fault("yrp.release", "transport = -9"));
   EXPECT_EQ(lyn_yrp_nas_release(), -1);

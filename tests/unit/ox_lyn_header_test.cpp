@@ -31,6 +31,11 @@ TEST(ox_lyn_header, operations_have_c_linkage_types_that_a_c_caller_can_name) {
   EXPECT_TRUE(std::is_trivial_v<ox_lyn_dm_info_t> && std::is_standard_layout_v<ox_lyn_dm_info_t>);
 }
 
+TEST(ox_lyn_header, deliberately_there_is_no_nr5g_neighbour_rsrq_behind_that_of_lte) {
+  EXPECT_EQ(OX_LYN_GET_LTE_NBR_RSRQ_E, OX_LYN_GET_NR5G_NBR_RSRP_E + 1);
+  EXPECT_EQ(OX_LYN_GET_LTE_CELL_LOCK_LIST_E, OX_LYN_GET_LTE_NBR_RSRQ_E + 1);
+}
+
 TEST(ox_lyn_header, version_macros_make_one_comparable_number) {
   EXPECT_EQ(OX_LYN_VERSION, OX_LYN_VERSION_MAJOR * 0x10000 + OX_LYN_VERSION_MINOR * 0x100 + OX_LYN_VERSION_PATCH);
   EXPECT_GT(OX_LYN_VERSION, 0);
