@@ -684,8 +684,8 @@ int32_t ox_lyn_deinit(ox_lyn_hndl_t hndl);
  * OX_LYN_ERR_NOT_SUPPORTED        metric outside 1 to 53
  * OX_LYN_ERR_INFO_UNAVAILABLE     the modem has no such value (metrics 2 to 21, 33, 34)
  * OX_LYN_ERR_BUSY                 metrics 22 to 32: a neighbour scan of either radio runs or is pending (see
- *                                 ox_lyn_get_info_list); 48, 49: a test runs; 50, 51: a request of the same kind runs; ptr is looked
- *                                 at behind that
+ *                                 ox_lyn_get_info_list); 48, 49: a test runs; 50, 51: a request of the same kind runs;
+ *                                 ptr is looked at behind that
  * OX_LYN_ERR_NO_MEMORY            a request buffer could not be allocated
  * OX_LYN_ERR_FAILURE              the modem, the mobile AP (44 to 47, 52, 53) or the location service (50, 51) refused
  *                                 or did not answer or is not ready; an earlier QoS query is not answered yet (52, 53);
