@@ -19,10 +19,8 @@ class lyn_log : public testing::Test {
   void SetUp() override { diag_log_take(); }
 };
 
-TEST_F(lyn_log, a_record_carries_level_file_base_name_and_line) {
-  const int line = __LINE__ + 1;
-  LYN_LOG_HIGH("progress");
-  LYN_LOG_ERROR("failure");
+/** One record of each level, the first of `line` of this file, the second of the next one. */
+void expect_records_from(int line) {
   const auto records = diag_log_take();
   ASSERT_EQ(records.size(), 2u);
   EXPECT_EQ(records[0].level, "HIGH");
@@ -30,6 +28,13 @@ TEST_F(lyn_log, a_record_carries_level_file_base_name_and_line) {
   EXPECT_EQ(records[0].file, "lyn_log_test.cpp");
   EXPECT_EQ(records[0].line, line);
   EXPECT_EQ(records[1].line, line + 1);
+}
+
+TEST_F(lyn_log, a_record_carries_level_file_base_name_and_line) {
+  const int line = __LINE__ + 1;
+  LYN_LOG_HIGH("progress");
+  LYN_LOG_ERROR("failure");
+  expect_records_from(line);
 }
 
 /** What a function of a header logs. */
@@ -41,14 +46,7 @@ TEST_F(lyn_log, a_function_that_is_handed_a_record_logs_as_of_its_caller) {
   const int line = __LINE__ + 1;
   log_for(LYN_LOG_HIGH_HERE);
   log_for(LYN_LOG_ERROR_HERE);
-  const auto records = diag_log_take();
-  ASSERT_EQ(records.size(), 2u);
-  EXPECT_EQ(records[0].level, "HIGH");
-  EXPECT_EQ(records[1].level, "ERROR");
-  EXPECT_EQ(records[0].file, "lyn_log_test.cpp");
-  EXPECT_EQ(records[0].line, line);
-  EXPECT_EQ(records[1].line, line + 1);
-  EXPECT_EQ(records[1].text, "asked of 1");
+  expect_records_from(line);
 }
 
 TEST_F(lyn_log, arguments_are_formatted_and_the_text_is_not_formatted_again) {
