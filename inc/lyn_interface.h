@@ -100,6 +100,36 @@ inline bool lyn_is_handle(ox_lyn_hndl_t hndl) {
 /** Log that the module is down; OX_LYN_ERR_NOT_INITIALIZED. */
 int32_t lyn_not_initialised();
 
+/* Neighbour scans: lyn_interface_scan.cpp. Call with the module lock held. */
+
+/** Whether a metric is answered by a neighbour scan. */
+bool lyn_scan_is_metric(uint32_t metric);
+
+/** Whether a scan of either radio was asked for and is not yet answered. */
+bool lyn_scan_is_pending();
+
+/** Log that one is; OX_LYN_ERR_BUSY. */
+int32_t lyn_scan_busy();
+
+/** Ask for a metric's item; its radio's scan becomes pending. */
+void lyn_scan_ask(uint32_t metric);
+
+/** Take back all that was asked of both radios. */
+void lyn_scan_clear();
+
+/** Send one scan for what both groups ask for; a failed start clears both. */
+int32_t lyn_scan_start();
+
+/** Ask for one metric and start its scan, unless one is pending. */
+int32_t lyn_scan_metric(uint32_t metric);
+
+/* The throughput test: lyn_interface_mtpe.cpp. Call with the module lock held. */
+
+/** Start a test. OX_LYN_ERR_BUSY while one runs, then OX_LYN_ERR_INVALID_PARAM for a null request. */
+int32_t lyn_mtpe_begin(const ox_lyn_mtpe_req_t *req);
+
+/* Events */
+
 /** The data of an event's command. */
 typedef struct {
   uint32_t msg_id; /**< lyn_event_e */

@@ -243,6 +243,14 @@ typedef enum {
   OX_LYN_SCS_240_KHZ_E = 5
 } ox_lyn_scs_e;
 
+/** How many identifiers each group has, 0 and what is only delivered included: they run from 0 to one less. */
+enum {
+  OX_LYN_GET_COUNT = OX_LYN_GET_IPV6_QOS_TFT_E + 1,
+  OX_LYN_SET_COUNT = OX_LYN_SET_INSTALL_MODE_E + 1,
+  OX_LYN_IND_COUNT = OX_LYN_IND_INSTALL_MODE_FREQ_INFO_E + 1,
+  OX_LYN_ASYNC_COUNT = OX_LYN_ASYNC_LOC_BATCH_E + 1
+};
+
 /** Capacities of the lists below. */
 enum {
   OX_LYN_I64_ARRAY_LEN = 20,

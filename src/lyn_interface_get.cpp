@@ -45,15 +45,30 @@ struct lyn_metric_row_t {
   int32_t (*convert)(const lyn_answer_t &answer, lyn_get_t *get) = nullptr;
   const char *unavailable = nullptr; /**< logged when the conversion finds the item missing */
   int32_t (*handle)(lyn_get_t *get) = nullptr;
+  bool in_list = true; /**< ox_lyn_get_info_list takes it, too */
 };
 
 /* ------------------------------------------------------------------------------------------------------------------ */
 /* Queries                                                                                                            */
 /* ------------------------------------------------------------------------------------------------------------------ */
 
-static int32_t lyn_query_cell(lyn_answer_t *answer, const lyn_get_t &) {
-  return lyn_yrp_nas_get_cell_info(&answer->cell);
+/** A query of the NAS client whose record is one member of the answer. */
+template <auto member, auto query>
+int32_t lyn_ask(lyn_answer_t *answer, const lyn_get_t &) {
+  return query(&(answer->*member));
 }
+
+static constexpr auto lyn_query_cell = lyn_ask<&lyn_answer_t::cell, lyn_yrp_nas_get_cell_info>;
+static constexpr auto lyn_query_sig = lyn_ask<&lyn_answer_t::sig, lyn_yrp_nas_get_sig_info>;
+static constexpr auto lyn_query_cqi = lyn_ask<&lyn_answer_t::cqi, lyn_yrp_nas_get_cqi_info>;
+static constexpr auto lyn_query_tx = lyn_ask<&lyn_answer_t::tx, lyn_yrp_nas_get_tx_pwr_info>;
+static constexpr auto lyn_query_lock = lyn_ask<&lyn_answer_t::lock, lyn_yrp_nas_get_cell_lock_list>;
+static constexpr auto lyn_query_mcs = lyn_ask<&lyn_answer_t::mcs, lyn_yrp_nas_get_mcs_info>;
+static constexpr auto lyn_query_ca = lyn_ask<&lyn_answer_t::ca, lyn_yrp_nas_get_cphy_ca_info>;
+static constexpr auto lyn_query_endc = lyn_ask<&lyn_answer_t::endc, lyn_yrp_nas_get_endc_mode>;
+static constexpr auto lyn_query_rrc = lyn_ask<&lyn_answer_t::rrc, lyn_yrp_nas_get_rrc_state>;
+static constexpr auto lyn_query_scs = lyn_ask<&lyn_answer_t::scs, lyn_yrp_nas_get_scs_info>;
+static constexpr auto lyn_query_rf = lyn_ask<&lyn_answer_t::rf, lyn_yrp_nas_get_rf_bw_info>;
 
 /** In EN-DC the NR 5G PCI is reported with the system information; without it the NR 5G part has none. */
 static int32_t lyn_query_pci(lyn_answer_t *answer, const lyn_get_t &get) {
@@ -67,46 +82,6 @@ static int32_t lyn_query_pci(lyn_answer_t *answer, const lyn_get_t &get) {
   answer->cell.nr5g_serving_cell_info_valid = sys_info.nr5g_pci_valid == 1;
   answer->cell.nr5g.pci = sys_info.nr5g_pci;
   return OX_LYN_SUCCESS;
-}
-
-static int32_t lyn_query_sig(lyn_answer_t *answer, const lyn_get_t &) {
-  return lyn_yrp_nas_get_sig_info(&answer->sig);
-}
-
-static int32_t lyn_query_cqi(lyn_answer_t *answer, const lyn_get_t &) {
-  return lyn_yrp_nas_get_cqi_info(&answer->cqi);
-}
-
-static int32_t lyn_query_tx(lyn_answer_t *answer, const lyn_get_t &) {
-  return lyn_yrp_nas_get_tx_pwr_info(&answer->tx);
-}
-
-static int32_t lyn_query_lock(lyn_answer_t *answer, const lyn_get_t &) {
-  return lyn_yrp_nas_get_cell_lock_list(&answer->lock);
-}
-
-static int32_t lyn_query_mcs(lyn_answer_t *answer, const lyn_get_t &) {
-  return lyn_yrp_nas_get_mcs_info(&answer->mcs);
-}
-
-static int32_t lyn_query_ca(lyn_answer_t *answer, const lyn_get_t &) {
-  return lyn_yrp_nas_get_cphy_ca_info(&answer->ca);
-}
-
-static int32_t lyn_query_endc(lyn_answer_t *answer, const lyn_get_t &) {
-  return lyn_yrp_nas_get_endc_mode(&answer->endc);
-}
-
-static int32_t lyn_query_rrc(lyn_answer_t *answer, const lyn_get_t &) {
-  return lyn_yrp_nas_get_rrc_state(&answer->rrc);
-}
-
-static int32_t lyn_query_scs(lyn_answer_t *answer, const lyn_get_t &) {
-  return lyn_yrp_nas_get_scs_info(&answer->scs);
-}
-
-static int32_t lyn_query_rf(lyn_answer_t *answer, const lyn_get_t &) {
-  return lyn_yrp_nas_get_rf_bw_info(&answer->rf);
 }
 
 /* ------------------------------------------------------------------------------------------------------------------ */
@@ -250,67 +225,6 @@ static int32_t lyn_put_rf_bw(const lyn_answer_t &answer, lyn_get_t *get) {
 }
 
 /* ------------------------------------------------------------------------------------------------------------------ */
-/* Neighbour scans                                                                                                    */
-/* ------------------------------------------------------------------------------------------------------------------ */
-
-/** Group and item of each neighbour metric, from OX_LYN_GET_LTE_NBR_EARFCN_E on. */
-static constexpr struct {
-  lyn_scan_group_t lyn_state_t::*group;
-  uint32_t item;
-} lyn_nbr_rows[] = {
-    {&lyn_state_t::lte_scan, LYN_NBR_EARFCN}, {&lyn_state_t::nr5g_scan, LYN_NBR_EARFCN},
-    {&lyn_state_t::lte_scan, LYN_NBR_PCI},    {&lyn_state_t::nr5g_scan, LYN_NBR_PCI},
-    {&lyn_state_t::lte_scan, LYN_NBR_CGI},    {&lyn_state_t::nr5g_scan, LYN_NBR_CGI},
-    {&lyn_state_t::lte_scan, LYN_NBR_PLMN},   {&lyn_state_t::nr5g_scan, LYN_NBR_PLMN},
-    {&lyn_state_t::lte_scan, LYN_NBR_RSRP},   {&lyn_state_t::nr5g_scan, LYN_NBR_RSRP},
-    {&lyn_state_t::lte_scan, LYN_NBR_RSRQ},
-};
-static_assert(std::size(lyn_nbr_rows) == OX_LYN_GET_LTE_NBR_RSRQ_E - OX_LYN_GET_LTE_NBR_EARFCN_E + 1);
-
-static bool lyn_is_nbr_metric(uint32_t metric) {
-  return metric >= OX_LYN_GET_LTE_NBR_EARFCN_E && metric <= OX_LYN_GET_LTE_NBR_RSRQ_E;
-}
-
-static void lyn_clear_scans() {
-  lyn_state.lte_scan = {};
-  lyn_state.nr5g_scan = {};
-}
-
-/** Ask for one item; its radio's scan becomes pending. */
-static void lyn_request_nbr(uint32_t metric) {
-  const auto &row = lyn_nbr_rows[metric - OX_LYN_GET_LTE_NBR_EARFCN_E];
-  lyn_scan_group_t &group = lyn_state.*row.group;
-  group.item[row.item] = 1;
-  group.request = 1;
-}
-
-static bool lyn_scan_pending() {
-  return lyn_state.lte_scan.request != 0 || lyn_state.nr5g_scan.request != 0;
-}
-
-static int32_t lyn_scan_busy() {
-  LYN_LOG_ERROR("Neighbor cells scan request ongoing nr5g[%u]/lte[%u] - wait for completion!!",
-                lyn_state.nr5g_scan.request, lyn_state.lte_scan.request);
-  return OX_LYN_ERR_BUSY;
-}
-
-/** Send one scan for what both groups ask for; a failed start clears both. */
-static int32_t lyn_start_scan() {
-  const int32_t status = lyn_yrp_nas_incremental_scan(lyn_state.lte_scan.request, &lyn_state.lte_scan.ongoing,
-                                                      lyn_state.nr5g_scan.request, &lyn_state.nr5g_scan.ongoing);
-  if (status != OX_LYN_SUCCESS)
-    lyn_clear_scans();
-  return status;
-}
-
-static int32_t lyn_handle_nbr(lyn_get_t *get) {
-  if (lyn_scan_pending())
-    return lyn_scan_busy();
-  lyn_request_nbr(get->info->metric);
-  return lyn_start_scan();
-}
-
-/* ------------------------------------------------------------------------------------------------------------------ */
 /* Mobile AP and location                                                                                             */
 /* ------------------------------------------------------------------------------------------------------------------ */
 
@@ -333,16 +247,12 @@ static int32_t lyn_handle_profiles(lyn_get_t *get) {
 
 enum { LYN_IPV4 = 4, LYN_IPV6 = 6 };
 
-/** Deliberate: a test that cannot be configured reports success; its status comes as an indication. */
+static int32_t lyn_handle_scan(lyn_get_t *get) {
+  return lyn_scan_metric(get->info->metric);
+}
+
 static int32_t lyn_handle_mtpe(lyn_get_t *get) {
-  if (lyn_state.mtpe_ongoing != 0)
-    return OX_LYN_ERR_BUSY;
-  if (get->info->value.ptr == nullptr)
-    return OX_LYN_ERR_INVALID_PARAM;
-  lyn_state.mtpe_req = *static_cast<const ox_lyn_mtpe_req_t *>(get->info->value.ptr);
-  if (lyn_oxmap_configure_mtpe(&lyn_state.mtpe_req) == 0)
-    lyn_state.mtpe_ongoing = 1;
-  return OX_LYN_SUCCESS;
+  return lyn_mtpe_begin(static_cast<const ox_lyn_mtpe_req_t *>(get->info->value.ptr));
 }
 
 static int32_t lyn_handle_single_shot(lyn_get_t *get) {
@@ -392,7 +302,7 @@ static int32_t lyn_handle_batching(lyn_get_t *get) {
   }
 
 static constexpr lyn_metric_row_t lyn_metric_rows[] = {
-    {.metric = OX_LYN_GET_INVALID_E},
+    {.metric = OX_LYN_GET_INVALID_E, .in_list = false},
     {.metric = OX_LYN_GET_REG_STATUS_E},  // answered by the service check itself
     LYN_INT_ROW(OX_LYN_GET_LTE_SERV_EARFCN_E, lyn_query_cell, cell.lte_intra_valid, cell.lte.earfcn,
                 "LTE serving cell EARFCN information is not available!!"),
@@ -447,17 +357,17 @@ static constexpr lyn_metric_row_t lyn_metric_rows[] = {
                 "LTE serving cell TX power information is not available!!"),
     LYN_INT_ROW(OX_LYN_GET_NR5G_SERV_TX_POWER_E, lyn_query_tx, tx.nr5g.tx_valid, tx.nr5g.tx_pwr,
                 "NR 5G serving cell TX power information is not available!!"),
-    {.metric = OX_LYN_GET_LTE_NBR_EARFCN_E, .handle = lyn_handle_nbr},
-    {.metric = OX_LYN_GET_NR5G_NBR_EARFCN_E, .handle = lyn_handle_nbr},
-    {.metric = OX_LYN_GET_LTE_NBR_PCI_E, .handle = lyn_handle_nbr},
-    {.metric = OX_LYN_GET_NR5G_NBR_PCI_E, .handle = lyn_handle_nbr},
-    {.metric = OX_LYN_GET_LTE_NBR_CGI_E, .handle = lyn_handle_nbr},
-    {.metric = OX_LYN_GET_NR5G_NBR_CGI_E, .handle = lyn_handle_nbr},
-    {.metric = OX_LYN_GET_LTE_NBR_PLMN_E, .handle = lyn_handle_nbr},
-    {.metric = OX_LYN_GET_NR5G_NBR_PLMN_E, .handle = lyn_handle_nbr},
-    {.metric = OX_LYN_GET_LTE_NBR_RSRP_E, .handle = lyn_handle_nbr},
-    {.metric = OX_LYN_GET_NR5G_NBR_RSRP_E, .handle = lyn_handle_nbr},
-    {.metric = OX_LYN_GET_LTE_NBR_RSRQ_E, .handle = lyn_handle_nbr},
+    {.metric = OX_LYN_GET_LTE_NBR_EARFCN_E, .handle = lyn_handle_scan},
+    {.metric = OX_LYN_GET_NR5G_NBR_EARFCN_E, .handle = lyn_handle_scan},
+    {.metric = OX_LYN_GET_LTE_NBR_PCI_E, .handle = lyn_handle_scan},
+    {.metric = OX_LYN_GET_NR5G_NBR_PCI_E, .handle = lyn_handle_scan},
+    {.metric = OX_LYN_GET_LTE_NBR_CGI_E, .handle = lyn_handle_scan},
+    {.metric = OX_LYN_GET_NR5G_NBR_CGI_E, .handle = lyn_handle_scan},
+    {.metric = OX_LYN_GET_LTE_NBR_PLMN_E, .handle = lyn_handle_scan},
+    {.metric = OX_LYN_GET_NR5G_NBR_PLMN_E, .handle = lyn_handle_scan},
+    {.metric = OX_LYN_GET_LTE_NBR_RSRP_E, .handle = lyn_handle_scan},
+    {.metric = OX_LYN_GET_NR5G_NBR_RSRP_E, .handle = lyn_handle_scan},
+    {.metric = OX_LYN_GET_LTE_NBR_RSRQ_E, .handle = lyn_handle_scan},
     {.metric = OX_LYN_GET_LTE_CELL_LOCK_LIST_E,
      .needs_ptr = true,
      .query = lyn_query_lock,
@@ -494,9 +404,11 @@ static constexpr lyn_metric_row_t lyn_metric_rows[] = {
     {.metric = OX_LYN_GET_LOC_SINGLE_SHOT_E, .handle = lyn_handle_single_shot},
     {.metric = OX_LYN_GET_LOC_ROUTINE_BATCHING_E, .handle = lyn_handle_batching},
     {.metric = OX_LYN_GET_IPV4_QOS_TFT_E,
-     .handle = [](lyn_get_t *get) { return lyn_oxmap_get_global_qos_flow_info(LYN_IPV4, get->info); }},
+     .handle = [](lyn_get_t *get) { return lyn_oxmap_get_global_qos_flow_info(LYN_IPV4, get->info); },
+     .in_list = false},
     {.metric = OX_LYN_GET_IPV6_QOS_TFT_E,
-     .handle = [](lyn_get_t *get) { return lyn_oxmap_get_global_qos_flow_info(LYN_IPV6, get->info); }},
+     .handle = [](lyn_get_t *get) { return lyn_oxmap_get_global_qos_flow_info(LYN_IPV6, get->info); },
+     .in_list = false},
 };
 
 #undef LYN_INT_ROW
@@ -509,7 +421,7 @@ static constexpr bool lyn_metric_rows_in_order() {
   }
   return true;
 }
-static_assert(std::size(lyn_metric_rows) == OX_LYN_GET_IPV6_QOS_TFT_E + 1, "a metric has no row");
+static_assert(std::size(lyn_metric_rows) == OX_LYN_GET_COUNT, "a metric has no row");
 static_assert(lyn_metric_rows_in_order(), "a row stands in another metric's place");
 
 /* ------------------------------------------------------------------------------------------------------------------ */
@@ -551,7 +463,7 @@ static int32_t lyn_get(lyn_get_t *get) {
     LYN_LOG_ERROR("LTE and NR 5G service status unavailable [%u] - retry", sys_info.network_status);
     return OX_LYN_ERR_SERVICE_UNAVAILABLE;
   }
-  if (metric == OX_LYN_GET_INVALID_E || metric >= std::size(lyn_metric_rows))
+  if (metric == OX_LYN_GET_INVALID_E || metric >= OX_LYN_GET_COUNT)
     return lyn_metric_not_supported(metric);
   const lyn_metric_row_t &row = lyn_metric_rows[metric];
   if (row.needs_ptr && get->info->value.ptr == nullptr)
@@ -586,7 +498,7 @@ static int32_t lyn_check_list(ox_lyn_hndl_t hndl, const ox_lyn_dm_info_t *dm_inf
 
 /** Whether an entry would collide with what is ongoing when the list begins. */
 static int32_t lyn_precheck(uint32_t metric) {
-  if (lyn_is_nbr_metric(metric) && lyn_scan_pending())
+  if (lyn_scan_is_metric(metric) && lyn_scan_is_pending())
     return lyn_scan_busy();
   if (metric == OX_LYN_GET_LOC_SINGLE_SHOT_E && lyn_state.single_shot_ongoing != 0) {
     LYN_LOG_ERROR("Gps scan ongoing single_shot[%d] - wait for completion!!", 1);
@@ -617,10 +529,10 @@ int32_t ox_lyn_get_info_list(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info_list,
   for (uint32_t i = 0; i < dm_info_list_cnt; i++) {
     const uint32_t metric = dm_info_list[i].metric;
     LYN_LOG_ERROR("SRS checking metric number %d\n", static_cast<int>(metric));  // deliberately at error level
-    if (lyn_is_nbr_metric(metric)) {
-      lyn_request_nbr(metric);
+    if (lyn_scan_is_metric(metric)) {
+      lyn_scan_ask(metric);
       status = OX_LYN_SUCCESS;
-    } else if (metric >= OX_LYN_GET_REG_STATUS_E && metric <= OX_LYN_GET_LOC_ROUTINE_BATCHING_E) {
+    } else if (metric < OX_LYN_GET_COUNT && lyn_metric_rows[metric].in_list) {
       status = lyn_get_entry(hndl, &dm_info_list[i]);
       if (status == OX_LYN_SUCCESS)  // the module may have gone down in between
         status = lyn_check_list(hndl, dm_info_list, dm_info_list_cnt);
@@ -629,10 +541,10 @@ int32_t ox_lyn_get_info_list(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info_list,
     } else {
       // Deliberate: takes back the neighbour metrics and any scan that runs, and counts only as the last entry. 52 and
       // 53 are refused here.
-      lyn_clear_scans();
+      lyn_scan_clear();
       status = lyn_metric_not_supported(metric);
     }
   }
   // Deliberately without a look at the service, and also for what an earlier call left pending or still waits for.
-  return lyn_scan_pending() ? lyn_start_scan() : status;
+  return lyn_scan_is_pending() ? lyn_scan_start() : status;
 }

@@ -153,7 +153,7 @@ static constexpr bool lyn_control_rows_in_order() {
   }
   return true;
 }
-static_assert(std::size(lyn_control_rows) == OX_LYN_SET_INSTALL_MODE_E + 1, "a control has no row");
+static_assert(std::size(lyn_control_rows) == OX_LYN_SET_COUNT, "a control has no row");
 static_assert(lyn_control_rows_in_order(), "a row stands in another control's place");
 
 int32_t ox_lyn_set_info(ox_lyn_hndl_t hndl, ox_lyn_dm_ctrl_info_t *dm_ctrl_info) {
@@ -165,7 +165,7 @@ int32_t ox_lyn_set_info(ox_lyn_hndl_t hndl, ox_lyn_dm_ctrl_info_t *dm_ctrl_info)
   }
   if (!lyn_is_initialised())
     return lyn_not_initialised();
-  if (dm_ctrl_info->control == OX_LYN_SET_INVALID_E || dm_ctrl_info->control >= std::size(lyn_control_rows)) {
+  if (dm_ctrl_info->control == OX_LYN_SET_INVALID_E || dm_ctrl_info->control >= OX_LYN_SET_COUNT) {
     LYN_LOG_ERROR("Setting diagnostic control information for metric[%u] - not supported!!", dm_ctrl_info->control);
     return OX_LYN_ERR_NOT_SUPPORTED;
   }
