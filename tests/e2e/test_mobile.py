@@ -17,7 +17,7 @@ LATER = 80 * SCALE  # ms: well behind the prompt, well before anybody gets impat
 EVENT_LINE = r"(?:Modem Throughput Configuration successfull)?LYN DEMO APP CALLBACK - .*\n"
 LIBRARIES = ("location", "oxmap")
 LOGS = ("lyn_gps.cpp", "lyn_oxmap_interface.cpp", "lyn_interface_get.cpp", "lyn_interface_set.cpp",
-        "lyn_interface_event.cpp")
+        "lyn_interface_event.cpp", "lyn_interface_mtpe.cpp")
 
 
 class Steps:

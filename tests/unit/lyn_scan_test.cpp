@@ -185,9 +185,9 @@ TEST_F(lyn_scan, a_second_scan_of_either_radio_is_refused_while_one_runs) {
     board.forget();
     for (uint32_t metric = OX_LYN_GET_LTE_NBR_EARFCN_E; metric <= OX_LYN_GET_LTE_NBR_RSRQ_E; metric++) {
       EXPECT_EQ(board.get(metric), OX_LYN_ERR_BUSY);
-      EXPECT_THAT(diag_log_lines({"lyn_interface_get.cpp"}), ElementsAre(row.logged));
+      EXPECT_THAT(diag_log_lines({"lyn_interface_scan.cpp"}), ElementsAre(row.logged));
       EXPECT_EQ(board.get_list({OX_LYN_GET_LTE_SERV_PCI_E, metric}), OX_LYN_ERR_BUSY);
-      EXPECT_THAT(diag_log_lines({"lyn_interface_get.cpp"}), ElementsAre(row.logged));
+      EXPECT_THAT(diag_log_lines({"lyn_interface_scan.cpp"}), ElementsAre(row.logged));
     }
     EXPECT_TRUE(board.asked().empty()); /* the other entry of the list was not reached either */
     expect_quiet();
