@@ -215,14 +215,14 @@ TEST_F(lyn_scan, between_the_two_answers_both_radios_are_busy) {
   EXPECT_EQ(board.get_list({22, 23}), OX_LYN_SUCCESS);
   board.forget();
   EXPECT_EQ(board.get(OX_LYN_GET_LTE_NBR_PCI_E), OX_LYN_ERR_BUSY);
-  EXPECT_THAT(diag_log_lines({"lyn_interface_get.cpp"}),
+  EXPECT_THAT(diag_log_lines({"lyn_interface_scan.cpp"}),
               ElementsAre("ERROR Neighbor cells scan request ongoing nr5g[1]/lte[1] - wait for completion!!"));
   sim_board_post("nas", 133, {0x01, 0x04, 0x00, 0, 0, 0, 0});
   EXPECT_THAT(ids(board.take(1)), ElementsAre(1));
   EXPECT_EQ(board.asked(), (board_requests{nr5g_scan}));
   board.forget();
   EXPECT_EQ(board.get(OX_LYN_GET_LTE_NBR_PCI_E), OX_LYN_ERR_BUSY);
-  EXPECT_THAT(diag_log_lines({"lyn_interface_get.cpp"}),
+  EXPECT_THAT(diag_log_lines({"lyn_interface_scan.cpp"}),
               ElementsAre("ERROR Neighbor cells scan request ongoing nr5g[1]/lte[0] - wait for completion!!"));
   sim_board_post("nas", 133, {0x01, 0x04, 0x00, 0, 0, 0, 0});
   EXPECT_THAT(ids(board.take(1)), ElementsAre(2));
@@ -277,7 +277,7 @@ TEST_F(lyn_scan, nr5g_neighbours_that_were_left_pending_take_an_answer_that_nobo
   EXPECT_THAT(ids(board.take(1)), ElementsAre(2));
   board.forget();
   EXPECT_EQ(board.get(OX_LYN_GET_LTE_NBR_PCI_E), OX_LYN_ERR_BUSY);
-  EXPECT_THAT(diag_log_lines({"lyn_interface_get.cpp"}),
+  EXPECT_THAT(diag_log_lines({"lyn_interface_scan.cpp"}),
               ElementsAre("ERROR Neighbor cells scan request ongoing nr5g[0]/lte[1] - wait for completion!!"));
 }
 
