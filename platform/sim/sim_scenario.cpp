@@ -14,17 +14,15 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <cstring>
 #include <exception>
 #include <filesystem>
-#include <fstream>
 #include <limits>
-#include <sstream>
 #include <type_traits>
 #include <utility>
 
 #include "nas_service_v01.h"
 #include "oxmap_client.h"
+#include "sim_file.h"
 #include "sim_message.h"
 
 namespace {
@@ -952,20 +950,13 @@ constexpr key_row<sim_scenario> scenario_keys[] = {
 
 // Whole scenarios.
 
-/** One line, whatever the file holds. */
-std::string one_line(std::string text) {
-  for (char &octet : text) {
-    if (static_cast<unsigned char>(octet) < ' ' || octet == 0x7F)
-      octet = ' ';
-  }
-  return text;
-}
+constexpr size_t longest_scenario = 16 << 20;  // octets of a file
 
 std::string located(const std::string &origin, const toml::source_position &at, std::string_view text) {
   std::string place = origin;
   if (at.line)
     place += ':' + std::to_string(at.line) + ':' + std::to_string(at.column);
-  return one_line(place + ": " + std::string(text));
+  return sim_one_line(place + ": " + std::string(text));
 }
 
 void load_trace(reader &in, const toml::table &root, const std::string &folder, sim_scenario &scenario) {
@@ -1029,22 +1020,11 @@ std::optional<sim_scenario> sim_scenario_parse(std::string_view text, const std:
 
 std::optional<sim_scenario> sim_scenario_load(const std::string &file, std::string &error) {
   try {
-    std::error_code none;
-    if (std::filesystem::is_directory(file, none)) {
-      error = one_line(file + ": is a folder");
-      return {};
-    }
-    std::ifstream in(file, std::ios::binary);
-    std::ostringstream text;
-    if (in)
-      text << in.rdbuf();
-    if (!in) {
-      error = one_line(file + ": cannot be read: " + strerror(errno));
-      return {};
-    }
-    return sim_scenario_parse(text.str(), file, std::filesystem::path(file).parent_path().string(), error);
+    const std::optional<std::string> text = sim_file_read(file, longest_scenario, error);
+    if (text)
+      return sim_scenario_parse(*text, file, std::filesystem::path(file).parent_path().string(), error);
   } catch (const std::exception &other) {
-    error = one_line(file + ": " + other.what());
+    error = sim_one_line(file + ": " + other.what());
   }
   return {};
 }

@@ -68,12 +68,13 @@ TEST_F(sim_env, a_scenario_that_cannot_be_used_ends_the_process_with_status_2_an
   EXPECT_EXIT(start_with("[board]\nnoise_db = 1\n"), ExitedWithCode(0), "^$");
 }
 
-TEST_F(sim_env, a_scenario_file_that_is_not_there_ends_the_process_with_status_2) {
-  const auto start = [] {
-    setenv("LYN_SIM_SCENARIO", "/nowhere/at.all", 1);
+TEST_F(sim_env, a_scenario_file_that_cannot_be_read_ends_the_process_with_status_2) {
+  const auto start = [](const char *name) {
+    setenv("LYN_SIM_SCENARIO", name, 1);
     Diag_LSM_Init(nullptr);
   };
-  EXPECT_EXIT(start(), ExitedWithCode(2), "^[^\n]*/nowhere/at.all[^\n]*\n$");
+  EXPECT_EXIT(start("/nowhere/at.all"), ExitedWithCode(2), "^/nowhere/at.all: [^\n]+\n$");
+  EXPECT_EXIT(start("/proc/self/mem"), ExitedWithCode(2), "^/proc/self/mem: cannot be read: Input/output error\n$");
 }
 
 TEST_F(sim_env, a_journal_that_cannot_be_written_ends_the_process_with_status_2) {

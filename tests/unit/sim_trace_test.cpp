@@ -301,12 +301,16 @@ TEST_F(sim_trace_test, a_file_that_is_no_log_is_an_error_with_its_line) {
   EXPECT_EQ(error_of(header + "\r\n\n"), ":1: no rows behind the header");
 }
 
-TEST_F(sim_trace_test, a_file_that_cannot_be_read_is_named) {
-  std::string error;
-  EXPECT_FALSE(sim_trace_load("/no/such.csv", error));
-  EXPECT_EQ(error, "/no/such.csv: cannot be opened: No such file or directory");
-  EXPECT_FALSE(sim_trace_load("/tmp", error));
-  EXPECT_EQ(error, "/tmp: cannot be read: Is a directory");
+TEST_F(sim_trace_test, what_no_drive_can_be_is_refused_where_it_is_seen) {
+  const std::string longest(65536, ','), commas = longest + ',';
+  EXPECT_EQ(error_of(commas), ":1: a line of more than 65536 octets");
+  EXPECT_EQ(error_of(header + clean_row + "\n" + commas), ":4: a line of more than 65536 octets");
+  EXPECT_EQ(load(header + clean_row + longest).size(), 2U);
+  std::string rows = header;
+  for (int row = 0; row < 1000000; ++row)
+    rows += ",\n";
+  EXPECT_EQ(load(rows).size(), 1000000U);
+  EXPECT_EQ(error_of(rows + "," + "\n"), ":1000002: more than 1000000 rows");
 }
 
 TEST_F(sim_trace_test, a_long_log_is_read_at_once) {
