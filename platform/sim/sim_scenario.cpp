@@ -12,8 +12,10 @@
 
 #include <toml++/toml.h>
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cmath>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <limits>
@@ -952,6 +954,28 @@ constexpr key_row<sim_scenario> scenario_keys[] = {
 
 constexpr size_t longest_scenario = 16 << 20;  // octets of a file
 
+/** The parts of a key, "a.b.c", become tables within tables, and the parser has no limit to them but the stack. */
+constexpr size_t most_parts = 100;
+
+/** The line of a key with more parts. */
+std::optional<toml::source_index> deep_key(std::string_view text) {
+  toml::source_index line = 1;
+  size_t parts = 0;
+  bool named = false;  // the part has begun
+  for (const char octet : text) {
+    const bool of_name = isalnum(static_cast<unsigned char>(octet)) || strchr("-_\"'", octet);
+    if (octet == '.' && named && ++parts >= most_parts)
+      return line;
+    if (octet != '.' && octet != ' ' && octet != '\t' && !of_name)
+      parts = 0;
+    if (octet != ' ' && octet != '\t')
+      named = of_name;
+    if (octet == '\n')
+      ++line;
+  }
+  return {};
+}
+
 std::string located(const std::string &origin, const toml::source_position &at, std::string_view text) {
   std::string place = origin;
   if (at.line)
@@ -978,6 +1002,10 @@ void load_trace(reader &in, const toml::table &root, const std::string &folder, 
 
 std::optional<sim_scenario> read_scenario(std::string_view text, const std::string &origin, const std::string &folder,
                                           std::string &error) {
+  if (const std::optional<toml::source_index> line = deep_key(text)) {
+    error = located(origin, {*line, 1}, "a key of more than " + std::to_string(most_parts) + " parts");
+    return {};
+  }
   const toml::table root = toml::parse(text, origin);
   reader in;
   const change<sim_scenario> fill = read_table<sim_scenario>(in, "", root, scenario_keys);

@@ -30,12 +30,16 @@ std::string error_of(const std::string &text, const std::string &folder = ".") {
   return error;
 }
 
+std::string repeated(const std::string &text, int count) {
+  std::string all;
+  for (int at = 0; at < count; ++at)
+    all += text;
+  return all;
+}
+
 /** `entry` so many times, as the entries of a list. */
 std::string entries(const std::string &entry, int count) {
-  std::string text;
-  for (int at = 0; at < count; ++at)
-    text += entry + ", ";
-  return text;
+  return repeated(entry + ", ", count);
 }
 
 sim_radio changed(const sim_timeline_entry &entry, sim_radio radio) {
@@ -538,7 +542,23 @@ TEST_F(sim_scenario_trace_test, the_timeline_sets_what_the_trace_does_not_own) {
       << error;
 }
 
-// Files.
+// Whatever the text.
+
+TEST(sim_scenario_test, a_key_of_hostile_depth_is_refused_with_its_line) {
+  EXPECT_EQ(error_of("[lte]\n" + repeated("a.", 500000) + "a = 1"), "board.toml:2:1: a key of more than 100 parts");
+  EXPECT_EQ(error_of('[' + repeated("\"a\" . ", 500000) + "a]"), "board.toml:1:1: a key of more than 100 parts");
+  EXPECT_NE(error_of(repeated("a.", 99) + "a = 1").find("a: unknown key"), std::string::npos);
+  read("# " + repeated(".", 1000) + "\n# " + repeated(". ", 1000) + "\n#" + repeated("1.5, ", 1000) + "\n");
+}
+
+TEST(sim_scenario_test, byte_order_mark_and_carriage_returns_are_tolerated) {
+  EXPECT_EQ(read("\xEF\xBB\xBF[board]\r\nseed = 7\r\n").board.seed, 7U);
+}
+
+TEST(sim_scenario_test, other_encodings_than_utf_8_are_refused) {
+  EXPECT_EQ(error_of("\xFF\xFE[\x01"), "board.toml:1:1: Encountered invalid utf-8 sequence");
+  EXPECT_NE(error_of("[[wwan.profile]]\napn = \"\xE4\"\n").find("board.toml:2:"), std::string::npos);
+}
 
 TEST(sim_scenario_test, whatever_the_bytes_are_reading_ends_with_a_board_or_one_line) {
   for (int first = 0; first < 256; ++first) {
