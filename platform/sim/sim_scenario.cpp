@@ -144,19 +144,19 @@ std::optional<int64_t> read_integer(reader &in, const std::string &path, const t
   return {};
 }
 
-std::optional<double> read_real(reader &in, const std::string &path, const toml::node &node, int64_t min, int64_t max,
-                                double widest) {
+/** `allowed` says in words what `is_allowed` asks. */
+template <typename check>
+std::optional<double> read_real(reader &in, const std::string &path, const toml::node &node, const std::string &allowed,
+                                const check &is_allowed) {
   if (!node.is_number()) {
-    fail_type(in, node, path, "a number (" + range_text(min, max) + ")");
+    fail_type(in, node, path, "a number (" + allowed + ")");
     return {};
   }
   const double value =
       node.is_integer() ? static_cast<double>(node.as_integer()->get()) : node.as_floating_point()->get();
-  const bool above = min == no_minimum || value >= static_cast<double>(min);
-  const bool below = max == no_maximum || value <= static_cast<double>(max);
-  if (above && below && std::fabs(value) <= widest)
+  if (is_allowed(value))
     return value;
-  fail(in, node, path, number_text(value) + " is out of range (" + range_text(min, max) + ")");
+  fail(in, node, path, number_text(value) + " is out of range (" + allowed + ")");
   return {};
 }
 
@@ -164,8 +164,12 @@ template <typename number>
 std::optional<number> read_number(reader &in, const std::string &path, const toml::node &node,
                                   int64_t min = lowest<number>(), int64_t max = highest<number>()) {
   if constexpr (std::is_floating_point_v<number>) {
-    const double widest = static_cast<double>(std::numeric_limits<number>::max());
-    const std::optional<double> value = read_real(in, path, node, min, max, widest);
+    const auto is_allowed = [min, max](double value) {
+      const bool above = min == no_minimum || value >= static_cast<double>(min);
+      const bool below = max == no_maximum || value <= static_cast<double>(max);
+      return above && below && std::fabs(value) <= static_cast<double>(std::numeric_limits<number>::max());
+    };
+    const std::optional<double> value = read_real(in, path, node, range_text(min, max), is_allowed);
     return value ? std::optional(static_cast<number>(*value)) : std::nullopt;
   } else {
     const std::optional<int64_t> value = read_integer(in, path, node, std::max(min, lowest<number>()), max);
@@ -299,9 +303,25 @@ change<owner_of<member>> number(reader &in, const std::string &path, const toml:
 }
 
 /** A number that the scenario need not give. */
-template <auto member, int64_t min = lowest<typename value_of<member>::value_type>()>
+template <auto member>
 change<owner_of<member>> given(reader &in, const std::string &path, const toml::node &node) {
-  return store<member>(read_number<typename value_of<member>::value_type>(in, path, node, min));
+  return store<member>(read_number<typename value_of<member>::value_type>(in, path, node));
+}
+
+/** A day: what is longer is a slip, and would look like a board that hangs. */
+constexpr int64_t longest_ms = 86'400'000;
+
+/** A time. */
+template <auto member>
+change<owner_of<member>> milliseconds(reader &in, const std::string &path, const toml::node &node) {
+  return store<member>(read_number<double>(in, path, node, 0, longest_ms));
+}
+
+/** The same, or -1: never. No other negative number says so, it would be a slip. */
+template <auto member>
+change<owner_of<member>> milliseconds_or_never(reader &in, const std::string &path, const toml::node &node) {
+  const auto is_allowed = [](double ms) { return ms == -1 || (ms >= 0 && ms <= longest_ms); };
+  return store<member>(read_real(in, path, node, "-1, or " + range_text(0, longest_ms), is_allowed));
 }
 
 /** A measured value: what the wire's type holds, or "absent". */
@@ -532,15 +552,13 @@ using board_t = decltype(sim_scenario::board);
 constexpr key_row<board_t> board_keys[] = {
     {.name = "seed", .read = number<&board_t::seed, 0>},
     {.name = "noise_db", .read = number<&board_t::noise_db, 0, 1000>},
-    {.name = "tick_ms", .read = number<&board_t::tick_ms, 1>},
+    {.name = "tick_ms", .read = number<&board_t::tick_ms, 1, longest_ms>},
 };
-
-constexpr int64_t latest_ms = 1'000'000'000'000;  // some 30 years: as far as the clock is sure to count
 
 using nas_t = decltype(sim_scenario::nas);
 constexpr key_row<nas_t> nas_keys[] = {
     {.name = "available", .read = boolean<&nas_t::available>},
-    {.name = "available_after_ms", .read = number<&nas_t::available_after_ms, 0, latest_ms>},
+    {.name = "available_after_ms", .read = milliseconds<&nas_t::available_after_ms>},
 };
 
 constexpr word<sim_srv> srv_words[] = {
@@ -652,13 +670,13 @@ constexpr auto of_fix = within<&sim_location::fix, number<member, min, max>>;
 
 using fix_t = location_client::Location;
 constexpr key_row<sim_location> location_keys[] = {
-    {.name = "capabilities_ms", .read = number<&sim_location::capabilities_ms, -1, latest_ms>},
+    {.name = "capabilities_ms", .read = milliseconds_or_never<&sim_location::capabilities_ms>},
     {.name = "capabilities", .read = number<&sim_location::capabilities>},
     {.name = "response", .read = number<&sim_location::response>},
-    {.name = "fix_ms", .read = number<&sim_location::fix_ms, -1, latest_ms>},
+    {.name = "fix_ms", .read = milliseconds_or_never<&sim_location::fix_ms>},
     {.name = "repeat_fix", .read = number<&sim_location::repeat_fix, 0, 1000>},
     {.name = "fix_when_refused", .read = boolean<&sim_location::fix_when_refused>},
-    {.name = "late_ms", .read = number<&sim_location::late_ms, 0, latest_ms>},
+    {.name = "late_ms", .read = milliseconds<&sim_location::late_ms>},
     {.name = "batch", .read = number<&sim_location::batch, 0, batch_max>},
     {.name = "batch_status", .read = number<&sim_location::batch_status>},
     {.name = "flags", .read = of_fix<&fix_t::flags>},
@@ -678,7 +696,7 @@ constexpr key_row<sim_location> location_keys[] = {
 
 using scan_t = decltype(sim_scenario::scan);
 constexpr key_row<scan_t> scan_keys[] = {
-    {.name = "answer_ms", .read = number<&scan_t::answer_ms, -1, latest_ms>},
+    {.name = "answer_ms", .read = milliseconds_or_never<&scan_t::answer_ms>},
     {.name = "status", .read = number<&scan_t::status>},
 };
 
@@ -716,7 +734,7 @@ constexpr key_row<qos_t> qos_keys[] = {
     {.name = "bearer", .read = number<&qos_t::bearer>},
     {.name = "tx_5qi", .read = number<&qos_t::tx_5qi>},
     {.name = "rx_5qi", .read = number<&qos_t::rx_5qi>},
-    {.name = "answer_ms", .read = number<&qos_t::answer_ms, -1, latest_ms>},
+    {.name = "answer_ms", .read = milliseconds_or_never<&qos_t::answer_ms>},
 };
 
 constexpr key_row<wwan_t> wwan_keys[] = {
@@ -730,8 +748,8 @@ constexpr word<std::string_view> mtpe_results[] = {
 
 using mtpe_t = decltype(sim_scenario::mtpe);
 constexpr key_row<mtpe_t> mtpe_keys[] = {
-    {.name = "configured_ms", .read = number<&mtpe_t::configured_ms, -1, latest_ms>},
-    {.name = "duration_ms", .read = number<&mtpe_t::duration_ms, -1, latest_ms>},
+    {.name = "configured_ms", .read = milliseconds_or_never<&mtpe_t::configured_ms>},
+    {.name = "duration_ms", .read = milliseconds_or_never<&mtpe_t::duration_ms>},
     {.name = "result", .read = choice<&mtpe_t::result, mtpe_results>},
     {.name = "failure_reason", .read = number<&mtpe_t::failure_reason>},
     {.name = "peak_rate_kbps", .read = number<&mtpe_t::peak_rate_kbps>},
@@ -862,11 +880,11 @@ constexpr bool sim_ev_change::*no_effect = nullptr;
 
 /** The events in the order in which they happen. */
 constexpr key_row<sim_timeline_entry> at_keys[] = {
-    {.name = "ms", .read = within<&sim_timeline_entry::when, number<&sim_when::ms, 0, latest_ms>>},
+    {.name = "ms", .read = within<&sim_timeline_entry::when, milliseconds<&sim_when::ms>>},
     {.name = "after", .read = within<&sim_timeline_entry::when, crossing<&sim_when::after, true>>},
     {.name = "skip", .read = within<&sim_timeline_entry::when, number<&sim_when::skip, 0>>},
     {.name = "repeat", .read = number<&sim_timeline_entry::repeat, 1>},
-    {.name = "every_ms", .read = number<&sim_timeline_entry::every_ms, 0, latest_ms>},
+    {.name = "every_ms", .read = milliseconds<&sim_timeline_entry::every_ms>},
     {.name = "sys_info", .read = patch<&sim_radio::sys_info, sys_info_keys, &sim_ev_change::sys_info>},
     {.name = "lte", .read = patch<&sim_radio::lte, lte_keys, &sim_ev_change::measurement>},
     {.name = "nr5g", .read = patch<&sim_radio::nr5g, nr5g_keys, &sim_ev_change::measurement>},
@@ -913,7 +931,7 @@ constexpr key_row<sim_fault_rule> fault_keys[] = {
     {.name = "result", .read = given<&sim_fault_rule::result>},
     {.name = "error", .read = given<&sim_fault_rule::error>},
     {.name = "clear", .read = clear_list},
-    {.name = "delay_ms", .read = given<&sim_fault_rule::delay_ms, 0>},
+    {.name = "delay_ms", .read = milliseconds<&sim_fault_rule::delay_ms>},
 };
 
 void check_fault(reader &in, const std::string &path, const toml::node &node, const sim_fault_rule &rule) {

@@ -388,7 +388,9 @@ constexpr wrong errors[] = {
      "board.toml:2:12: board.noise_db: nan is out of range (from 0 to 1000)"},
     {"infinite", "[location]\naltitude = inf\n", "board.toml:2:12: location.altitude: inf is out of range (any)"},
     {"above_float", "[location]\nspeed = 1e39\n", "board.toml:2:9: location.speed: 1e+39 is out of range (any)"},
-    {"tick_of_0", "[board]\ntick_ms = 0\n", "board.toml:2:11: board.tick_ms: 0 is out of range (from 1 to 4294967295)"},
+    {"tick_of_0", "[board]\ntick_ms = 0\n", "board.toml:2:11: board.tick_ms: 0 is out of range (from 1 to 86400000)"},
+    {"tick_of_more_than_a_day", "[board]\ntick_ms = 86400001\n",
+     "board.toml:2:11: board.tick_ms: 86400001 is out of range (from 1 to 86400000)"},
     {"repeat_of_0", "[[at]]\nmodem = \"up\"\nrepeat = 0\n",
      "board.toml:3:10: at[0].repeat: 0 is out of range (from 1)"},
     {"octet_of_a_list", "[lte]\nplmn = [0, 1, 256]\n",
@@ -433,6 +435,64 @@ constexpr wrong errors[] = {
 
 INSTANTIATE_TEST_SUITE_P(errors, sim_scenario_error_test, testing::ValuesIn(errors),
                          [](const testing::TestParamInfo<wrong> &of) { return of.param.name; });
+
+// Times.
+
+struct time_key {
+  const char *name, *before, *after = "";
+  bool never = false; /**< -1 is allowed */
+};
+
+void PrintTo(const time_key &of, std::ostream *out) {
+  *out << of.name;
+}
+
+class sim_scenario_time_test : public testing::TestWithParam<time_key> {
+ protected:
+  static std::string with(const char *value) { return GetParam().before + std::string(value) + GetParam().after; }
+};
+
+TEST_P(sim_scenario_time_test, is_at_most_a_day) {
+  read(with("0"));
+  read(with("0.001"));
+  read(with("86400000"));
+  for (const char *value : {"86400001", "86400000.5", "1e300", "9223372036854775807", "inf", "nan"})
+    EXPECT_NE(error_of(with(value)).find(" is out of range ("), std::string::npos) << value;
+}
+
+TEST_P(sim_scenario_time_test, is_not_negative_unless_minus_1_means_never) {
+  for (const char *value : {"-0.5", "-1e-300", "-0.999", "-1.5", "-2", "-7", "-inf"})
+    EXPECT_NE(error_of(with(value)).find(" is out of range ("), std::string::npos) << value;
+  if (GetParam().never) {
+    read(with("-1"));
+    read(with("-1.0"));
+    EXPECT_NE(error_of(with("-7")).find(": -7 is out of range (-1, or from 0 to 86400000)"), std::string::npos);
+    EXPECT_NE(error_of(with("true")).find(": a boolean, where a number (-1, or from 0 to 86400000) is allowed"),
+              std::string::npos);
+  } else {
+    EXPECT_NE(error_of(with("-1")).find(": -1 is out of range (from 0 to 86400000)"), std::string::npos);
+  }
+}
+
+constexpr time_key times[] = {
+    {.name = "nas_available_after", .before = "nas.available_after_ms = "},
+    {.name = "scan_answer", .before = "scan.answer_ms = ", .never = true},
+    {.name = "qos_answer", .before = "wwan.qos.answer_ms = ", .never = true},
+    {.name = "mtpe_configured", .before = "mtpe.configured_ms = ", .never = true},
+    {.name = "mtpe_duration", .before = "mtpe.duration_ms = ", .never = true},
+    {.name = "capabilities", .before = "location.capabilities_ms = ", .never = true},
+    {.name = "fix", .before = "location.fix_ms = ", .never = true},
+    {.name = "late", .before = "location.late_ms = "},
+    {.name = "later_fix", .before = "at = [{ location = { fix_ms = ", .after = " } }]", .never = true},
+    {.name = "at", .before = "at = [{ modem = \"up\", ms = ", .after = " }]"},
+    {.name = "every", .before = "at = [{ modem = \"up\", every_ms = ", .after = " }]"},
+    {.name = "fault_delay", .before = "fault = [{ on = \"nas.79\", delay_ms = ", .after = " }]"},
+};
+
+INSTANTIATE_TEST_SUITE_P(times, sim_scenario_time_test, testing::ValuesIn(times),
+                         [](const testing::TestParamInfo<time_key> &of) { return of.param.name; });
+
+// Capacities.
 
 struct capacity {
   const char *name, *before, *entry, *after, *path;
