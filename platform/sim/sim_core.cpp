@@ -66,7 +66,7 @@ void start() {
 bool rule_matches(const sim_fault_rule &rule, const std::string &name, int64_t passing) {
   if (rule.on != name || passing < rule.skip)
     return false;
-  return rule.times < 0 || passing < rule.skip + rule.times;
+  return rule.times < 0 || passing - rule.skip < rule.times;
 }
 
 sim_fault_hit fault_of(const sim_fault_rule &rule) {

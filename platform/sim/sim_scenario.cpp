@@ -878,12 +878,14 @@ change<sim_timeline_entry> install_measurement_event(reader &in, const std::stri
 
 constexpr bool sim_ev_change::*no_effect = nullptr;
 
+constexpr int64_t most_repeats = 100'000'000;  // one each millisecond of a day, and more
+
 /** The events in the order in which they happen. */
 constexpr key_row<sim_timeline_entry> at_keys[] = {
     {.name = "ms", .read = within<&sim_timeline_entry::when, milliseconds<&sim_when::ms>>},
     {.name = "after", .read = within<&sim_timeline_entry::when, crossing<&sim_when::after, true>>},
     {.name = "skip", .read = within<&sim_timeline_entry::when, number<&sim_when::skip, 0>>},
-    {.name = "repeat", .read = number<&sim_timeline_entry::repeat, 1>},
+    {.name = "repeat", .read = number<&sim_timeline_entry::repeat, 1, most_repeats>},
     {.name = "every_ms", .read = milliseconds<&sim_timeline_entry::every_ms>},
     {.name = "sys_info", .read = patch<&sim_radio::sys_info, sys_info_keys, &sim_ev_change::sys_info>},
     {.name = "lte", .read = patch<&sim_radio::lte, lte_keys, &sim_ev_change::measurement>},
@@ -901,6 +903,12 @@ constexpr key_row<sim_timeline_entry> at_keys[] = {
 void check_at(reader &in, const std::string &path, const toml::node &node, const sim_timeline_entry &entry) {
   if (entry.events.empty())
     fail(in, node, path, "an entry without an event");
+  const double last_ms = static_cast<double>(entry.repeat - 1) * entry.every_ms;
+  if (last_ms > longest_ms) {
+    fail(in, *node.as_table()->get("repeat"), path + ".repeat",
+         std::to_string(entry.repeat) + " times, " + number_text(entry.every_ms) + " ms apart, take more than " +
+             std::to_string(longest_ms) + " ms");
+  }
 }
 
 change<sim_scenario> timeline(reader &in, const std::string &path, const toml::node &node) {
@@ -945,9 +953,16 @@ void check_fault(reader &in, const std::string &path, const toml::node &node, co
   }
 }
 
+/** From a row a day on: slower, and the trace would seem to have stopped. */
+change<sim_trace_cfg> speed(reader &in, const std::string &path, const toml::node &node) {
+  const auto is_allowed = [](double rows) { return rows == 0 || (rows >= 1000.0 / longest_ms && rows <= 1e9); };
+  return store<&sim_trace_cfg::speed>(
+      read_real(in, path, node, "0, or from 1/86400, a row a day, to 1000000000", is_allowed));
+}
+
 constexpr key_row<sim_trace_cfg> trace_keys[] = {
     {.name = "file", .read = text<&sim_trace_cfg::file>},
-    {.name = "speed", .read = number<&sim_trace_cfg::speed, 0, 1'000'000'000>},
+    {.name = "speed", .read = speed},
     {.name = "after", .read = crossing<&sim_trace_cfg::after, true>},
     {.name = "skip", .read = number<&sim_trace_cfg::skip, 0>},
 };

@@ -45,6 +45,16 @@ TEST_F(sim_fault, times_minus_one_fails_from_then_on) {
     EXPECT_EQ(ask(resp), -1);
 }
 
+TEST_F(sim_fault, skip_and_times_may_be_as_large_as_integers_are) {
+  board(
+      "[[fault]]\non = \"nas.79\"\nskip = 9223372036854775807\ntimes = 9223372036854775807\ntransport = -3\n"
+      "[[fault]]\non = \"nas.79\"\nskip = 1\ntimes = 9223372036854775807\n");
+  yrp_nas_sig_info_resp_t resp;
+  EXPECT_EQ(ask(resp), 0);
+  for (int i = 0; i < 3; i++)
+    EXPECT_EQ(ask(resp), -1);
+}
+
 TEST_F(sim_fault, the_first_matching_rule_wins) {
   board("[[fault]]\non = \"nas.79\"\ntransport = -3\n[[fault]]\non = \"nas.79\"\ntransport = -4\ntimes = 2\n");
   yrp_nas_sig_info_resp_t resp;

@@ -392,7 +392,22 @@ constexpr wrong errors[] = {
     {"tick_of_more_than_a_day", "[board]\ntick_ms = 86400001\n",
      "board.toml:2:11: board.tick_ms: 86400001 is out of range (from 1 to 86400000)"},
     {"repeat_of_0", "[[at]]\nmodem = \"up\"\nrepeat = 0\n",
-     "board.toml:3:10: at[0].repeat: 0 is out of range (from 1)"},
+     "board.toml:3:10: at[0].repeat: 0 is out of range (from 1 to 100000000)"},
+    {"repeat_of_far_too_many", "[[at]]\nmodem = \"up\"\nrepeat = 100000001\n",
+     "board.toml:3:10: at[0].repeat: 100000001 is out of range (from 1 to 100000000)"},
+    {"repeats_for_more_than_a_day", "[[at]]\nevery_ms = 86400.5\nmodem = \"up\"\nrepeat = 1001\n",
+     "board.toml:4:10: at[0].repeat: 1001 times, 86400.5 ms apart, take more than 86400000 ms"},
+    {"negative_skip", "[[at]]\nmodem = \"up\"\nskip = -1\n", "board.toml:3:8: at[0].skip: -1 is out of range (from 0)"},
+    {"integer_beyond_64_bits", "[[fault]]\non = \"nas.79\"\ntimes = 9223372036854775808\n",
+     "board.toml:3:28: Error while parsing decimal integer: '9223372036854775808' is not representable in 64 bits"},
+    {"speed_of_which_no_row_comes", "[trace]\nspeed = 1e-300\n",
+     "board.toml:2:9: trace.speed: 1e-300 is out of range (0, or from 1/86400, a row a day, to 1000000000)"},
+    {"speed_below_0", "[trace]\nspeed = -1\n",
+     "board.toml:2:9: trace.speed: -1 is out of range (0, or from 1/86400, a row a day, to 1000000000)"},
+    {"speed_that_is_no_number", "[trace]\nspeed = nan\n",
+     "board.toml:2:9: trace.speed: nan is out of range (0, or from 1/86400, a row a day, to 1000000000)"},
+    {"speed_beyond_all", "[trace]\nspeed = 1000000001\n",
+     "board.toml:2:9: trace.speed: 1000000001 is out of range (0, or from 1/86400, a row a day, to 1000000000)"},
     {"octet_of_a_list", "[lte]\nplmn = [0, 1, 256]\n",
      "board.toml:2:15: lte.plmn[2]: 256 is out of range (from 0 to 255)"},
     {"short_array", "[lte]\nplmn = [0, 1]\n", "board.toml:2:8: lte.plmn: 2 entries, 3 are needed"},
@@ -491,6 +506,18 @@ constexpr time_key times[] = {
 
 INSTANTIATE_TEST_SUITE_P(times, sim_scenario_time_test, testing::ValuesIn(times),
                          [](const testing::TestParamInfo<time_key> &of) { return of.param.name; });
+
+TEST(sim_scenario_test, an_entry_may_repeat_for_a_day) {
+  EXPECT_EQ(read("[[at]]\nevery_ms = 86400\nmodem = \"up\"\nrepeat = 1001\n").at[0].repeat, 1001);
+  EXPECT_EQ(read("[[at]]\nmodem = \"up\"\nrepeat = 100000000\n").at[0].repeat, 100000000);
+}
+
+TEST(sim_scenario_test, a_trace_is_at_the_slowest_a_row_a_day) {
+  EXPECT_EQ(read("[trace]\nspeed = 0.000011575\n").trace.speed, 0.000011575);
+  EXPECT_NE(error_of("[trace]\nspeed = 0.000011574\n").find("trace.speed: 1.1574e-05 is out of range"),
+            std::string::npos);
+  EXPECT_EQ(read("[trace]\nspeed = 1000000000\n").trace.speed, 1e9);
+}
 
 // Capacities.
 
