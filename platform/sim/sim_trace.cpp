@@ -135,13 +135,24 @@ std::string_view take_digits(std::string_view &text) {
   return digits;
 }
 
+/** Take one sign, where there is one; true: minus. */
+bool take_sign(std::string_view &text) {
+  const bool minus = text.starts_with('-');
+  if (minus || text.starts_with('+'))
+    text.remove_prefix(1);
+  return minus;
+}
+
 bool take_exponent(std::string_view &text, int &exponent) {
   if (text.empty() || (text.front() != 'e' && text.front() != 'E'))
     return true;
-  text.remove_prefix(text.starts_with("e+") || text.starts_with("E+") ? 2 : 1);
-  const std::from_chars_result end = std::from_chars(text.data(), text.data() + text.size(), exponent);
-  if (end.ec != std::errc() || std::abs(exponent) > 400)
+  text.remove_prefix(1);
+  const bool negative = take_sign(text);
+  unsigned int size = 0;  // unsigned: a second sign is none
+  const std::from_chars_result end = std::from_chars(text.data(), text.data() + text.size(), size);
+  if (end.ec != std::errc() || size > 400)
     return false;
+  exponent = negative ? -static_cast<int>(size) : static_cast<int>(size);
   text.remove_prefix(static_cast<size_t>(end.ptr - text.data()));
   return true;
 }
@@ -149,13 +160,8 @@ bool take_exponent(std::string_view &text, int &exponent) {
 /** Nothing for what is no plain number, and for the phone's way to say that it knows none. */
 std::optional<decimal> read_decimal(std::string_view text) {
   decimal number;
-  if (text.starts_with('+'))
-    text.remove_prefix(1);
+  number.negative = take_sign(text);
   const std::string_view all = text;
-  if (text.starts_with('-')) {
-    number.negative = true;
-    text.remove_prefix(1);
-  }
   number.whole = take_digits(text);
   if (text.starts_with('.')) {
     text.remove_prefix(1);
@@ -166,6 +172,8 @@ std::optional<decimal> read_decimal(std::string_view text) {
   if (!take_exponent(text, number.exponent) || !text.empty())
     return {};
   const std::from_chars_result end = std::from_chars(all.data(), all.data() + all.size(), number.value);
+  if (number.negative)
+    number.value = -number.value;
   if (end.ec != std::errc() || number.value == not_known)
     return {};
   return number;

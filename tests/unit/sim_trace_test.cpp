@@ -145,8 +145,10 @@ TEST_F(sim_trace_test, network_modes_are_lte_5g_and_anything_else) {
 }
 
 TEST_F(sim_trace_test, what_is_no_number_is_not_measured) {
-  for (const char *field : {"-", "", "2147483647", "2147483647.0", "nan", "inf", "-inf", "x", "-90x", "--90", "-90 dBm",
-                            "0x5A", "-.", ".", "-90e", "-9-0", "-9e999", "\"-90"}) {
+  for (const char *field : {"-",       "",      "2147483647",     "2147483647.0",   "nan",  "inf", "-inf",    "x",
+                            "-90x",    "--90",  "-90 dBm",        "0x5A",           "-.",   ".",   "-90e",    "-9-0",
+                            "-9e999",  "\"-90", "+-90",           "-+90",           "++90", "+",   "-90e+-0", "-90e--0",
+                            "-90e-+0", "-90e+", "-90e2147483647", "-90e-2147483648"}) {
     EXPECT_FALSE(with("RSRP", field).rsrp) << field;
     EXPECT_FALSE(with("RSRQ", field).rsrq) << field;
     EXPECT_FALSE(with("SNR", field).snr) << field;
@@ -159,6 +161,8 @@ TEST_F(sim_trace_test, what_is_no_number_is_not_measured) {
     EXPECT_FALSE(with("Speed", field).speed) << field;
     EXPECT_FALSE(with("NR_SNR", field).nr_snr) << field;
   }
+  EXPECT_FALSE(with("SNR", "+-5").snr);
+  EXPECT_FALSE(with("CQI", "1e+-0").cqi);
   EXPECT_TRUE(with("RSRP", "-").rsrq) << "the other columns of the row stay measured";
 }
 
