@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -55,6 +56,27 @@ std::string read_whole(int file, size_t most, std::string &text) {
   }
 }
 
+/** A file by another name is the same file. */
+bool is_same(const struct stat &of, const std::string &name) {
+  struct stat other = {};
+  return stat(name.c_str(), &other) == 0 && other.st_dev == of.st_dev && other.st_ino == of.st_ino;
+}
+
+/** Why the file, open for writing, cannot be `part`; empty: it can, and then it is empty. */
+std::string wrong_to_write(int file, const sim_file &what, std::vector<sim_file> &taken) {
+  struct stat of = {};
+  if (fstat(file, &of) != 0)
+    return strerror(errno);
+  if (!S_ISREG(of.st_mode))
+    return {};  // nothing is lost on a terminal or in a pipe
+  const auto other =
+      std::find_if(taken.begin(), taken.end(), [&of](const sim_file &used) { return is_same(of, used.name); });
+  if (other != taken.end())
+    return "cannot be " + what.part + ", it is " + other->part + " (" + other->name + ')';
+  taken.push_back(what);
+  return ftruncate(file, 0) == 0 ? "" : strerror(errno);
+}
+
 }  // namespace
 
 std::string sim_one_line(std::string text) {
@@ -76,4 +98,16 @@ std::optional<std::string> sim_file_read(const std::string &name, size_t most, s
     return text;
   error = sim_one_line(name + ": " + wrong);
   return {};
+}
+
+int sim_file_create(const std::string &name, const std::string &part, std::vector<sim_file> &taken,
+                    std::string &error) {
+  const int file = open(name.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  const std::string wrong = file < 0 ? strerror(errno) : wrong_to_write(file, {part, name}, taken);
+  if (wrong.empty())
+    return file;
+  error = sim_one_line(name + ": " + wrong);
+  if (file >= 0)
+    close(file);
+  return -1;
 }

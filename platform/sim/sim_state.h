@@ -16,6 +16,7 @@
 
 #include "nas_service_v01.h"
 #include "sim_core.h"
+#include "sim_file.h"
 #include "sim_message.h"
 
 using sim_clock = std::chrono::steady_clock;
@@ -181,7 +182,8 @@ void sim_measure_tick();
 
 // Journal.
 
-void sim_journal_open(const char *file);
+/** Open the file of LYN_SIM_JOURNAL, which must be none of those `taken`. */
+void sim_journal_open(std::vector<sim_file> &taken);
 /** Keep the lines in memory, for tests. */
 void sim_journal_keep(bool on);
 std::vector<std::string> sim_journal_lines();
@@ -189,7 +191,8 @@ void sim_journal_forget();
 
 // Diagnostics.
 
-void sim_diag_open();
+/** The same of LYN_SIM_DIAG. */
+void sim_diag_open(std::vector<sim_file> &taken);
 
 /** One line on standard error and status 2. */
 [[noreturn]] void sim_give_up(const std::string &line);
