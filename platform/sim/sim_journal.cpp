@@ -99,7 +99,7 @@ std::vector<std::string> sim_journal_lines() {
   return journal().kept;
 }
 
-void sim_journal_text(const char *lib, const char *dir, const char *name, const std::string &members, int id) {
+void sim_journal_text(const char *lib, const char *dir, const char *name, const std::string &members, int64_t id) {
   if (!sim_journal_on())
     return;
   const std::string number = id < 0 ? "" : "\"id\": " + std::to_string(id) + ", ";
@@ -114,7 +114,7 @@ void sim_journal_text(const char *lib, const char *dir, const char *name, const 
     write_whole(journal().file, line + '\n');
 }
 
-void sim_journal(const char *lib, const char *dir, const char *name, const nlohmann::ordered_json &fields, int id) {
+void sim_journal(const char *lib, const char *dir, const char *name, const nlohmann::ordered_json &fields, int64_t id) {
   if (sim_journal_on())
     sim_journal_text(lib, dir, name, members_text(fields), id);
 }

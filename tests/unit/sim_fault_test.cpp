@@ -167,12 +167,15 @@ TEST_F(sim_fault, requests_that_are_none_fail_and_are_journaled) {
     return yrp_client_send_msg_sync(client.handle, id, &req, req_len, &resp, resp_len, 100);
   };
   EXPECT_EQ(send(9999, sizeof req, sizeof resp), YRP_UNKNOWN_MESSAGE_ERR);
+  EXPECT_EQ(send(UINT32_MAX, sizeof req, sizeof resp), YRP_UNKNOWN_MESSAGE_ERR);
   EXPECT_EQ(send(YRP_NAS_GET_SIG_INFO, sizeof req + 1, sizeof resp), YRP_BUFFER_ERR);
   EXPECT_EQ(send(YRP_NAS_GET_SIG_INFO, sizeof req, sizeof resp - 1), YRP_BUFFER_ERR);
   EXPECT_EQ(yrp_client_send_msg_sync(nullptr, YRP_NAS_GET_SIG_INFO, &req, sizeof req, &resp, sizeof resp, 100),
             YRP_INVALID_PARAM_ERR);
   EXPECT_EQ(journaled({R"("dir": "request", "id": 79)"}), 3U);
   EXPECT_EQ(journaled({R"("dir": "request", "id": 9999, "name": "unknown")"}), 1U);
+  EXPECT_EQ(journaled({R"("dir": "request", "id": 4294967295, "name": "unknown")"}), 1U);
+  EXPECT_EQ(journaled({R"("dir": "response", "id": 4294967295, "name": "unknown")"}), 1U);
 }
 
 }  // namespace

@@ -122,6 +122,14 @@ TEST_F(sim_timeline, bytes_that_are_no_message_stand_in_the_journal_as_they_are)
   EXPECT_EQ(journaled({R"("dir": "indication", "id": 81, "name": "sig_info_ind", "fields": {}})"}), 1U);
 }
 
+TEST_F(sim_timeline, every_id_of_32_bits_is_delivered_and_journaled_as_it_is) {
+  board(raw(2147483647) + raw(2147483648) + raw(4294967295));
+  EXPECT_EQ(ids(), (std::vector<uint32_t>{2147483647, 2147483648, 4294967295}));
+  EXPECT_EQ(journaled({R"("dir": "indication", "id": 2147483647, "name": "unknown")"}), 1U);
+  EXPECT_EQ(journaled({R"("dir": "indication", "id": 2147483648, "name": "unknown")"}), 1U);
+  EXPECT_EQ(journaled({R"("dir": "indication", "id": 4294967295, "name": "unknown")"}), 1U);
+}
+
 TEST_F(sim_timeline, a_million_indications_at_once_are_all_delivered) {
   ASSERT_EQ(sim_board_load(raw(901, "ms = 0\nrepeat = 1000000\nevery_ms = 0\n") + raw(902, "ms = 0\n")), "");
   client.connect();
