@@ -129,6 +129,7 @@ void sim_board_reset(sim_scenario scenario) {
   board.walk = {};
   board.offered = false;
   board.modem_up = true;
+  board.unreported = false;
   board.time0 = false;
   board.passings.clear();
   board.counting = !board.scenario.fault.empty() || sim_timeline_waits(board.scenario);

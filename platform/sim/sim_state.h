@@ -6,6 +6,7 @@
 #define SIM_STATE_H
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <map>
@@ -89,7 +90,9 @@ struct sim_state {
   std::array<double, SIM_VALUES> walk = {};
   sim_nas_config nas;
 
-  bool offered = false, modem_up = true;
+  bool offered = false;
+  std::atomic<bool> modem_up = true; /**< may be read without sim_lock */
+  bool unreported = false;           /**< values were measured while the modem was down */
   bool time0 = false;
   std::map<yrp_client_type, std::shared_ptr<sim_client>> clients;
   uintptr_t handles = 0; /**< given so far: none is given twice */

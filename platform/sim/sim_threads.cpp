@@ -218,6 +218,8 @@ void sim_schedule(sim_thread thread, double ms, std::function<void()> work) {
 }
 
 static void indicate(yrp_client_type to, sim_lib lib, uint32_t id, std::vector<uint8_t> bytes, double ms) {
+  if (lib == sim_lib::nas && !sim_board_raw().modem_up)
+    return;  // the service is the modem's; the mobile AP's is not
   sim_work item = {};
   item.to = to;
   item.lib = lib;
