@@ -330,6 +330,10 @@ change<owner_of<member>> measured(reader &in, const std::string &path, const tom
   if (node.is_string() && node.as_string()->get() == "absent") {
     return [](owner_of<member> &to) { (to.*member).reset(); };
   }
+  if (!node.is_integer()) {
+    fail_type(in, node, path, "an integer (" + range_text(lowest<wire>(), highest<wire>()) + ") or \"absent\"");
+    return {};
+  }
   return store<member>(read_number<wire>(in, path, node));
 }
 
@@ -356,14 +360,19 @@ struct word {
 
 template <auto member, const auto &words>
 change<owner_of<member>> choice(reader &in, const std::string &path, const toml::node &node) {
+  std::string allowed;
+  for (const auto &row : words)
+    allowed.append(allowed.empty() ? "" : ", ").append(row.name);
+  if (!node.is_string()) {
+    fail_type(in, node, path, "one of the texts " + allowed);
+    return {};
+  }
   const std::optional<std::string> name = read_text(in, path, node, 4096);
   if (!name)
     return {};
-  std::string allowed;
   for (const auto &row : words) {
     if (row.name == *name)
       return store<member>(std::optional(value_of<member>(row.meaning)));
-    allowed.append(allowed.empty() ? "" : ", ").append(row.name);
   }
   fail(in, node, path, "\"" + *name + "\" is none of " + allowed);
   return {};

@@ -370,7 +370,17 @@ constexpr wrong errors[] = {
      "board.toml:2:7: sys_info.lte: \"lost\" is none of absent, no_service, limited, service, power_save, "
      "limited_regional"},
     {"measured_value_in_words", "[lte]\nrsrp = \"weak\"\n",
-     "board.toml:2:8: lte.rsrp: a text, where an integer (from -32768 to 32767) is allowed"},
+     "board.toml:2:8: lte.rsrp: a text, where an integer (from -32768 to 32767) or \"absent\" is allowed"},
+    {"absent_in_another_case", "[nr5g]\nsnr = \"Absent\"\n",
+     "board.toml:2:7: nr5g.snr: a text, where an integer (from -32768 to 32767) or \"absent\" is allowed"},
+    {"measured_value_as_a_boolean", "[lte]\ntac = false\n",
+     "board.toml:2:7: lte.tac: a boolean, where an integer (from 0 to 65535) or \"absent\" is allowed"},
+    {"integer_for_a_word", "[sys_info]\nlte = 2\n",
+     "board.toml:2:7: sys_info.lte: an integer, where one of the texts absent, no_service, limited, service, "
+     "power_save, "
+     "limited_regional is allowed"},
+    {"boolean_for_a_word", "[[at]]\nmodem = true\n",
+     "board.toml:2:9: at[0].modem: a boolean, where one of the texts up, down is allowed"},
     {"above_u8", "[endc]\navailable = 256\n", "board.toml:2:13: endc.available: 256 is out of range (from 0 to 255)"},
     {"below_u8", "[endc]\navailable = -1\n", "board.toml:2:13: endc.available: -1 is out of range (from 0 to 255)"},
     {"above_u16", "[lte]\nearfcn = 65536\n", "board.toml:2:10: lte.earfcn: 65536 is out of range (from 0 to 65535)"},
@@ -608,10 +618,11 @@ TEST_F(sim_scenario_trace_test, a_trace_that_cannot_be_used_is_an_error_of_its_k
 TEST_F(sim_scenario_trace_test, the_timeline_cannot_set_what_the_trace_owns) {
   const std::string trace = "[trace]\nfile = \"drive.csv\"\n";
   for (const char *owned :
-       {"sys_info = { lte = \"limited\" }", "sys_info = { nr5g_pci = 1 }", "lte = { rsrp = -1 }", "lte = { rsrq = -1 }",
-        "lte = { snr = 1 }", "lte = { cqi = [] }", "lte = { cgi = 1 }", "lte = { tac = 1 }", "lte = { neighbour = [] }",
-        "nr5g = { rsrp = -1 }", "nr5g = { rsrq = -1 }", "nr5g = { snr = -1 }", "location = { latitude = 1 }",
-        "location = { longitude = 1 }", "location = { speed = 1 }", "location = { timestamp = 1 }"}) {
+       {"sys_info = { lte = \"limited\" }", "sys_info = { nr5g = \"service\" }", "sys_info = { nr5g_pci = 1 }",
+        "lte = { rsrp = -1 }", "lte = { rsrq = -1 }", "lte = { snr = 1 }", "lte = { cqi = [] }", "lte = { cgi = 1 }",
+        "lte = { tac = 1 }", "lte = { neighbour = [] }", "nr5g = { rsrp = -1 }", "nr5g = { rsrq = -1 }",
+        "nr5g = { snr = -1 }", "location = { latitude = 1 }", "location = { longitude = 1 }",
+        "location = { speed = 1 }", "location = { timestamp = 1 }"}) {
     const std::string at = "[[at]]\n" + std::string(owned) + "\n";
     read(at);
     EXPECT_NE(error_of(at + trace, folder()).find("the trace owns this value"), std::string::npos) << owned;
@@ -622,10 +633,11 @@ TEST_F(sim_scenario_trace_test, the_timeline_cannot_set_what_the_trace_owns) {
 
 TEST_F(sim_scenario_trace_test, the_timeline_sets_what_the_trace_does_not_own) {
   std::string error;
-  EXPECT_TRUE(sim_scenario_parse(
-      "[[at]]\nlte = { pci = 1, tx_power = 5 }\nnr5g = { cqi = [] }\nlocation = { fix_ms = -1 }\nmodem = \"down\"\n"
-      "[trace]\nfile = \"drive.csv\"\n",
-      "board.toml", folder(), error))
+  EXPECT_TRUE(
+      sim_scenario_parse("[[at]]\nsys_info = { lte_domain = 1, nr5g_capability = 2 }\nlte = { pci = 1, tx_power = 5 "
+                         "}\nnr5g = { cqi = [] }\nlocation = { fix_ms = -1 }\nmodem = \"down\"\n"
+                         "[trace]\nfile = \"drive.csv\"\n",
+                         "board.toml", folder(), error))
       << error;
 }
 

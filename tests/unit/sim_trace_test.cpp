@@ -376,6 +376,19 @@ TEST(sim_trace_apply_test, a_5g_row_has_the_cell_of_the_scenario) {
   EXPECT_EQ(radio.nr5g.snr, 135);
 }
 
+TEST(sim_trace_apply_test, what_no_column_tells_of_the_system_is_the_scenarios) {
+  sim_radio radio = sim_scenario_default().radio;
+  radio.sys_info.lte = sim_srv::limited;
+  radio.sys_info.nr5g = sim_srv::power_save;
+  radio.sys_info.lte_domain = 1;
+  radio.sys_info.nr5g_capability = 2;
+  sim_trace_apply(lte_row(), 500, radio);
+  EXPECT_EQ(radio.sys_info.lte, sim_srv::service) << "the row's";
+  EXPECT_EQ(radio.sys_info.nr5g, sim_srv::power_save);
+  EXPECT_EQ(radio.sys_info.lte_domain, 1U);
+  EXPECT_EQ(radio.sys_info.nr5g_capability, 2U);
+}
+
 TEST(sim_trace_apply_test, a_row_of_another_technology_has_no_lte_whatever_its_columns_hold) {
   sim_trace_row row = lte_row();
   row.lte = sim_srv::no_service;
