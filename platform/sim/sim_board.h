@@ -32,7 +32,10 @@ std::string sim_board_load(std::string_view text, const std::string &folder = ".
  */
 void sim_board_restart();
 
-/** Deliver `bytes` as indication `id` to the clients of `lib` ("nas" or "oxmap"), behind what is already queued. */
+/**
+ * Deliver `bytes` as indication `id` to the clients of `lib` ("nas" or "oxmap"), behind what is already queued; nothing
+ * of "nas" while the modem is down.
+ */
 void sim_board_post(std::string_view lib, uint32_t id, std::vector<uint8_t> bytes);
 
 /** Wait until nothing is due, queued or being delivered. False when that takes longer than `timeout_ms`. */

@@ -18,17 +18,21 @@ std::once_flag start_once;
 std::atomic<sim_clock::rep> origin;
 sim_scenario *preset; /**< see sim_board_preset */
 
-sim_scenario load_scenario() {
-  if (preset)
-    return *preset;
+/** The files that it is read from are `taken`. */
+sim_scenario load_scenario(std::vector<sim_file> &taken) {
   const char *file = getenv("LYN_SIM_SCENARIO");
-  if (!file || !*file)
-    return sim_scenario_default();
-  std::string error;
-  std::optional<sim_scenario> scenario = sim_scenario_load(file, error);
-  if (!scenario)
-    sim_give_up(error);
-  return *std::move(scenario);
+  sim_scenario scenario = preset ? *preset : sim_scenario_default();
+  if (!preset && file && *file) {
+    std::string error;
+    std::optional<sim_scenario> read = sim_scenario_load(file, error);
+    if (!read)
+      sim_give_up(error);
+    scenario = *std::move(read);
+    taken.push_back({"the scenario", file});
+  }
+  if (!scenario.trace.file.empty())
+    taken.push_back({"the trace", scenario.trace.file});
+  return scenario;
 }
 
 /** The first row of a trace is in force before the client starts. */
@@ -56,9 +60,11 @@ void offer_service(sim_state &board) {
 
 void start() {
   origin = sim_clock::now().time_since_epoch().count();
-  sim_journal_open(getenv("LYN_SIM_JOURNAL"));
-  sim_diag_open();
-  sim_board_reset(load_scenario());
+  std::vector<sim_file> taken;
+  sim_scenario scenario = load_scenario(taken);
+  sim_journal_open(taken);
+  sim_diag_open(taken);
+  sim_board_reset(std::move(scenario));
   sim_threads_start();
   started.store(true, std::memory_order_release);
 }
@@ -66,7 +72,7 @@ void start() {
 bool rule_matches(const sim_fault_rule &rule, const std::string &name, int64_t passing) {
   if (rule.on != name || passing < rule.skip)
     return false;
-  return rule.times < 0 || passing < rule.skip + rule.times;
+  return rule.times < 0 || passing - rule.skip < rule.times;
 }
 
 sim_fault_hit fault_of(const sim_fault_rule &rule) {
@@ -123,6 +129,7 @@ void sim_board_reset(sim_scenario scenario) {
   board.walk = {};
   board.offered = false;
   board.modem_up = true;
+  board.unreported = false;
   board.time0 = false;
   board.passings.clear();
   board.counting = !board.scenario.fault.empty() || sim_timeline_waits(board.scenario);

@@ -68,10 +68,11 @@ sim_fault_hit sim_cross(const std::string &name);
  * Write one line of the journal: sim_journal("oxmap", "call", "StartMTPE", fields). `id` below 0: none. The fields
  * stand in the line in the order given. May be called with or without sim_lock.
  */
-void sim_journal(const char *lib, const char *dir, const char *name, const nlohmann::ordered_json &fields, int id = -1);
+void sim_journal(const char *lib, const char *dir, const char *name, const nlohmann::ordered_json &fields,
+                 int64_t id = -1);
 
 /** The same with the members of `fields` as JSON text: "\"row\": 0". */
-void sim_journal_text(const char *lib, const char *dir, const char *name, const std::string &members, int id = -1);
+void sim_journal_text(const char *lib, const char *dir, const char *name, const std::string &members, int64_t id = -1);
 
 /** Whether anybody reads the journal: callers skip building fields where not. */
 bool sim_journal_on();

@@ -4,11 +4,9 @@
  */
 #include "diag_service.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -57,17 +55,16 @@ int answer(const char *name) {
 
 }  // namespace
 
-void sim_diag_open() {
+void sim_diag_open(std::vector<sim_file> &taken) {
   const char *file = getenv("LYN_SIM_DIAG");
   if (!file || !*file) {
     dropping = true;
     return;
   }
-  const int opened =
-      strcmp(file, "-") == 0 ? STDERR_FILENO : open(file, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
-  if (opened < 0)
-    sim_give_up(std::string(file) + ": " + strerror(errno));
-  sink = opened;
+  std::string error;
+  sink = strcmp(file, "-") == 0 ? STDERR_FILENO : sim_file_create(file, "the diagnostic log", taken, error);
+  if (sink < 0)
+    sim_give_up(error);
 }
 
 int Diag_LSM_Init(void *) {

@@ -4,13 +4,12 @@
  * A line is timed and written under one lock, so that the lines stand in the order of their times, and goes out with
  * one write, so that a process that is killed leaves whole lines.
  */
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
+#include <cstdlib>
 #include <nlohmann/json.hpp>
 
 #include "sim_state.h"
@@ -72,13 +71,14 @@ bool sim_journal_on() {
   return on.load(std::memory_order_relaxed);
 }
 
-void sim_journal_open(const char *file) {
+void sim_journal_open(std::vector<sim_file> &taken) {
+  const char *file = getenv("LYN_SIM_JOURNAL");
   if (!file || !*file)
     return;
-  const int opened = open(file, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0644);
-  if (opened < 0)
-    sim_give_up(std::string(file) + ": " + strerror(errno));
-  journal().file = opened;
+  std::string error;
+  journal().file = sim_file_create(file, "the journal", taken, error);
+  if (journal().file < 0)
+    sim_give_up(error);
   on = true;
 }
 
@@ -99,7 +99,7 @@ std::vector<std::string> sim_journal_lines() {
   return journal().kept;
 }
 
-void sim_journal_text(const char *lib, const char *dir, const char *name, const std::string &members, int id) {
+void sim_journal_text(const char *lib, const char *dir, const char *name, const std::string &members, int64_t id) {
   if (!sim_journal_on())
     return;
   const std::string number = id < 0 ? "" : "\"id\": " + std::to_string(id) + ", ";
@@ -114,7 +114,7 @@ void sim_journal_text(const char *lib, const char *dir, const char *name, const 
     write_whole(journal().file, line + '\n');
 }
 
-void sim_journal(const char *lib, const char *dir, const char *name, const nlohmann::ordered_json &fields, int id) {
+void sim_journal(const char *lib, const char *dir, const char *name, const nlohmann::ordered_json &fields, int64_t id) {
   if (sim_journal_on())
     sim_journal_text(lib, dir, name, members_text(fields), id);
 }

@@ -108,8 +108,12 @@ sim_measured sim_measure() {
 }
 
 void sim_measure_report() {
+  sim_state &board = sim_board_raw();
+  board.unreported = !board.modem_up;
+  if (board.unreported)
+    return;
   const sim_measured values = sim_measure();
-  for (const auto &[handle, client] : sim_board_raw().clients) {
+  for (const auto &[handle, client] : board.clients) {
     if (asks_for_report(client->nas, values))
       report(*client, handle, values);
   }
@@ -136,12 +140,13 @@ void sim_measure_rebase(const sim_radio &before) {
 void sim_measure_tick() {
   sim_state &board = sim_board_raw();
   const double noise_db = board.scenario.board.noise_db;
-  if (noise_db <= 0 || board.row)
-    return;
-  for (size_t i = 0; i < SIM_VALUES; i++) {
+  const bool moves = noise_db > 0 && !board.row;
+  for (size_t i = 0; moves && i < SIM_VALUES; i++) {
     const double step = noise_db * traits[i].unit;
     board.walk[i] = std::clamp(board.walk[i] + (2 * sim_random() - 1) * step, -walk_limit * step, walk_limit * step);
     put_noise(static_cast<sim_value>(i));
   }
-  sim_measure_report();
+  // Where nothing moves there is nothing to report, but what the modem missed while it was down.
+  if (moves || board.unreported)
+    sim_measure_report();
 }

@@ -95,7 +95,8 @@ bool sim_client_close(yrp_client_type handle);
 
 /**
  * Encode the record of indication `id` and deliver it `ms` from now on the thread of `lib`, to all open clients; it is
- * journaled when it is delivered. May be called with or without sim_lock.
+ * journaled when it is delivered. One of the NAS service is dropped while the modem is down. May be called with or
+ * without sim_lock.
  */
 void sim_indicate(sim_lib lib, uint32_t id, const void *record, double ms = 0);
 

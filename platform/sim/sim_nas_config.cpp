@@ -12,6 +12,9 @@ enum : uint32_t { lock_none = 0, lock_one_cell = 1, lock_arfcn_list = 2, lock_un
 /** Status that indication 335 reports of the install mode. */
 enum : uint32_t { install_stopped = 0, install_started = 1 };
 
+/** As good as never, and far from what the clock can count. */
+constexpr std::chrono::years never(100);
+
 void take(bool &setting, uint8_t valid, uint8_t value) {
   if (valid)
     setting = value != 0;
@@ -224,6 +227,8 @@ void sim_nas_incremental_scan(sim_nas_call &call, const yrp_nas_incremental_scan
     return;
   const auto duration =
       std::chrono::duration_cast<sim_clock::duration>(std::chrono::duration<double, std::milli>(answer_ms));
-  board.nas.scan_free = std::max(board.nas.scan_free, sim_clock::now()) + duration;
+  // However many wait, the end of what the clock can count is out of reach.
+  const sim_clock::time_point now = sim_clock::now();
+  board.nas.scan_free = std::clamp(board.nas.scan_free, now, now + never) + duration;
   sim_timeline_at(board.nas.scan_free, [handle = call.handle, type = req.network_type] { answer_scan(handle, type); });
 }

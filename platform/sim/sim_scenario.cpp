@@ -12,19 +12,19 @@
 
 #include <toml++/toml.h>
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cmath>
 #include <cstring>
 #include <exception>
 #include <filesystem>
-#include <fstream>
 #include <limits>
-#include <sstream>
 #include <type_traits>
 #include <utility>
 
 #include "nas_service_v01.h"
 #include "oxmap_client.h"
+#include "sim_file.h"
 #include "sim_message.h"
 
 namespace {
@@ -144,19 +144,19 @@ std::optional<int64_t> read_integer(reader &in, const std::string &path, const t
   return {};
 }
 
-std::optional<double> read_real(reader &in, const std::string &path, const toml::node &node, int64_t min, int64_t max,
-                                double widest) {
+/** `allowed` says in words what `is_allowed` asks. */
+template <typename check>
+std::optional<double> read_real(reader &in, const std::string &path, const toml::node &node, const std::string &allowed,
+                                const check &is_allowed) {
   if (!node.is_number()) {
-    fail_type(in, node, path, "a number (" + range_text(min, max) + ")");
+    fail_type(in, node, path, "a number (" + allowed + ")");
     return {};
   }
   const double value =
       node.is_integer() ? static_cast<double>(node.as_integer()->get()) : node.as_floating_point()->get();
-  const bool above = min == no_minimum || value >= static_cast<double>(min);
-  const bool below = max == no_maximum || value <= static_cast<double>(max);
-  if (above && below && std::fabs(value) <= widest)
+  if (is_allowed(value))
     return value;
-  fail(in, node, path, number_text(value) + " is out of range (" + range_text(min, max) + ")");
+  fail(in, node, path, number_text(value) + " is out of range (" + allowed + ")");
   return {};
 }
 
@@ -164,8 +164,12 @@ template <typename number>
 std::optional<number> read_number(reader &in, const std::string &path, const toml::node &node,
                                   int64_t min = lowest<number>(), int64_t max = highest<number>()) {
   if constexpr (std::is_floating_point_v<number>) {
-    const double widest = static_cast<double>(std::numeric_limits<number>::max());
-    const std::optional<double> value = read_real(in, path, node, min, max, widest);
+    const auto is_allowed = [min, max](double value) {
+      const bool above = min == no_minimum || value >= static_cast<double>(min);
+      const bool below = max == no_maximum || value <= static_cast<double>(max);
+      return above && below && std::fabs(value) <= static_cast<double>(std::numeric_limits<number>::max());
+    };
+    const std::optional<double> value = read_real(in, path, node, range_text(min, max), is_allowed);
     return value ? std::optional(static_cast<number>(*value)) : std::nullopt;
   } else {
     const std::optional<int64_t> value = read_integer(in, path, node, std::max(min, lowest<number>()), max);
@@ -299,9 +303,25 @@ change<owner_of<member>> number(reader &in, const std::string &path, const toml:
 }
 
 /** A number that the scenario need not give. */
-template <auto member, int64_t min = lowest<typename value_of<member>::value_type>()>
+template <auto member>
 change<owner_of<member>> given(reader &in, const std::string &path, const toml::node &node) {
-  return store<member>(read_number<typename value_of<member>::value_type>(in, path, node, min));
+  return store<member>(read_number<typename value_of<member>::value_type>(in, path, node));
+}
+
+/** A day: what is longer is a slip, and would look like a board that hangs. */
+constexpr int64_t longest_ms = 86'400'000;
+
+/** A time. */
+template <auto member>
+change<owner_of<member>> milliseconds(reader &in, const std::string &path, const toml::node &node) {
+  return store<member>(read_number<double>(in, path, node, 0, longest_ms));
+}
+
+/** The same, or -1: never. No other negative number says so, it would be a slip. */
+template <auto member>
+change<owner_of<member>> milliseconds_or_never(reader &in, const std::string &path, const toml::node &node) {
+  const auto is_allowed = [](double ms) { return ms == -1 || (ms >= 0 && ms <= longest_ms); };
+  return store<member>(read_real(in, path, node, "-1, or " + range_text(0, longest_ms), is_allowed));
 }
 
 /** A measured value: what the wire's type holds, or "absent". */
@@ -309,6 +329,10 @@ template <auto member, typename wire>
 change<owner_of<member>> measured(reader &in, const std::string &path, const toml::node &node) {
   if (node.is_string() && node.as_string()->get() == "absent") {
     return [](owner_of<member> &to) { (to.*member).reset(); };
+  }
+  if (!node.is_integer()) {
+    fail_type(in, node, path, "an integer (" + range_text(lowest<wire>(), highest<wire>()) + ") or \"absent\"");
+    return {};
   }
   return store<member>(read_number<wire>(in, path, node));
 }
@@ -336,14 +360,19 @@ struct word {
 
 template <auto member, const auto &words>
 change<owner_of<member>> choice(reader &in, const std::string &path, const toml::node &node) {
+  std::string allowed;
+  for (const auto &row : words)
+    allowed.append(allowed.empty() ? "" : ", ").append(row.name);
+  if (!node.is_string()) {
+    fail_type(in, node, path, "one of the texts " + allowed);
+    return {};
+  }
   const std::optional<std::string> name = read_text(in, path, node, 4096);
   if (!name)
     return {};
-  std::string allowed;
   for (const auto &row : words) {
     if (row.name == *name)
       return store<member>(std::optional(value_of<member>(row.meaning)));
-    allowed.append(allowed.empty() ? "" : ", ").append(row.name);
   }
   fail(in, node, path, "\"" + *name + "\" is none of " + allowed);
   return {};
@@ -532,15 +561,13 @@ using board_t = decltype(sim_scenario::board);
 constexpr key_row<board_t> board_keys[] = {
     {.name = "seed", .read = number<&board_t::seed, 0>},
     {.name = "noise_db", .read = number<&board_t::noise_db, 0, 1000>},
-    {.name = "tick_ms", .read = number<&board_t::tick_ms, 1>},
+    {.name = "tick_ms", .read = number<&board_t::tick_ms, 1, longest_ms>},
 };
-
-constexpr int64_t latest_ms = 1'000'000'000'000;  // some 30 years: as far as the clock is sure to count
 
 using nas_t = decltype(sim_scenario::nas);
 constexpr key_row<nas_t> nas_keys[] = {
     {.name = "available", .read = boolean<&nas_t::available>},
-    {.name = "available_after_ms", .read = number<&nas_t::available_after_ms, 0, latest_ms>},
+    {.name = "available_after_ms", .read = milliseconds<&nas_t::available_after_ms>},
 };
 
 constexpr word<sim_srv> srv_words[] = {
@@ -652,13 +679,13 @@ constexpr auto of_fix = within<&sim_location::fix, number<member, min, max>>;
 
 using fix_t = location_client::Location;
 constexpr key_row<sim_location> location_keys[] = {
-    {.name = "capabilities_ms", .read = number<&sim_location::capabilities_ms, -1, latest_ms>},
+    {.name = "capabilities_ms", .read = milliseconds_or_never<&sim_location::capabilities_ms>},
     {.name = "capabilities", .read = number<&sim_location::capabilities>},
     {.name = "response", .read = number<&sim_location::response>},
-    {.name = "fix_ms", .read = number<&sim_location::fix_ms, -1, latest_ms>},
+    {.name = "fix_ms", .read = milliseconds_or_never<&sim_location::fix_ms>},
     {.name = "repeat_fix", .read = number<&sim_location::repeat_fix, 0, 1000>},
     {.name = "fix_when_refused", .read = boolean<&sim_location::fix_when_refused>},
-    {.name = "late_ms", .read = number<&sim_location::late_ms, 0, latest_ms>},
+    {.name = "late_ms", .read = milliseconds<&sim_location::late_ms>},
     {.name = "batch", .read = number<&sim_location::batch, 0, batch_max>},
     {.name = "batch_status", .read = number<&sim_location::batch_status>},
     {.name = "flags", .read = of_fix<&fix_t::flags>},
@@ -678,7 +705,7 @@ constexpr key_row<sim_location> location_keys[] = {
 
 using scan_t = decltype(sim_scenario::scan);
 constexpr key_row<scan_t> scan_keys[] = {
-    {.name = "answer_ms", .read = number<&scan_t::answer_ms, -1, latest_ms>},
+    {.name = "answer_ms", .read = milliseconds_or_never<&scan_t::answer_ms>},
     {.name = "status", .read = number<&scan_t::status>},
 };
 
@@ -716,7 +743,7 @@ constexpr key_row<qos_t> qos_keys[] = {
     {.name = "bearer", .read = number<&qos_t::bearer>},
     {.name = "tx_5qi", .read = number<&qos_t::tx_5qi>},
     {.name = "rx_5qi", .read = number<&qos_t::rx_5qi>},
-    {.name = "answer_ms", .read = number<&qos_t::answer_ms, -1, latest_ms>},
+    {.name = "answer_ms", .read = milliseconds_or_never<&qos_t::answer_ms>},
 };
 
 constexpr key_row<wwan_t> wwan_keys[] = {
@@ -730,8 +757,8 @@ constexpr word<std::string_view> mtpe_results[] = {
 
 using mtpe_t = decltype(sim_scenario::mtpe);
 constexpr key_row<mtpe_t> mtpe_keys[] = {
-    {.name = "configured_ms", .read = number<&mtpe_t::configured_ms, -1, latest_ms>},
-    {.name = "duration_ms", .read = number<&mtpe_t::duration_ms, -1, latest_ms>},
+    {.name = "configured_ms", .read = milliseconds_or_never<&mtpe_t::configured_ms>},
+    {.name = "duration_ms", .read = milliseconds_or_never<&mtpe_t::duration_ms>},
     {.name = "result", .read = choice<&mtpe_t::result, mtpe_results>},
     {.name = "failure_reason", .read = number<&mtpe_t::failure_reason>},
     {.name = "peak_rate_kbps", .read = number<&mtpe_t::peak_rate_kbps>},
@@ -860,13 +887,15 @@ change<sim_timeline_entry> install_measurement_event(reader &in, const std::stri
 
 constexpr bool sim_ev_change::*no_effect = nullptr;
 
+constexpr int64_t most_repeats = 100'000'000;  // one each millisecond of a day, and more
+
 /** The events in the order in which they happen. */
 constexpr key_row<sim_timeline_entry> at_keys[] = {
-    {.name = "ms", .read = within<&sim_timeline_entry::when, number<&sim_when::ms, 0, latest_ms>>},
+    {.name = "ms", .read = within<&sim_timeline_entry::when, milliseconds<&sim_when::ms>>},
     {.name = "after", .read = within<&sim_timeline_entry::when, crossing<&sim_when::after, true>>},
     {.name = "skip", .read = within<&sim_timeline_entry::when, number<&sim_when::skip, 0>>},
-    {.name = "repeat", .read = number<&sim_timeline_entry::repeat, 1>},
-    {.name = "every_ms", .read = number<&sim_timeline_entry::every_ms, 0, latest_ms>},
+    {.name = "repeat", .read = number<&sim_timeline_entry::repeat, 1, most_repeats>},
+    {.name = "every_ms", .read = milliseconds<&sim_timeline_entry::every_ms>},
     {.name = "sys_info", .read = patch<&sim_radio::sys_info, sys_info_keys, &sim_ev_change::sys_info>},
     {.name = "lte", .read = patch<&sim_radio::lte, lte_keys, &sim_ev_change::measurement>},
     {.name = "nr5g", .read = patch<&sim_radio::nr5g, nr5g_keys, &sim_ev_change::measurement>},
@@ -883,6 +912,12 @@ constexpr key_row<sim_timeline_entry> at_keys[] = {
 void check_at(reader &in, const std::string &path, const toml::node &node, const sim_timeline_entry &entry) {
   if (entry.events.empty())
     fail(in, node, path, "an entry without an event");
+  const double last_ms = static_cast<double>(entry.repeat - 1) * entry.every_ms;
+  if (last_ms > longest_ms) {
+    fail(in, *node.as_table()->get("repeat"), path + ".repeat",
+         std::to_string(entry.repeat) + " times, " + number_text(entry.every_ms) + " ms apart, take more than " +
+             std::to_string(longest_ms) + " ms");
+  }
 }
 
 change<sim_scenario> timeline(reader &in, const std::string &path, const toml::node &node) {
@@ -913,7 +948,7 @@ constexpr key_row<sim_fault_rule> fault_keys[] = {
     {.name = "result", .read = given<&sim_fault_rule::result>},
     {.name = "error", .read = given<&sim_fault_rule::error>},
     {.name = "clear", .read = clear_list},
-    {.name = "delay_ms", .read = given<&sim_fault_rule::delay_ms, 0>},
+    {.name = "delay_ms", .read = milliseconds<&sim_fault_rule::delay_ms>},
 };
 
 void check_fault(reader &in, const std::string &path, const toml::node &node, const sim_fault_rule &rule) {
@@ -927,9 +962,16 @@ void check_fault(reader &in, const std::string &path, const toml::node &node, co
   }
 }
 
+/** From a row a day on: slower, and the trace would seem to have stopped. */
+change<sim_trace_cfg> speed(reader &in, const std::string &path, const toml::node &node) {
+  const auto is_allowed = [](double rows) { return rows == 0 || (rows >= 1000.0 / longest_ms && rows <= 1e9); };
+  return store<&sim_trace_cfg::speed>(
+      read_real(in, path, node, "0, or from 1/86400, a row a day, to 1000000000", is_allowed));
+}
+
 constexpr key_row<sim_trace_cfg> trace_keys[] = {
     {.name = "file", .read = text<&sim_trace_cfg::file>},
-    {.name = "speed", .read = number<&sim_trace_cfg::speed, 0, 1'000'000'000>},
+    {.name = "speed", .read = speed},
     {.name = "after", .read = crossing<&sim_trace_cfg::after, true>},
     {.name = "skip", .read = number<&sim_trace_cfg::skip, 0>},
 };
@@ -952,20 +994,35 @@ constexpr key_row<sim_scenario> scenario_keys[] = {
 
 // Whole scenarios.
 
-/** One line, whatever the file holds. */
-std::string one_line(std::string text) {
-  for (char &octet : text) {
-    if (static_cast<unsigned char>(octet) < ' ' || octet == 0x7F)
-      octet = ' ';
+constexpr size_t longest_scenario = 16 << 20;  // octets of a file
+
+/** The parts of a key, "a.b.c", become tables within tables, and the parser has no limit to them but the stack. */
+constexpr size_t most_parts = 100;
+
+/** The line of a key with more parts. */
+std::optional<toml::source_index> deep_key(std::string_view text) {
+  toml::source_index line = 1;
+  size_t parts = 0;
+  bool named = false;  // the part has begun
+  for (const char octet : text) {
+    const bool of_name = isalnum(static_cast<unsigned char>(octet)) || strchr("-_\"'", octet);
+    if (octet == '.' && named && ++parts >= most_parts)
+      return line;
+    if (octet != '.' && octet != ' ' && octet != '\t' && !of_name)
+      parts = 0;
+    if (octet != ' ' && octet != '\t')
+      named = of_name;
+    if (octet == '\n')
+      ++line;
   }
-  return text;
+  return {};
 }
 
 std::string located(const std::string &origin, const toml::source_position &at, std::string_view text) {
   std::string place = origin;
   if (at.line)
     place += ':' + std::to_string(at.line) + ':' + std::to_string(at.column);
-  return one_line(place + ": " + std::string(text));
+  return sim_one_line(place + ": " + std::string(text));
 }
 
 void load_trace(reader &in, const toml::table &root, const std::string &folder, sim_scenario &scenario) {
@@ -987,6 +1044,10 @@ void load_trace(reader &in, const toml::table &root, const std::string &folder, 
 
 std::optional<sim_scenario> read_scenario(std::string_view text, const std::string &origin, const std::string &folder,
                                           std::string &error) {
+  if (const std::optional<toml::source_index> line = deep_key(text)) {
+    error = located(origin, {*line, 1}, "a key of more than " + std::to_string(most_parts) + " parts");
+    return {};
+  }
   const toml::table root = toml::parse(text, origin);
   reader in;
   const change<sim_scenario> fill = read_table<sim_scenario>(in, "", root, scenario_keys);
@@ -1029,22 +1090,11 @@ std::optional<sim_scenario> sim_scenario_parse(std::string_view text, const std:
 
 std::optional<sim_scenario> sim_scenario_load(const std::string &file, std::string &error) {
   try {
-    std::error_code none;
-    if (std::filesystem::is_directory(file, none)) {
-      error = one_line(file + ": is a folder");
-      return {};
-    }
-    std::ifstream in(file, std::ios::binary);
-    std::ostringstream text;
-    if (in)
-      text << in.rdbuf();
-    if (!in) {
-      error = one_line(file + ": cannot be read: " + strerror(errno));
-      return {};
-    }
-    return sim_scenario_parse(text.str(), file, std::filesystem::path(file).parent_path().string(), error);
+    const std::optional<std::string> text = sim_file_read(file, longest_scenario, error);
+    if (text)
+      return sim_scenario_parse(*text, file, std::filesystem::path(file).parent_path().string(), error);
   } catch (const std::exception &other) {
-    error = one_line(file + ": " + other.what());
+    error = sim_one_line(file + ": " + other.what());
   }
   return {};
 }

@@ -6,6 +6,7 @@
 #define SIM_STATE_H
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <map>
@@ -16,6 +17,7 @@
 
 #include "nas_service_v01.h"
 #include "sim_core.h"
+#include "sim_file.h"
 #include "sim_message.h"
 
 using sim_clock = std::chrono::steady_clock;
@@ -88,7 +90,9 @@ struct sim_state {
   std::array<double, SIM_VALUES> walk = {};
   sim_nas_config nas;
 
-  bool offered = false, modem_up = true;
+  bool offered = false;
+  std::atomic<bool> modem_up = true; /**< may be read without sim_lock */
+  bool unreported = false;           /**< values were measured while the modem was down */
   bool time0 = false;
   std::map<yrp_client_type, std::shared_ptr<sim_client>> clients;
   uintptr_t handles = 0; /**< given so far: none is given twice */
@@ -181,7 +185,8 @@ void sim_measure_tick();
 
 // Journal.
 
-void sim_journal_open(const char *file);
+/** Open the file of LYN_SIM_JOURNAL, which must be none of those `taken`. */
+void sim_journal_open(std::vector<sim_file> &taken);
 /** Keep the lines in memory, for tests. */
 void sim_journal_keep(bool on);
 std::vector<std::string> sim_journal_lines();
@@ -189,7 +194,8 @@ void sim_journal_forget();
 
 // Diagnostics.
 
-void sim_diag_open();
+/** The same of LYN_SIM_DIAG. */
+void sim_diag_open(std::vector<sim_file> &taken);
 
 /** One line on standard error and status 2. */
 [[noreturn]] void sim_give_up(const std::string &line);

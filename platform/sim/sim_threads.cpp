@@ -127,12 +127,11 @@ void journal_indication(const sim_work &work) {
   const sim_message *message = sim_message_find(work.lib, sim_direction::indication, work.id);
   std::vector<uint64_t> record(message ? message->size / sizeof(uint64_t) + 1 : 0);  // aligned for any struct
   if (message && sim_message_decode(*message, work.bytes.data(), work.bytes.size(), record.data()) == YRP_NO_ERR) {
-    sim_journal_text(lib, "indication", message->name, sim_message_json(*message, record.data()),
-                     static_cast<int>(work.id));
+    sim_journal_text(lib, "indication", message->name, sim_message_json(*message, record.data()), work.id);
     return;
   }
   sim_journal_text(lib, "indication", message ? message->name : "unknown", "\"raw\": \"" + hex(work.bytes) + '"',
-                   static_cast<int>(work.id));
+                   work.id);
 }
 
 std::vector<std::pair<yrp_client_type, std::shared_ptr<sim_client>>> receivers(const sim_work &work) {
@@ -219,6 +218,8 @@ void sim_schedule(sim_thread thread, double ms, std::function<void()> work) {
 }
 
 static void indicate(yrp_client_type to, sim_lib lib, uint32_t id, std::vector<uint8_t> bytes, double ms) {
+  if (lib == sim_lib::nas && !sim_board_raw().modem_up)
+    return;  // the service is the modem's; the mobile AP's is not
   sim_work item = {};
   item.to = to;
   item.lib = lib;

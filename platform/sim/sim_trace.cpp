@@ -7,16 +7,13 @@
  */
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <chrono>
 #include <cmath>
-#include <cstdio>
-#include <cstring>
 #include <exception>
-#include <memory>
 #include <string_view>
 
+#include "sim_file.h"
 #include "sim_scenario.h"
 
 namespace {
@@ -59,29 +56,13 @@ constexpr column_row columns[] = {
 };
 static_assert(std::size(columns) == COLUMNS);
 
+// More than any drive has: a file beyond these is something else, and would take all memory before that shows.
+constexpr size_t longest_file = 256 << 20;  // octets
+constexpr size_t longest_line = 64 << 10;   // octets
+constexpr size_t most_rows = 1'000'000;
+
 /** What the phone writes where it knows nothing. */
 constexpr double not_known = 2147483647;
-
-struct file_closer {
-  void operator()(FILE *file) const { fclose(file); }
-};
-
-std::optional<std::string> read_file(const std::string &file, std::string &error) {
-  const std::unique_ptr<FILE, file_closer> in(fopen(file.c_str(), "rbe"));
-  if (!in) {
-    error = file + ": cannot be opened: " + strerror(errno);
-    return {};
-  }
-  std::string text;
-  std::array<char, 65536> block;
-  for (size_t got; (got = fread(block.data(), 1, block.size(), in.get())) > 0;)
-    text.append(block.data(), got);
-  if (ferror(in.get())) {
-    error = file + ": cannot be read: " + strerror(errno);
-    return {};
-  }
-  return text;
-}
 
 std::string_view trim(std::string_view text) {
   const auto blank = [](char octet) { return octet == ' ' || octet == '\t' || octet == '\r'; };
@@ -154,13 +135,24 @@ std::string_view take_digits(std::string_view &text) {
   return digits;
 }
 
+/** Take one sign, where there is one; true: minus. */
+bool take_sign(std::string_view &text) {
+  const bool minus = text.starts_with('-');
+  if (minus || text.starts_with('+'))
+    text.remove_prefix(1);
+  return minus;
+}
+
 bool take_exponent(std::string_view &text, int &exponent) {
   if (text.empty() || (text.front() != 'e' && text.front() != 'E'))
     return true;
-  text.remove_prefix(text.starts_with("e+") || text.starts_with("E+") ? 2 : 1);
-  const std::from_chars_result end = std::from_chars(text.data(), text.data() + text.size(), exponent);
-  if (end.ec != std::errc() || std::abs(exponent) > 400)
+  text.remove_prefix(1);
+  const bool negative = take_sign(text);
+  unsigned int size = 0;  // unsigned: a second sign is none
+  const std::from_chars_result end = std::from_chars(text.data(), text.data() + text.size(), size);
+  if (end.ec != std::errc() || size > 400)
     return false;
+  exponent = negative ? -static_cast<int>(size) : static_cast<int>(size);
   text.remove_prefix(static_cast<size_t>(end.ptr - text.data()));
   return true;
 }
@@ -168,13 +160,8 @@ bool take_exponent(std::string_view &text, int &exponent) {
 /** Nothing for what is no plain number, and for the phone's way to say that it knows none. */
 std::optional<decimal> read_decimal(std::string_view text) {
   decimal number;
-  if (text.starts_with('+'))
-    text.remove_prefix(1);
+  number.negative = take_sign(text);
   const std::string_view all = text;
-  if (text.starts_with('-')) {
-    number.negative = true;
-    text.remove_prefix(1);
-  }
   number.whole = take_digits(text);
   if (text.starts_with('.')) {
     text.remove_prefix(1);
@@ -185,6 +172,8 @@ std::optional<decimal> read_decimal(std::string_view text) {
   if (!take_exponent(text, number.exponent) || !text.empty())
     return {};
   const std::from_chars_result end = std::from_chars(all.data(), all.data() + all.size(), number.value);
+  if (number.negative)
+    number.value = -number.value;
   if (end.ec != std::errc() || number.value == not_known)
     return {};
   return number;
@@ -338,6 +327,12 @@ sim_trace_row read_row(const row_fields &of) {
           .timestamp_ms = read_timestamp(of[COL_TIMESTAMP])};
 }
 
+std::string beyond_limits(std::string_view line, size_t row_count) {
+  if (line.size() > longest_line)
+    return "a line of more than " + std::to_string(longest_line) + " octets";
+  return row_count > most_rows ? "more than " + std::to_string(most_rows) + " rows" : "";
+}
+
 /** The rows behind the header. */
 std::optional<std::vector<sim_trace_row>> read_rows(std::string_view text, size_t &line_number, std::string &what) {
   if (text.starts_with("\xEF\xBB\xBF"))
@@ -351,12 +346,18 @@ std::optional<std::vector<sim_trace_row>> read_rows(std::string_view text, size_
     return {};
   }
   line_number = lines.number;
-  if (!read_header(line, header, what))
+  what = beyond_limits(line, 0);
+  if (!what.empty() || !read_header(line, header, what))
     return {};
 
   std::vector<sim_trace_row> rows;
   std::vector<std::string_view> fields;
   while (lines.next(line)) {
+    what = beyond_limits(line, rows.size() + 1);
+    if (!what.empty()) {
+      line_number = lines.number;
+      return {};
+    }
     split(line, fields);
     // Where the recording broke off within a line, its last field may be the beginning of a longer one.
     if (!lines.ended && fields.size() < header.width)
@@ -417,7 +418,7 @@ void clear_lte(sim_lte &lte) {
 
 std::optional<std::vector<sim_trace_row>> sim_trace_load(const std::string &file, std::string &error) {
   try {
-    const std::optional<std::string> text = read_file(file, error);
+    const std::optional<std::string> text = sim_file_read(file, longest_file, error);
     if (!text)
       return {};
     size_t line = 1;

@@ -96,7 +96,7 @@ void journal_request(const request &what, bool whole) {
   if (!sim_journal_on())
     return;
   sim_journal_text("nas", "request", name_of(what), whole ? sim_message_json(*what.asks, what.req) : std::string(),
-                   static_cast<int>(what.id));
+                   what.id);
 }
 
 void journal_response(const request &what, yrp_client_error_type transport) {
@@ -112,7 +112,7 @@ void journal_response(const request &what, yrp_client_error_type transport) {
     if (!rest.empty())
       fields += ", " + rest;
   }
-  sim_journal_text("nas", "response", name_of(what), fields, static_cast<int>(what.id));
+  sim_journal_text("nas", "response", name_of(what), fields, what.id);
 }
 
 void put_fault(const request &what, const sim_fault_hit &fault) {

@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -45,9 +46,7 @@ struct sim_env : testing::Test {
 
   void TearDown() override {
     unsetenv("SIM_ENV_TEST_FOLDER");
-    for (const char *name : {"/scenario.toml", "/journal", "/diag"})
-      unlink((folder + name).c_str());
-    rmdir(folder.c_str());
+    std::filesystem::remove_all(folder);
   }
 
   std::string file(const char *name) const { return folder + '/' + name; }
@@ -68,12 +67,13 @@ TEST_F(sim_env, a_scenario_that_cannot_be_used_ends_the_process_with_status_2_an
   EXPECT_EXIT(start_with("[board]\nnoise_db = 1\n"), ExitedWithCode(0), "^$");
 }
 
-TEST_F(sim_env, a_scenario_file_that_is_not_there_ends_the_process_with_status_2) {
-  const auto start = [] {
-    setenv("LYN_SIM_SCENARIO", "/nowhere/at.all", 1);
+TEST_F(sim_env, a_scenario_file_that_cannot_be_read_ends_the_process_with_status_2) {
+  const auto start = [](const char *name) {
+    setenv("LYN_SIM_SCENARIO", name, 1);
     Diag_LSM_Init(nullptr);
   };
-  EXPECT_EXIT(start(), ExitedWithCode(2), "^[^\n]*/nowhere/at.all[^\n]*\n$");
+  EXPECT_EXIT(start("/nowhere/at.all"), ExitedWithCode(2), "^/nowhere/at.all: [^\n]+\n$");
+  EXPECT_EXIT(start("/proc/self/mem"), ExitedWithCode(2), "^/proc/self/mem: cannot be read: Input/output error\n$");
 }
 
 TEST_F(sim_env, a_journal_that_cannot_be_written_ends_the_process_with_status_2) {
@@ -82,6 +82,77 @@ TEST_F(sim_env, a_journal_that_cannot_be_written_ends_the_process_with_status_2)
     Diag_LSM_Init(nullptr);
   };
   EXPECT_EXIT(start(), ExitedWithCode(2), "^/nowhere/journal: [^\n]+\n$");
+}
+
+/** A drive of one row. */
+constexpr char drive[] =
+    "Longitude,Latitude,Speed,NetworkMode,RSRP,RSRQ,SNR,CQI,LACHEX,RAWCELLID,NRxRSRP,NRxRSRQ\n0,0,0,LTE,-90,-9,5,9,1,1,"
+    "-95,-9\n";
+
+struct sim_env_files : sim_env {
+  const std::string scenario = "[trace]\nfile = \"drive.csv\"\n";
+
+  void SetUp() override {
+    sim_env::SetUp();
+    if (std::filesystem::exists(file("scenario.toml")))
+      return;  // a child: its parent has made them
+    std::ofstream(file("drive.csv")) << drive;
+    std::ofstream(file("scenario.toml")) << scenario;
+    std::ofstream(file("old")) << "old\n";
+    for (const char *name : {"scenario.toml", "drive.csv", "old"}) {
+      std::filesystem::create_symlink(name, file(name) + ".symbolic");
+      std::filesystem::create_hard_link(file(name), file(name) + ".hard");
+    }
+  }
+
+  /** The first platform call with these files; in the folder, so that a name may be relative. */
+  void start(const std::string &journal, const std::string &diag) const {
+    if (chdir(folder.c_str()) != 0)
+      _exit(1);
+    setenv("LYN_SIM_SCENARIO", file("scenario.toml").c_str(), 1);
+    setenv("LYN_SIM_JOURNAL", journal.c_str(), 1);
+    setenv("LYN_SIM_DIAG", diag.c_str(), 1);
+    log_text(DIAG_LEVEL_HIGH, "text");
+    _exit(0);
+  }
+
+  void expect_files_as_they_were() const {
+    EXPECT_EQ(read_file(file("scenario.toml")), scenario);
+    EXPECT_EQ(read_file(file("drive.csv")), drive);
+  }
+};
+
+TEST_F(sim_env_files, nothing_is_written_over_the_scenario_or_the_trace_whatever_it_is_called) {
+  for (const std::string read : {"scenario.toml", "drive.csv"}) {
+    const std::string part = read == "drive.csv" ? "trace" : "scenario";
+    for (const std::string &name : {read, file(read.c_str()), "./" + read, read + ".symbolic", read + ".hard"}) {
+      const std::string is_part = ", it is the " + part + " \\(/[^\n]*/" + read + "\\)\n$";
+      EXPECT_EXIT(start(name, ""), ExitedWithCode(2), "^" + name + ": cannot be the journal" + is_part);
+      EXPECT_EXIT(start("", name), ExitedWithCode(2), "^" + name + ": cannot be the diagnostic log" + is_part);
+    }
+  }
+  expect_files_as_they_were();
+}
+
+TEST_F(sim_env_files, journal_and_diagnostic_log_are_two_files) {
+  for (const char *name : {"old", "./old", "old.symbolic", "old.hard"}) {
+    EXPECT_EXIT(start("old", name), ExitedWithCode(2),
+                "^" + std::string(name) + ": cannot be the diagnostic log, it is the journal \\(old\\)\n$");
+  }
+  EXPECT_EXIT(start("/dev/null", "/dev/null"), ExitedWithCode(0), "^$") << "where nothing is lost they may meet";
+}
+
+TEST_F(sim_env_files, what_was_written_before_is_replaced) {
+  EXPECT_EXIT(start("old", "diag"), ExitedWithCode(0), "^$");
+  EXPECT_EQ(read_file(file("old")).find("{\"t\": "), 0U);
+  EXPECT_EQ(read_file(file("diag")), "HIGH some_file.cpp:120 text, 7\n");
+  expect_files_as_they_were();
+}
+
+TEST_F(sim_env_files, a_board_that_is_refused_leaves_the_older_files_as_they_are) {
+  std::ofstream(file("scenario.toml")) << "[board\n";
+  EXPECT_EXIT(start("old", "old.hard"), ExitedWithCode(2), "scenario.toml:1:");
+  EXPECT_EQ(read_file(file("old")), "old\n");
 }
 
 TEST_F(sim_env, diagnostic_records_are_written_one_a_line) {

@@ -45,6 +45,16 @@ TEST_F(sim_fault, times_minus_one_fails_from_then_on) {
     EXPECT_EQ(ask(resp), -1);
 }
 
+TEST_F(sim_fault, skip_and_times_may_be_as_large_as_integers_are) {
+  board(
+      "[[fault]]\non = \"nas.79\"\nskip = 9223372036854775807\ntimes = 9223372036854775807\ntransport = -3\n"
+      "[[fault]]\non = \"nas.79\"\nskip = 1\ntimes = 9223372036854775807\n");
+  yrp_nas_sig_info_resp_t resp;
+  EXPECT_EQ(ask(resp), 0);
+  for (int i = 0; i < 3; i++)
+    EXPECT_EQ(ask(resp), -1);
+}
+
 TEST_F(sim_fault, the_first_matching_rule_wins) {
   board("[[fault]]\non = \"nas.79\"\ntransport = -3\n[[fault]]\non = \"nas.79\"\ntransport = -4\ntimes = 2\n");
   yrp_nas_sig_info_resp_t resp;
@@ -157,12 +167,15 @@ TEST_F(sim_fault, requests_that_are_none_fail_and_are_journaled) {
     return yrp_client_send_msg_sync(client.handle, id, &req, req_len, &resp, resp_len, 100);
   };
   EXPECT_EQ(send(9999, sizeof req, sizeof resp), YRP_UNKNOWN_MESSAGE_ERR);
+  EXPECT_EQ(send(UINT32_MAX, sizeof req, sizeof resp), YRP_UNKNOWN_MESSAGE_ERR);
   EXPECT_EQ(send(YRP_NAS_GET_SIG_INFO, sizeof req + 1, sizeof resp), YRP_BUFFER_ERR);
   EXPECT_EQ(send(YRP_NAS_GET_SIG_INFO, sizeof req, sizeof resp - 1), YRP_BUFFER_ERR);
   EXPECT_EQ(yrp_client_send_msg_sync(nullptr, YRP_NAS_GET_SIG_INFO, &req, sizeof req, &resp, sizeof resp, 100),
             YRP_INVALID_PARAM_ERR);
   EXPECT_EQ(journaled({R"("dir": "request", "id": 79)"}), 3U);
   EXPECT_EQ(journaled({R"("dir": "request", "id": 9999, "name": "unknown")"}), 1U);
+  EXPECT_EQ(journaled({R"("dir": "request", "id": 4294967295, "name": "unknown")"}), 1U);
+  EXPECT_EQ(journaled({R"("dir": "response", "id": 4294967295, "name": "unknown")"}), 1U);
 }
 
 }  // namespace

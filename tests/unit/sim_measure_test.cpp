@@ -215,6 +215,40 @@ TEST_F(sim_measure, a_quiet_board_sends_nothing_after_the_first) {
   EXPECT_EQ(reports().size(), 1U);
 }
 
+TEST_F(sim_measure, what_is_measured_after_the_modem_was_down_is_compared_with_what_was_last_reported) {
+  board(
+      "[board]\nnoise_db = 0\ntick_ms = 1\n"
+      "[[at]]\nafter = \"nas.108\"\nmodem = \"down\"\n"
+      "[[at]]\nafter = \"nas.108\"\nms = 5\nlte = { rsrp = -101 }\n"
+      "[[at]]\nafter = \"nas.108\"\nms = 10\nmodem = \"up\"\n"
+      "[[at]]\nafter = \"nas.108\"\nms = 30\nmodem = \"down\"\n"
+      "[[at]]\nafter = \"nas.108\"\nms = 31\nlte = { rsrp = -120 }\n"
+      "[[at]]\nafter = \"nas.108\"\nms = 40\nlte = { rsrp = -103 }\n"
+      "[[at]]\nafter = \"nas.108\"\nms = 50\nmodem = \"up\"\n"
+      "[[at]]\nafter = \"nas.108\"\nms = 70\nraw = { lib = \"nas\", id = 900, bytes = \"\" }\n");
+  client.register_all();
+  configure(5);
+  ASSERT_TRUE(client.wait_for(900, 1));
+  EXPECT_EQ(reported_rsrp(), (std::vector<int>{-95, -101})) << "by the tick; -103 is less than the delta from -101";
+}
+
+TEST_F(sim_measure, rows_of_a_drive_go_by_while_the_modem_is_down) {
+  std::string lines;
+  for (const char *rsrp : {"-90", "-80", "-70", "-60"}) {
+    row values;
+    values.rsrp = rsrp;
+    lines += line(values);
+  }
+  drive(lines,
+        "speed = 100\nafter = \"nas.108\"\n"
+        "[[at]]\nafter = \"nas.108\"\nms = 5\nmodem = \"down\"\n"
+        "[[at]]\nafter = \"nas.108\"\nms = 25\nmodem = \"up\"\n");
+  configure(5);
+  ASSERT_TRUE(client.wait_for(YRP_NAS_SIG_INFO_IND, 2));
+  EXPECT_EQ(reported_rsrp(), (std::vector<int>{-90, -60}));
+  EXPECT_EQ(journaled({"trace_row"}), 4U);
+}
+
 TEST_F(sim_measure, no_row_of_a_drive_is_skipped_or_merged) {
   std::string lines;
   std::vector<int> expected;

@@ -295,6 +295,27 @@ TEST_F(sim_nas, ten_thousand_scans_are_answered_in_the_order_asked) {
     ASSERT_EQ(found[i].lte_nbr_info_valid, i % 2 == 0) << i;
 }
 
+TEST_F(sim_nas, more_scans_than_the_clock_can_count_are_waited_for) {
+  ASSERT_EQ(sim_board_load("[scan]\nanswer_ms = 86400000\n"), "");
+  client.connect();
+  for (int i = 0; i < 110000; i++)  // the clock counts some 107,000 days
+    ASSERT_EQ(scan(YRP_NAS_NETWORK_TYPE_LTE).resp.result, 0U);
+  EXPECT_TRUE(client.indications<yrp_nas_incremental_scan_ind_t>(YRP_NAS_INCREMENTAL_NETWORK_SCAN).empty());
+}
+
+TEST_F(sim_nas, a_scan_that_ends_while_the_modem_is_down_has_no_answer) {
+  board(
+      "[scan]\nanswer_ms = 200\n"
+      "[[at]]\nafter = \"nas.133\"\nmodem = \"down\"\n"
+      "[[at]]\nafter = \"nas.133\"\nms = 400\nmodem = \"up\"\n"
+      "[[at]]\nafter = \"nas.133\"\nms = 400\nraw = { lib = \"nas\", id = 901, bytes = \"\" }\n");
+  EXPECT_EQ(scan(YRP_NAS_NETWORK_TYPE_LTE).resp.result, 0U);
+  ASSERT_TRUE(client.wait_for(901, 1));
+  EXPECT_TRUE(client.indications<yrp_nas_incremental_scan_ind_t>(YRP_NAS_INCREMENTAL_NETWORK_SCAN).empty());
+  EXPECT_EQ(scan(YRP_NAS_NETWORK_TYPE_LTE).resp.result, 0U);
+  ASSERT_TRUE(client.wait_for(YRP_NAS_INCREMENTAL_NETWORK_SCAN, 1)) << "the next one is answered";
+}
+
 TEST_F(sim_nas, a_failing_scan_has_a_status_and_no_neighbours) {
   board("[scan]\nanswer_ms = 0\nstatus = 2\n");
   scan(YRP_NAS_NETWORK_TYPE_LTE);

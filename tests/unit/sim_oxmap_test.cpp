@@ -219,6 +219,19 @@ TEST_F(sim_oxmap_test, statistics_are_of_a_handle_and_a_family) {
   EXPECT_EQ(stats.bytes_rx, 20U);
 }
 
+TEST_F(sim_oxmap_test, statistics_of_handle_0_are_read_before_a_handle_was_selected) {
+  load("wwan.stats = [{ handle = 0, bytes_rx = 10, rx_rate = 0 }, { handle = 1, bytes_rx = 20, rx_rate = 0 }]");
+  oxmap_wwan_stats_t stats = {};
+  ASSERT_TRUE(client->GetWWANStatistics(4, &stats, &error));
+  EXPECT_EQ(stats.bytes_rx, 10U);
+  ASSERT_TRUE(client->SetWWANProfileHandlePreference(1, &error));
+  ASSERT_TRUE(client->GetWWANStatistics(4, &stats, &error));
+  EXPECT_EQ(stats.bytes_rx, 20U);
+  ASSERT_TRUE(client->SetWWANProfileHandlePreference(0, &error));
+  ASSERT_TRUE(client->GetWWANStatistics(4, &stats, &error));
+  EXPECT_EQ(stats.bytes_rx, 10U);
+}
+
 TEST_F(sim_oxmap_test, statistics_grow_by_their_rates) {
   load("wwan.stats = [{ rx_rate = 125000000, tx_rate = 1250000 }]");
   oxmap_wwan_stats_t first = {}, second = {};

@@ -30,12 +30,16 @@ std::string error_of(const std::string &text, const std::string &folder = ".") {
   return error;
 }
 
+std::string repeated(const std::string &text, int count) {
+  std::string all;
+  for (int at = 0; at < count; ++at)
+    all += text;
+  return all;
+}
+
 /** `entry` so many times, as the entries of a list. */
 std::string entries(const std::string &entry, int count) {
-  std::string text;
-  for (int at = 0; at < count; ++at)
-    text += entry + ", ";
-  return text;
+  return repeated(entry + ", ", count);
 }
 
 sim_radio changed(const sim_timeline_entry &entry, sim_radio radio) {
@@ -366,7 +370,17 @@ constexpr wrong errors[] = {
      "board.toml:2:7: sys_info.lte: \"lost\" is none of absent, no_service, limited, service, power_save, "
      "limited_regional"},
     {"measured_value_in_words", "[lte]\nrsrp = \"weak\"\n",
-     "board.toml:2:8: lte.rsrp: a text, where an integer (from -32768 to 32767) is allowed"},
+     "board.toml:2:8: lte.rsrp: a text, where an integer (from -32768 to 32767) or \"absent\" is allowed"},
+    {"absent_in_another_case", "[nr5g]\nsnr = \"Absent\"\n",
+     "board.toml:2:7: nr5g.snr: a text, where an integer (from -32768 to 32767) or \"absent\" is allowed"},
+    {"measured_value_as_a_boolean", "[lte]\ntac = false\n",
+     "board.toml:2:7: lte.tac: a boolean, where an integer (from 0 to 65535) or \"absent\" is allowed"},
+    {"integer_for_a_word", "[sys_info]\nlte = 2\n",
+     "board.toml:2:7: sys_info.lte: an integer, where one of the texts absent, no_service, limited, service, "
+     "power_save, "
+     "limited_regional is allowed"},
+    {"boolean_for_a_word", "[[at]]\nmodem = true\n",
+     "board.toml:2:9: at[0].modem: a boolean, where one of the texts up, down is allowed"},
     {"above_u8", "[endc]\navailable = 256\n", "board.toml:2:13: endc.available: 256 is out of range (from 0 to 255)"},
     {"below_u8", "[endc]\navailable = -1\n", "board.toml:2:13: endc.available: -1 is out of range (from 0 to 255)"},
     {"above_u16", "[lte]\nearfcn = 65536\n", "board.toml:2:10: lte.earfcn: 65536 is out of range (from 0 to 65535)"},
@@ -384,9 +398,26 @@ constexpr wrong errors[] = {
      "board.toml:2:12: board.noise_db: nan is out of range (from 0 to 1000)"},
     {"infinite", "[location]\naltitude = inf\n", "board.toml:2:12: location.altitude: inf is out of range (any)"},
     {"above_float", "[location]\nspeed = 1e39\n", "board.toml:2:9: location.speed: 1e+39 is out of range (any)"},
-    {"tick_of_0", "[board]\ntick_ms = 0\n", "board.toml:2:11: board.tick_ms: 0 is out of range (from 1 to 4294967295)"},
+    {"tick_of_0", "[board]\ntick_ms = 0\n", "board.toml:2:11: board.tick_ms: 0 is out of range (from 1 to 86400000)"},
+    {"tick_of_more_than_a_day", "[board]\ntick_ms = 86400001\n",
+     "board.toml:2:11: board.tick_ms: 86400001 is out of range (from 1 to 86400000)"},
     {"repeat_of_0", "[[at]]\nmodem = \"up\"\nrepeat = 0\n",
-     "board.toml:3:10: at[0].repeat: 0 is out of range (from 1)"},
+     "board.toml:3:10: at[0].repeat: 0 is out of range (from 1 to 100000000)"},
+    {"repeat_of_far_too_many", "[[at]]\nmodem = \"up\"\nrepeat = 100000001\n",
+     "board.toml:3:10: at[0].repeat: 100000001 is out of range (from 1 to 100000000)"},
+    {"repeats_for_more_than_a_day", "[[at]]\nevery_ms = 86400.5\nmodem = \"up\"\nrepeat = 1001\n",
+     "board.toml:4:10: at[0].repeat: 1001 times, 86400.5 ms apart, take more than 86400000 ms"},
+    {"negative_skip", "[[at]]\nmodem = \"up\"\nskip = -1\n", "board.toml:3:8: at[0].skip: -1 is out of range (from 0)"},
+    {"integer_beyond_64_bits", "[[fault]]\non = \"nas.79\"\ntimes = 9223372036854775808\n",
+     "board.toml:3:28: Error while parsing decimal integer: '9223372036854775808' is not representable in 64 bits"},
+    {"speed_of_which_no_row_comes", "[trace]\nspeed = 1e-300\n",
+     "board.toml:2:9: trace.speed: 1e-300 is out of range (0, or from 1/86400, a row a day, to 1000000000)"},
+    {"speed_below_0", "[trace]\nspeed = -1\n",
+     "board.toml:2:9: trace.speed: -1 is out of range (0, or from 1/86400, a row a day, to 1000000000)"},
+    {"speed_that_is_no_number", "[trace]\nspeed = nan\n",
+     "board.toml:2:9: trace.speed: nan is out of range (0, or from 1/86400, a row a day, to 1000000000)"},
+    {"speed_beyond_all", "[trace]\nspeed = 1000000001\n",
+     "board.toml:2:9: trace.speed: 1000000001 is out of range (0, or from 1/86400, a row a day, to 1000000000)"},
     {"octet_of_a_list", "[lte]\nplmn = [0, 1, 256]\n",
      "board.toml:2:15: lte.plmn[2]: 256 is out of range (from 0 to 255)"},
     {"short_array", "[lte]\nplmn = [0, 1]\n", "board.toml:2:8: lte.plmn: 2 entries, 3 are needed"},
@@ -429,6 +460,76 @@ constexpr wrong errors[] = {
 
 INSTANTIATE_TEST_SUITE_P(errors, sim_scenario_error_test, testing::ValuesIn(errors),
                          [](const testing::TestParamInfo<wrong> &of) { return of.param.name; });
+
+// Times.
+
+struct time_key {
+  const char *name, *before, *after = "";
+  bool never = false; /**< -1 is allowed */
+};
+
+void PrintTo(const time_key &of, std::ostream *out) {
+  *out << of.name;
+}
+
+class sim_scenario_time_test : public testing::TestWithParam<time_key> {
+ protected:
+  static std::string with(const char *value) { return GetParam().before + std::string(value) + GetParam().after; }
+};
+
+TEST_P(sim_scenario_time_test, is_at_most_a_day) {
+  read(with("0"));
+  read(with("0.001"));
+  read(with("86400000"));
+  for (const char *value : {"86400001", "86400000.5", "1e300", "9223372036854775807", "inf", "nan"})
+    EXPECT_NE(error_of(with(value)).find(" is out of range ("), std::string::npos) << value;
+}
+
+TEST_P(sim_scenario_time_test, is_not_negative_unless_minus_1_means_never) {
+  for (const char *value : {"-0.5", "-1e-300", "-0.999", "-1.5", "-2", "-7", "-inf"})
+    EXPECT_NE(error_of(with(value)).find(" is out of range ("), std::string::npos) << value;
+  if (GetParam().never) {
+    read(with("-1"));
+    read(with("-1.0"));
+    EXPECT_NE(error_of(with("-7")).find(": -7 is out of range (-1, or from 0 to 86400000)"), std::string::npos);
+    EXPECT_NE(error_of(with("true")).find(": a boolean, where a number (-1, or from 0 to 86400000) is allowed"),
+              std::string::npos);
+  } else {
+    EXPECT_NE(error_of(with("-1")).find(": -1 is out of range (from 0 to 86400000)"), std::string::npos);
+  }
+}
+
+constexpr time_key times[] = {
+    {.name = "nas_available_after", .before = "nas.available_after_ms = "},
+    {.name = "scan_answer", .before = "scan.answer_ms = ", .never = true},
+    {.name = "qos_answer", .before = "wwan.qos.answer_ms = ", .never = true},
+    {.name = "mtpe_configured", .before = "mtpe.configured_ms = ", .never = true},
+    {.name = "mtpe_duration", .before = "mtpe.duration_ms = ", .never = true},
+    {.name = "capabilities", .before = "location.capabilities_ms = ", .never = true},
+    {.name = "fix", .before = "location.fix_ms = ", .never = true},
+    {.name = "late", .before = "location.late_ms = "},
+    {.name = "later_fix", .before = "at = [{ location = { fix_ms = ", .after = " } }]", .never = true},
+    {.name = "at", .before = "at = [{ modem = \"up\", ms = ", .after = " }]"},
+    {.name = "every", .before = "at = [{ modem = \"up\", every_ms = ", .after = " }]"},
+    {.name = "fault_delay", .before = "fault = [{ on = \"nas.79\", delay_ms = ", .after = " }]"},
+};
+
+INSTANTIATE_TEST_SUITE_P(times, sim_scenario_time_test, testing::ValuesIn(times),
+                         [](const testing::TestParamInfo<time_key> &of) { return of.param.name; });
+
+TEST(sim_scenario_test, an_entry_may_repeat_for_a_day) {
+  EXPECT_EQ(read("[[at]]\nevery_ms = 86400\nmodem = \"up\"\nrepeat = 1001\n").at[0].repeat, 1001);
+  EXPECT_EQ(read("[[at]]\nmodem = \"up\"\nrepeat = 100000000\n").at[0].repeat, 100000000);
+}
+
+TEST(sim_scenario_test, a_trace_is_at_the_slowest_a_row_a_day) {
+  EXPECT_EQ(read("[trace]\nspeed = 0.000011575\n").trace.speed, 0.000011575);
+  EXPECT_NE(error_of("[trace]\nspeed = 0.000011574\n").find("trace.speed: 1.1574e-05 is out of range"),
+            std::string::npos);
+  EXPECT_EQ(read("[trace]\nspeed = 1000000000\n").trace.speed, 1e9);
+}
+
+// Capacities.
 
 struct capacity {
   const char *name, *before, *entry, *after, *path;
@@ -508,7 +609,7 @@ TEST_F(sim_scenario_trace_test, a_trace_is_read_with_the_scenario_and_from_its_f
 
 TEST_F(sim_scenario_trace_test, a_trace_that_cannot_be_used_is_an_error_of_its_key) {
   EXPECT_EQ(error_of("[trace]\nfile = \"none.csv\"\n", folder()),
-            "board.toml:2:8: trace.file: " + folder() + "/none.csv: cannot be opened: No such file or directory");
+            "board.toml:2:8: trace.file: " + folder() + "/none.csv: cannot be read: No such file or directory");
   EXPECT_EQ(
       error_of("[trace]\nfile = \"text.csv\"\n", folder()),
       "board.toml:2:8: trace.file: " + folder() + "/text.csv:1: not a drive test: no header line with its columns");
@@ -517,10 +618,11 @@ TEST_F(sim_scenario_trace_test, a_trace_that_cannot_be_used_is_an_error_of_its_k
 TEST_F(sim_scenario_trace_test, the_timeline_cannot_set_what_the_trace_owns) {
   const std::string trace = "[trace]\nfile = \"drive.csv\"\n";
   for (const char *owned :
-       {"sys_info = { lte = \"limited\" }", "sys_info = { nr5g_pci = 1 }", "lte = { rsrp = -1 }", "lte = { rsrq = -1 }",
-        "lte = { snr = 1 }", "lte = { cqi = [] }", "lte = { cgi = 1 }", "lte = { tac = 1 }", "lte = { neighbour = [] }",
-        "nr5g = { rsrp = -1 }", "nr5g = { rsrq = -1 }", "nr5g = { snr = -1 }", "location = { latitude = 1 }",
-        "location = { longitude = 1 }", "location = { speed = 1 }", "location = { timestamp = 1 }"}) {
+       {"sys_info = { lte = \"limited\" }", "sys_info = { nr5g = \"service\" }", "sys_info = { nr5g_pci = 1 }",
+        "lte = { rsrp = -1 }", "lte = { rsrq = -1 }", "lte = { snr = 1 }", "lte = { cqi = [] }", "lte = { cgi = 1 }",
+        "lte = { tac = 1 }", "lte = { neighbour = [] }", "nr5g = { rsrp = -1 }", "nr5g = { rsrq = -1 }",
+        "nr5g = { snr = -1 }", "location = { latitude = 1 }", "location = { longitude = 1 }",
+        "location = { speed = 1 }", "location = { timestamp = 1 }"}) {
     const std::string at = "[[at]]\n" + std::string(owned) + "\n";
     read(at);
     EXPECT_NE(error_of(at + trace, folder()).find("the trace owns this value"), std::string::npos) << owned;
@@ -531,21 +633,30 @@ TEST_F(sim_scenario_trace_test, the_timeline_cannot_set_what_the_trace_owns) {
 
 TEST_F(sim_scenario_trace_test, the_timeline_sets_what_the_trace_does_not_own) {
   std::string error;
-  EXPECT_TRUE(sim_scenario_parse(
-      "[[at]]\nlte = { pci = 1, tx_power = 5 }\nnr5g = { cqi = [] }\nlocation = { fix_ms = -1 }\nmodem = \"down\"\n"
-      "[trace]\nfile = \"drive.csv\"\n",
-      "board.toml", folder(), error))
+  EXPECT_TRUE(
+      sim_scenario_parse("[[at]]\nsys_info = { lte_domain = 1, nr5g_capability = 2 }\nlte = { pci = 1, tx_power = 5 "
+                         "}\nnr5g = { cqi = [] }\nlocation = { fix_ms = -1 }\nmodem = \"down\"\n"
+                         "[trace]\nfile = \"drive.csv\"\n",
+                         "board.toml", folder(), error))
       << error;
 }
 
-// Files.
+// Whatever the text.
 
-TEST(sim_scenario_test, a_file_that_cannot_be_read_is_named) {
-  std::string error;
-  EXPECT_FALSE(sim_scenario_load("/no/such/board.toml", error));
-  EXPECT_EQ(error, "/no/such/board.toml: cannot be read: No such file or directory");
-  EXPECT_FALSE(sim_scenario_load("/tmp", error));
-  EXPECT_EQ(error, "/tmp: is a folder");
+TEST(sim_scenario_test, a_key_of_hostile_depth_is_refused_with_its_line) {
+  EXPECT_EQ(error_of("[lte]\n" + repeated("a.", 500000) + "a = 1"), "board.toml:2:1: a key of more than 100 parts");
+  EXPECT_EQ(error_of('[' + repeated("\"a\" . ", 500000) + "a]"), "board.toml:1:1: a key of more than 100 parts");
+  EXPECT_NE(error_of(repeated("a.", 99) + "a = 1").find("a: unknown key"), std::string::npos);
+  read("# " + repeated(".", 1000) + "\n# " + repeated(". ", 1000) + "\n#" + repeated("1.5, ", 1000) + "\n");
+}
+
+TEST(sim_scenario_test, byte_order_mark_and_carriage_returns_are_tolerated) {
+  EXPECT_EQ(read("\xEF\xBB\xBF[board]\r\nseed = 7\r\n").board.seed, 7U);
+}
+
+TEST(sim_scenario_test, other_encodings_than_utf_8_are_refused) {
+  EXPECT_EQ(error_of("\xFF\xFE[\x01"), "board.toml:1:1: Encountered invalid utf-8 sequence");
+  EXPECT_NE(error_of("[[wwan.profile]]\napn = \"\xE4\"\n").find("board.toml:2:"), std::string::npos);
 }
 
 TEST(sim_scenario_test, whatever_the_bytes_are_reading_ends_with_a_board_or_one_line) {

@@ -115,11 +115,58 @@ TEST_F(sim_timeline, a_qos_flow_goes_to_the_mobile_access_points_client) {
   EXPECT_TRUE(ids().empty());
 }
 
+/** Down after message 3, each kind of indication, and up again. */
+constexpr char down_and_up[] =
+    "[board]\nnoise_db = 0\n"
+    "[[at]]\nafter = \"nas.3\"\nmodem = \"down\"\n"
+    "[[at]]\nafter = \"nas.3\"\nsys_info = { lte = \"limited\" }\n"
+    "[[at]]\nafter = \"nas.3\"\npanel = { index = 2, changed = 1, mode = 1 }\n"
+    "[[at]]\nafter = \"nas.3\"\ninstall_status = 1\n"
+    "[[at]]\nafter = \"nas.3\"\ninstall_measurement = [{ arfcn = 2079167 }]\n"
+    "[[at]]\nafter = \"nas.3\"\nraw = { lib = \"nas\", id = 901, bytes = \"\" }\n"
+    "[[at]]\nafter = \"nas.3\"\nraw = { lib = \"oxmap\", id = 902, bytes = \"\" }\n"
+    "[[at]]\nafter = \"nas.3\"\nqos_flow = { bearer = 6, tx_5qi = 1, rx_5qi = 2 }\n"
+    "[[at]]\nafter = \"nas.3\"\nmodem = \"up\"\n"
+    "[[at]]\nafter = \"nas.3\"\ninstall_status = 2\n";
+
+TEST_F(sim_timeline, while_the_modem_is_down_no_indication_of_its_service_goes_out) {
+  board(down_and_up);
+  oxmap_ids.clear();
+  const yrp_client_type oxmap = sim_client_open(sim_lib::oxmap, on_oxmap, nullptr);
+  client.register_all();
+  EXPECT_EQ(ids(), (std::vector<uint32_t>{YRP_NAS_INSTALL_STATUS_IND})) << "of the one after it was up again";
+  EXPECT_EQ(client.indications<yrp_nas_install_status_ind_t>(YRP_NAS_INSTALL_STATUS_IND)[0].status, 2U);
+  EXPECT_EQ(client.events, (std::vector<int32_t>{YRP_SERVICE_DOWN, YRP_SERVICE_UP}));
+  EXPECT_EQ(journaled({R"("lib": "nas", "dir": "indication")"}), 1U);
+  EXPECT_TRUE(sim_client_close(oxmap));
+  EXPECT_EQ(oxmap_ids, (std::vector<uint32_t>{902, OXMAP_QOS_FLOW_IND})) << "the mobile AP is another service";
+}
+
+TEST_F(sim_timeline, what_a_test_posts_is_not_delivered_while_the_modem_is_down) {
+  board("[[at]]\nmodem = \"down\"\n[[at]]\nafter = \"nas.3\"\nmodem = \"up\"\n");
+  ASSERT_TRUE(sim_board_wait_idle(1000));
+  sim_board_post("nas", 901, {});
+  yrp_nas_indication_register_req_t req = {};
+  yrp_nas_resp_t resp = {};
+  EXPECT_NE(client.send(YRP_NAS_INDICATION_REGISTER, req, resp), 0) << "down";
+  ASSERT_TRUE(sim_board_wait_idle(1000));
+  sim_board_post("nas", 902, {});
+  EXPECT_EQ(ids(), (std::vector<uint32_t>{902}));
+}
+
 TEST_F(sim_timeline, bytes_that_are_no_message_stand_in_the_journal_as_they_are) {
   board("[[at]]\nms = 0\nraw = { lib = \"nas\", id = 81, bytes = \"01fe\" }\n" + raw(81, "ms = 0\n"));
   ASSERT_TRUE(sim_board_wait_idle(1000));
   EXPECT_EQ(journaled({R"("dir": "indication", "id": 81, "name": "sig_info_ind", "fields": {"raw": "01fe"}})"}), 1U);
   EXPECT_EQ(journaled({R"("dir": "indication", "id": 81, "name": "sig_info_ind", "fields": {}})"}), 1U);
+}
+
+TEST_F(sim_timeline, every_id_of_32_bits_is_delivered_and_journaled_as_it_is) {
+  board(raw(2147483647) + raw(2147483648) + raw(4294967295));
+  EXPECT_EQ(ids(), (std::vector<uint32_t>{2147483647, 2147483648, 4294967295}));
+  EXPECT_EQ(journaled({R"("dir": "indication", "id": 2147483647, "name": "unknown")"}), 1U);
+  EXPECT_EQ(journaled({R"("dir": "indication", "id": 2147483648, "name": "unknown")"}), 1U);
+  EXPECT_EQ(journaled({R"("dir": "indication", "id": 4294967295, "name": "unknown")"}), 1U);
 }
 
 TEST_F(sim_timeline, a_million_indications_at_once_are_all_delivered) {

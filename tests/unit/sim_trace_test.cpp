@@ -145,8 +145,10 @@ TEST_F(sim_trace_test, network_modes_are_lte_5g_and_anything_else) {
 }
 
 TEST_F(sim_trace_test, what_is_no_number_is_not_measured) {
-  for (const char *field : {"-", "", "2147483647", "2147483647.0", "nan", "inf", "-inf", "x", "-90x", "--90", "-90 dBm",
-                            "0x5A", "-.", ".", "-90e", "-9-0", "-9e999", "\"-90"}) {
+  for (const char *field : {"-",       "",      "2147483647",     "2147483647.0",   "nan",  "inf", "-inf",    "x",
+                            "-90x",    "--90",  "-90 dBm",        "0x5A",           "-.",   ".",   "-90e",    "-9-0",
+                            "-9e999",  "\"-90", "+-90",           "-+90",           "++90", "+",   "-90e+-0", "-90e--0",
+                            "-90e-+0", "-90e+", "-90e2147483647", "-90e-2147483648"}) {
     EXPECT_FALSE(with("RSRP", field).rsrp) << field;
     EXPECT_FALSE(with("RSRQ", field).rsrq) << field;
     EXPECT_FALSE(with("SNR", field).snr) << field;
@@ -159,6 +161,8 @@ TEST_F(sim_trace_test, what_is_no_number_is_not_measured) {
     EXPECT_FALSE(with("Speed", field).speed) << field;
     EXPECT_FALSE(with("NR_SNR", field).nr_snr) << field;
   }
+  EXPECT_FALSE(with("SNR", "+-5").snr);
+  EXPECT_FALSE(with("CQI", "1e+-0").cqi);
   EXPECT_TRUE(with("RSRP", "-").rsrq) << "the other columns of the row stay measured";
 }
 
@@ -301,12 +305,16 @@ TEST_F(sim_trace_test, a_file_that_is_no_log_is_an_error_with_its_line) {
   EXPECT_EQ(error_of(header + "\r\n\n"), ":1: no rows behind the header");
 }
 
-TEST_F(sim_trace_test, a_file_that_cannot_be_read_is_named) {
-  std::string error;
-  EXPECT_FALSE(sim_trace_load("/no/such.csv", error));
-  EXPECT_EQ(error, "/no/such.csv: cannot be opened: No such file or directory");
-  EXPECT_FALSE(sim_trace_load("/tmp", error));
-  EXPECT_EQ(error, "/tmp: cannot be read: Is a directory");
+TEST_F(sim_trace_test, what_no_drive_can_be_is_refused_where_it_is_seen) {
+  const std::string longest(65536, ','), commas = longest + ',';
+  EXPECT_EQ(error_of(commas), ":1: a line of more than 65536 octets");
+  EXPECT_EQ(error_of(header + clean_row + "\n" + commas), ":4: a line of more than 65536 octets");
+  EXPECT_EQ(load(header + clean_row + longest).size(), 2U);
+  std::string rows = header;
+  for (int row = 0; row < 1000000; ++row)
+    rows += ",\n";
+  EXPECT_EQ(load(rows).size(), 1000000U);
+  EXPECT_EQ(error_of(rows + "," + "\n"), ":1000002: more than 1000000 rows");
 }
 
 TEST_F(sim_trace_test, a_long_log_is_read_at_once) {
@@ -366,6 +374,19 @@ TEST(sim_trace_apply_test, a_5g_row_has_the_cell_of_the_scenario) {
   EXPECT_EQ(radio.nr5g.rsrp, -101);
   EXPECT_EQ(radio.nr5g.rsrq, -12);
   EXPECT_EQ(radio.nr5g.snr, 135);
+}
+
+TEST(sim_trace_apply_test, what_no_column_tells_of_the_system_is_the_scenarios) {
+  sim_radio radio = sim_scenario_default().radio;
+  radio.sys_info.lte = sim_srv::limited;
+  radio.sys_info.nr5g = sim_srv::power_save;
+  radio.sys_info.lte_domain = 1;
+  radio.sys_info.nr5g_capability = 2;
+  sim_trace_apply(lte_row(), 500, radio);
+  EXPECT_EQ(radio.sys_info.lte, sim_srv::service) << "the row's";
+  EXPECT_EQ(radio.sys_info.nr5g, sim_srv::power_save);
+  EXPECT_EQ(radio.sys_info.lte_domain, 1U);
+  EXPECT_EQ(radio.sys_info.nr5g_capability, 2U);
 }
 
 TEST(sim_trace_apply_test, a_row_of_another_technology_has_no_lte_whatever_its_columns_hold) {
