@@ -12,10 +12,10 @@
  *     ox_lyn_deinit(hndl);
  *   }
  *
- * Threads: every operation may be called from any thread but the callback's. Operations are serialised by one lock and
- * hold it while they talk to the modem: a call may block for up to 50 s per modem request (the request's time-out; a
- * metric, a control or a subscription is at most three), and before that for as long as the calls and events ahead of
- * it need. The mobile AP and location services have time-outs of their own. The callback runs on the module's own
+ * Threads: every operation may be called from any thread but the callback's. Operations are serialised by one lock, in
+ * the order of their coming with at most one event in between, and hold it while they talk to the modem: a call may
+ * block for up to 50 s per modem request (the request's time-out; a metric, a control or a subscription is at most
+ * three), and before that for as long as the calls and the event ahead of it need. The mobile AP and location services have time-outs of their own. The callback runs on the module's own
  * command thread, one event at a time, in the order in which the events happened; it runs under the same lock and must
  * not call any operation. The same thread, under the same lock, sends what an event asks of the module itself: the
  * NR 5G scan behind an LTE one (up to 50 s), the start, teardown and second configuration of a throughput test.
