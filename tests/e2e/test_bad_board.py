@@ -81,11 +81,28 @@ def test_log_that_is_not_there(demo):
     assert str(pathlib.Path(path).parent / "nowhere/absent.csv") in message
 
 
-@pytest.mark.parametrize("file", ["/nowhere/board.toml", "/tmp"])
+@pytest.mark.parametrize("file", ["/nowhere/board.toml", "/tmp", "/proc/self/mem", "/dev/zero"])
 def test_scenario_file_that_cannot_be_read(demo, file):
     result = demo.auto(["1"], env={"LYN_SIM_SCENARIO": file})
     assert result.status == 2
     assert result.stderr.startswith(file + ":") and result.stderr.count("\n") == 1
+
+
+@pytest.mark.parametrize("variable", ["LYN_SIM_JOURNAL", "LYN_SIM_DIAG"])
+@pytest.mark.parametrize("read", ["scenario.toml", "clean.csv"])
+def test_what_the_board_reads_is_never_written_over(demo, variable, read):
+    launch = demo.launch(scenario='[trace]\nfile = "clean.csv"\n')
+    (launch.folder / "clean.csv").write_text(f"{HEADER}\n0,0,0,LTE,-90,-10,5,9,1,1,-95,-14\n")
+    before = (launch.folder / read).read_bytes()
+    link = launch.folder / "link"
+    link.symlink_to(read)
+    launch.env[variable] = str(link)
+    launch.auto_file.write_text("1\n")
+    result = demo.auto_prepared(launch)
+    assert result.status == 2
+    assert result.stderr.startswith(f"{link}: cannot be the ") and result.stderr.count("\n") == 1
+    assert str(launch.folder / read) in result.stderr
+    assert (launch.folder / read).read_bytes() == before
 
 
 def test_bad_board_does_not_matter_until_the_first_platform_call(demo):
