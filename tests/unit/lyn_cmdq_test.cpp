@@ -769,6 +769,7 @@ TEST_F(lyn_cmdq, a_stop_is_seen_although_the_thread_has_set_running_after_it) {
                      .data = &queue};
   EXPECT_EQ(lyn_cmdq_enq(&queue, &overrun), 0);
   EXPECT_EQ(lyn_cmdthrd_main(&queue), nullptr);
+  EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
   free(queue.head);
 }
 
@@ -787,6 +788,24 @@ TEST_F(lyn_cmdq, the_thread_shows_that_it_runs_and_ends_when_that_is_cleared) {
   EXPECT_EQ(lyn_cmdthrd_main(&queue), nullptr);
   EXPECT_EQ(never.executed, 0);
   EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
+  free(queue.head);
+}
+
+TEST_F(lyn_cmdq, a_flush_gives_back_all_that_a_thread_has_left) {
+  make_bare();
+  queue.max = -1;  // what is begun is counted late
+  lyn_cmd end = {
+      .execute_f = [](lyn_cmd *,
+                      void *data) { std::atomic_ref(static_cast<lyn_cmdq_t *>(data)->running).store(false); },
+      .free_f = nullptr,
+      .data = &queue};
+  EXPECT_EQ(lyn_cmdq_enq(&queue, &end), 0);
+  probe &never = enqueue();
+  EXPECT_EQ(lyn_cmdthrd_main(&queue), nullptr);
+  EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
+  EXPECT_EQ(never.freed, 1);
+  EXPECT_EQ(queue.count, 0);
+  EXPECT_EQ(queue.run.chunk, nullptr);
   free(queue.head);
 }
 
