@@ -665,6 +665,53 @@ TEST_F(lyn_cmdq_posts, flushes_while_commands_run_meet_each_command_once) {
   }
 }
 
+TEST_F(lyn_cmdq_posts, taking_off_leaves_alone_what_the_thread_runs) {
+  hold = true;
+  start();
+  probe &running = post_held(hold);
+  wait_until(running.executed, 1);
+  pthread_mutex_lock(&gate.mutex);
+  EXPECT_EQ(lyn_cmdq_deq(&queue), nullptr);
+  pthread_mutex_unlock(&gate.mutex);
+  hold = false;
+  wait_until(running.freed, 1);
+  stop();
+}
+
+TEST_F(lyn_cmdq_posts, a_chunk_of_which_some_were_taken_off_is_used_again_from_its_beginning) {
+  make_bare();
+  gate.queue = &queue;
+  queue.gate = &gate;
+  // Each command queues the next, into a chunk of its own, as the one before is being run; the third gets the first's.
+  static lyn_cmdq_t *owner;
+  static lyn_cmd steps[3];
+  static int runs;
+  owner = &queue;
+  runs = 0;
+  for (lyn_cmd &step : steps) {
+    step = {.execute_f =
+                [](lyn_cmd *cmd, void *) {
+                  EXPECT_EQ(std::atomic_ref(owner->count).load(), 0);
+                  runs++;
+                  if (cmd == &steps[2]) {
+                    std::atomic_ref(owner->running).store(false);
+                  } else {
+                    EXPECT_EQ(lyn_cmdq_enq(owner, cmd + 1), 0);
+                  }
+                },
+            .free_f = nullptr,
+            .data = nullptr};
+  }
+  post_many(2);
+  EXPECT_EQ(lyn_cmdq_enq(&queue, &steps[0]), 0);
+  EXPECT_EQ(lyn_cmdq_deq(&queue), &posted_cmd);
+  EXPECT_EQ(lyn_cmdq_deq(&queue), &posted_cmd);
+  EXPECT_EQ(lyn_cmdthrd_main(&queue), nullptr);
+  EXPECT_EQ(runs, 3);
+  EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
+  free(queue.head);
+}
+
 TEST_F(lyn_cmdq_posts, a_command_may_post_and_release_itself) {
   start();
   static std::atomic<int> runs{0};
@@ -734,6 +781,32 @@ TEST_F(lyn_cmdq, deinit_without_a_thread_logs_it_and_drains_all_the_same) {
 TEST_F(lyn_cmdq, deinit_of_a_zeroed_queue_does_no_harm) {
   EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
   expect_zeroed();
+}
+
+TEST_F(lyn_cmdq, a_queue_is_made_of_whatever_its_memory_held) {
+  memset(static_cast<void *>(&queue), 0xa5, sizeof queue);
+  ASSERT_EQ(lyn_cmdq_init(&queue, 100), 0);
+  EXPECT_EQ(std::atomic_ref(queue.count).load(), 0);
+  probe &made = enqueue();
+  wait_until(made.freed, 1);
+  EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+  EXPECT_EQ(made.executed, 1);
+  expect_zeroed();
+}
+
+TEST_F(lyn_cmdq, nothing_but_the_sentinel_outlives_a_queue) {
+  ASSERT_EQ(lyn_cmdq_init(&queue, 100), 0);
+  EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+  probe &first = make_probe(), &second = make_probe();
+  order.reserve(2);
+  const size_t before = allocated();
+  ASSERT_EQ(lyn_cmdq_init(&queue, 100), 0);
+  for (probe *one : {&first, &second}) {
+    EXPECT_EQ(lyn_cmdq_enq(&queue, &one->cmd), 0);
+    wait_until(one->freed, 1);
+  }
+  EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+  EXPECT_LT(allocated(), before + LYN_CMDQ_CHUNK_LEN * sizeof(lyn_cmdq_item_t));
 }
 
 TEST_F(lyn_cmdq, the_sentinel_of_a_stopped_queue_serves_the_next_one) {
