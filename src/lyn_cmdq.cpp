@@ -138,11 +138,8 @@ static void lyn_item_discard(lyn_cmdq_item_t *item) {
 /* Taking commands off, with the mutex held                                                                           */
 /* ------------------------------------------------------------------------------------------------------------------ */
 
-/** Begin the next item of the run. The thread does so without the mutex. */
+/** Begin the next item of the run; null where there is none. The thread does so without the mutex. */
 static lyn_cmdq_item_t *lyn_run_claim(lyn_cmdq_run_t *run) {
-  if (run->chunk == nullptr) {
-    return nullptr;
-  }
   const uint32_t index = std::atomic_ref(run->next).fetch_add(1, std::memory_order_relaxed);
   return index < run->end ? &run->chunk->items[index] : nullptr;
 }
