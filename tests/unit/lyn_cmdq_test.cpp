@@ -336,7 +336,9 @@ TEST_F(lyn_cmdq, what_waits_behind_a_running_command_is_queued_however_it_came_t
   pthread_mutex_lock(&queue.mutex);
   EXPECT_EQ(lyn_cmdq_deq(&queue), &probes[2].cmd);
   pthread_mutex_unlock(&queue.mutex);
+  EXPECT_EQ(std::atomic_ref(queue.count).load(), 3);
   EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
+  EXPECT_EQ(std::atomic_ref(queue.count).load(), 0);
   for (size_t i = 3; i < 6; i++) {
     EXPECT_EQ(probes[i].freed, 1);
   }
