@@ -138,11 +138,8 @@ static void lyn_item_discard(lyn_cmdq_item_t *item) {
 /* Taking commands off, with the mutex held                                                                           */
 /* ------------------------------------------------------------------------------------------------------------------ */
 
-/** Begin the next item of the run. The thread does so without the mutex. */
+/** Begin the next item of the run; null where there is none. The thread does so without the mutex. */
 static lyn_cmdq_item_t *lyn_run_claim(lyn_cmdq_run_t *run) {
-  if (run->chunk == nullptr) {
-    return nullptr;
-  }
   const uint32_t index = std::atomic_ref(run->next).fetch_add(1, std::memory_order_relaxed);
   return index < run->end ? &run->chunk->items[index] : nullptr;
 }
@@ -153,6 +150,11 @@ static lyn_cmdq_chunk_t *lyn_run_end(lyn_cmdq_t *cmdq) {
   lyn_cmdq_count_add(cmdq, -static_cast<int32_t>(cmdq->run.uncounted));
   cmdq->run = {};
   return chunk;
+}
+
+/** The same for the run of a thread that has ended; null, too, while it has not. */
+static lyn_cmdq_chunk_t *lyn_run_end_left(lyn_cmdq_t *cmdq) {
+  return std::atomic_ref(cmdq->run.is_left).load(std::memory_order_acquire) ? lyn_run_end(cmdq) : nullptr;
 }
 
 /** The list's first chunk, or null. `end`: behind its last item. */
@@ -183,9 +185,7 @@ static bool lyn_cmdq_take(lyn_cmdq_t *cmdq, lyn_cmdq_item_t *taken) {
     lyn_cmdq_count_add(cmdq, -1);
     return true;
   }
-  if (std::atomic_ref(cmdq->run.is_left).load(std::memory_order_acquire)) {
-    lyn_chunk_free(lyn_run_end(cmdq));
-  }
+  lyn_chunk_free(lyn_run_end_left(cmdq));
   uint32_t end = 0;
   lyn_cmdq_chunk_t *chunk = lyn_cmdq_first(cmdq, &end);
   if (chunk == nullptr) {
@@ -243,8 +243,10 @@ int32_t lyn_cmdq_flush(lyn_cmdq_t *cmdq) {
     first[first_len++] = *item;
   }
   lyn_cmdq_count_add(cmdq, -static_cast<int32_t>(first_len));
+  lyn_cmdq_chunk_t *left = lyn_run_end_left(cmdq);
   lyn_cmdq_move(cmdq, &flushed);
   const bool unlocked = lyn_cmdq_unlock(cmdq);
+  lyn_chunk_free(left);
   for (uint32_t i = 0; i < first_len; i++) {
     lyn_item_discard(&first[i]);
   }
@@ -481,19 +483,10 @@ static bool lyn_cmdthrd_step(lyn_cmdq_t *cmdq) {
   return goes_on;
 }
 
-/** The thread ends: what is left of its run is anybody's, and a run of which nothing is left is freed. */
+/** The thread ends: its run, whatever is left of it, is given back by who empties the queue. */
 static void lyn_cmdthrd_leave(lyn_cmdq_t *cmdq) {
-  lyn_cmdq_run_t *run = &cmdq->run;
   lyn_chunk_free(lyn_chunk_keep(nullptr));
-  if (run->chunk == nullptr) {
-    return;
-  }
-  const bool is_done = std::atomic_ref(run->next).load(std::memory_order_relaxed) >= run->end;
-  std::atomic_ref(run->is_left).store(true, std::memory_order_release);
-  if (is_done && pthread_mutex_lock(lyn_cmdq_mutex(cmdq)) == 0) {
-    lyn_chunk_free(lyn_run_end(cmdq));
-    pthread_mutex_unlock(lyn_cmdq_mutex(cmdq));
-  }
+  std::atomic_ref(cmdq->run.is_left).store(true, std::memory_order_release);
 }
 
 void *lyn_cmdthrd_main(void *arg) {
@@ -629,7 +622,6 @@ int32_t lyn_cmdq_deinit(lyn_cmdq_t *cmdq) {
   lyn_cmdthrd_deinit(cmdq);
   lyn_cmdq_join_thread(cmdq);
   lyn_cmdq_discard_all(cmdq);
-  lyn_chunk_free(lyn_run_end(cmdq));
   lyn_slot_put(lyn_cmdq_spare_sentinel, cmdq->head);
   memset(cmdq, 0, sizeof *cmdq);
   return 0;

@@ -1,5 +1,5 @@
-# Shared by tools/demo, tools/test and tools/bench: where the tree is, what it needs of Debian, and how that gets installed.
-# Sourced by bash; on a machine that has every package it changes nothing and asks for no rights.
+# Shared by the tools: where the tree is, what it needs of Debian and how that gets installed, and how its programs are
+# run. Sourced by bash; on a machine that has every package it changes nothing and asks for no rights.
 
 lyn_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
 
@@ -83,4 +83,25 @@ configure() {
     fresh=(--fresh)
   fi
   cmake --preset "$@" "${fresh[@]}"
+}
+
+# sanitizer_options: what programs of the presets asan and tsan are run with.
+sanitizer_options() {
+  export ASAN_OPTIONS=detect_leaks=1:halt_on_error=1:detect_stack_use_after_return=1:strict_string_checks=1
+  export LSAN_OPTIONS=suppressions=$lyn_root/tests/lsan.supp:print_suppressions=0
+  export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+  # Without the pause at exit, which costs every run of the demo client a second.
+  export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:atexit_sleep_ms=0
+}
+
+# calm PRESET COMMAND...: the thread sanitizer's runtime cannot place its shadow memory where address space
+# randomisation is at its widest.
+calm() {
+  local preset=$1
+  shift
+  if [ "$preset" = tsan ] && setarch -R true 2>/dev/null; then
+    setarch -R "$@"
+  else
+    "$@"
+  fi
 }

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <functional>
 #include <thread>
+#include <utility>
 
 #include "alloc_fault.h"
 #include "diag_log.h"
@@ -50,7 +51,8 @@ struct call_fault {
 call_fault fault_mutex_init, fault_cond_init, fault_create, fault_lock, fault_unlock, fault_wait, fault_signal,
     fault_join;
 
-std::function<void()> before_wait; /* run between the empty queue and the wait */
+std::function<void()> before_wait;  /* run between the empty queue and the wait */
+std::function<void()> after_unlock; /* run once, when the object of fault_unlock has been unlocked */
 
 }  // namespace
 
@@ -80,7 +82,11 @@ int __wrap_pthread_mutex_lock(pthread_mutex_t *mutex) {
   return fault_lock.meet(mutex, [=] { return __real_pthread_mutex_lock(mutex); });
 }
 int __wrap_pthread_mutex_unlock(pthread_mutex_t *mutex) {
-  return fault_unlock.meet(mutex, [=] { return __real_pthread_mutex_unlock(mutex); });
+  const int result = fault_unlock.meet(mutex, [=] { return __real_pthread_mutex_unlock(mutex); });
+  if (after_unlock && fault_unlock.object == mutex) {
+    std::exchange(after_unlock, nullptr)();
+  }
+  return result;
 }
 int __wrap_pthread_cond_wait(pthread_cond_t *cond, pthread_mutex_t *mutex) {
   return fault_wait.meet(cond, [=] {
@@ -119,7 +125,7 @@ class lyn_cmdq_fault : public testing::Test {
                               &fault_wait, &fault_signal, &fault_join}) {
       fault->disarm();
     }
-    before_wait = nullptr;
+    before_wait = after_unlock = nullptr;
   }
   /** Make the queue by hand, without a thread: the test's own thread runs it. */
   void make_bare() {
@@ -261,6 +267,114 @@ TEST_F(lyn_cmdq_fault, enqueueing_without_signal_fails_although_the_command_is_q
   EXPECT_EQ(freed, 1);
 }
 
+TEST_F(lyn_cmdq_fault, enqueueing_that_cannot_lock_again_with_the_memory_it_got_fails_and_frees_it) {
+  make_bare();
+  fault_lock.arm(&queue.mutex, -1, 1);
+  EXPECT_EQ(lyn_cmdq_enq(&queue, &cmd), -1);
+  EXPECT_EQ(fault_lock.calls, 2);
+  fault_lock.disarm();
+  EXPECT_EQ(diag_log_texts(), texts{"pthread_mutex_lock failed:"});
+  EXPECT_EQ(queue.count, 0);
+  EXPECT_EQ(pthread_mutex_trylock(&queue.mutex), 0) << "it had released the mutex for the memory";
+  pthread_mutex_unlock(&queue.mutex);
+  free_bare();
+}
+
+/* Posting, which gets memory for a chunk, its items and its node, in this order */
+
+class lyn_cmdq_post_fault : public lyn_cmdq_fault {
+ protected:
+  lyn_cmdq_gate_t gate = LYN_CMDQ_GATE_INITIALIZER;
+  lyn_cmd posted = {.execute_f = [](lyn_cmd *, void *) {}, .free_f = nullptr, .data = nullptr}, other = posted;
+
+  void make_open() {
+    make_bare();
+    queue.gate = &gate;
+    gate.queue = &queue;
+  }
+  lyn_cmdq_post_e post(lyn_cmd *one) {
+    const unsigned char own[LYN_CMDQ_OWN_LEN] = {};
+    return lyn_cmdq_post(&gate, one, own);
+  }
+  lyn_cmdq_post_e post_without(uint32_t allocation) {
+    alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, allocation);
+    const lyn_cmdq_post_e result = post(&posted);
+    EXPECT_TRUE(alloc_fault_disarm());
+    return result;
+  }
+};
+
+TEST_F(lyn_cmdq_post_fault, a_post_without_memory_says_for_what_and_warns_where_it_has_seen_the_queue) {
+  make_open();
+  queue.max = -1;
+  EXPECT_EQ(post_without(0), LYN_CMDQ_NO_CHUNK);
+  EXPECT_EQ(post_without(1), LYN_CMDQ_NO_ITEMS);
+  EXPECT_EQ(diag_log_texts(), texts{});
+  EXPECT_EQ(post_without(2), LYN_CMDQ_NO_NODE);
+  EXPECT_EQ(diag_log_texts(),
+            (texts{"Command queue exceeds configured maximum! 0 > -1\\n", "Failed to insert into cmdq\\n"}));
+  for (uint32_t i = 0; i < LYN_CMDQ_CHUNK_LEN; i++) {
+    EXPECT_EQ(post(&posted), LYN_CMDQ_QUEUED);
+  }
+  diag_log_take();
+  EXPECT_EQ(post_without(2), LYN_CMDQ_NO_NODE);
+  EXPECT_EQ(diag_log_texts(),
+            (texts{"Command queue exceeds configured maximum! 32 > -1\\n", "Failed to insert into cmdq\\n"}));
+  EXPECT_EQ(queue.count, 32);
+  free_bare();
+}
+
+TEST_F(lyn_cmdq_post_fault, a_post_that_is_refused_logs_an_unlock_that_fails) {
+  make_open();
+  fault_unlock.arm(&gate.mutex, EPERM, 0, true);
+  EXPECT_EQ(post_without(0), LYN_CMDQ_NO_CHUNK);
+  EXPECT_EQ(diag_log_texts(), texts{"pthread_mutex_unlock failed:"});
+  EXPECT_EQ(post_without(2), LYN_CMDQ_NO_NODE);
+  EXPECT_EQ(diag_log_texts(), (texts{"Failed to insert into cmdq\\n", "pthread_mutex_unlock failed:"}));
+  lyn_cmdq_shut(&gate);
+  EXPECT_EQ(post(&posted), LYN_CMDQ_SHUT);
+  EXPECT_EQ(diag_log_texts(), texts{"pthread_mutex_unlock failed:"});
+  fault_unlock.disarm();
+  free_bare();
+}
+
+TEST_F(lyn_cmdq_post_fault, a_post_that_is_queued_takes_only_a_negative_unlock_result_for_a_failure) {
+  make_open();
+  fault_unlock.arm(&gate.mutex, -1, 1, true);
+  EXPECT_EQ(post(&posted), LYN_CMDQ_QUEUED_FAILED);
+  EXPECT_EQ(diag_log_texts(), texts{"pthread_mutex_unlock failed:"});
+  fault_unlock.arm(&gate.mutex, EPERM, 0, true);
+  EXPECT_EQ(post(&posted), LYN_CMDQ_QUEUED);
+  fault_unlock.disarm();
+  EXPECT_EQ(diag_log_texts(), texts{});
+  EXPECT_EQ(queue.count, 2);
+  free_bare();
+}
+
+TEST_F(lyn_cmdq_post_fault, a_gate_that_is_shut_while_a_post_gets_memory_refuses_it) {
+  make_open();
+  fault_unlock.watch(&gate.mutex);
+  after_unlock = [this] { lyn_cmdq_shut(&gate); };
+  EXPECT_EQ(post(&posted), LYN_CMDQ_SHUT);
+  EXPECT_EQ(queue.count, 0);
+  EXPECT_EQ(queue.tail, queue.head);
+  EXPECT_EQ(diag_log_texts(), texts{});
+  free_bare();
+}
+
+TEST_F(lyn_cmdq_post_fault, room_that_somebody_else_makes_while_a_post_gets_memory_is_used) {
+  make_open();
+  fault_unlock.watch(&gate.mutex);
+  after_unlock = [this] { EXPECT_EQ(post(&other), LYN_CMDQ_QUEUED); };
+  EXPECT_EQ(post(&posted), LYN_CMDQ_QUEUED);
+  EXPECT_EQ(queue.count, 2);
+  EXPECT_EQ(queue.tail->prev, queue.head) << "one chunk for both";
+  EXPECT_EQ(lyn_cmdq_deq(&queue), &other);
+  EXPECT_EQ(lyn_cmdq_deq(&queue), &posted);
+  EXPECT_EQ(lyn_cmdq_deq(&queue), nullptr);
+  free_bare();
+}
+
 /* Flushing */
 
 TEST_F(lyn_cmdq_fault, flush_without_lock_fails_and_discards_nothing) {
@@ -301,6 +415,7 @@ TEST_F(lyn_cmdq_fault, the_thread_ends_when_it_cannot_unlock_and_releases_the_co
   fault_unlock.disarm();
   EXPECT_EQ(executed, 0);
   EXPECT_EQ(freed, 1);
+  EXPECT_EQ(queue.count, 0);
   EXPECT_EQ(diag_log_texts("ERROR"), texts{"pthread_mutex_unlock failed:"});
   free_bare();
 }
@@ -369,6 +484,7 @@ TEST_F(lyn_cmdq_fault, a_stop_between_the_empty_queue_and_the_wait_is_not_lost) 
   alarm(0);
   stopper.join();
   EXPECT_EQ(fault_wait.calls, 1);
+  EXPECT_FALSE(queue.running);
   free_bare();
 }
 

@@ -19,7 +19,8 @@ using testing::IsEmpty;
 namespace {
 
 std::atomic<int> logged_under_gate{0};
-std::atomic<bool> gate_lock_fails{false}, gate_signal_fails{false};
+thread_local bool gate_lock_fails = false, gate_signal_fails = false;  // of the one who posts
+thread_local std::vector<bool> *up_at_gate = nullptr;                  // whether the module was up, at each lock
 
 }  // namespace
 
@@ -43,6 +44,8 @@ void __wrap_msg_sprintf(const diag_msg_record_t *record, ...) {
   __real_msg_sprintf(record, text);
 }
 int __wrap_pthread_mutex_lock(pthread_mutex_t *mutex) {
+  if (mutex == &lyn_gate.mutex && up_at_gate != nullptr)
+    up_at_gate->push_back(lyn_is_initialised());
   return gate_lock_fails && mutex == &lyn_gate.mutex ? -1 : __real_pthread_mutex_lock(mutex);
 }
 int __wrap_pthread_cond_signal(pthread_cond_t *cond) {
@@ -244,6 +247,16 @@ TEST_F(lyn_interface_event_fault, nothing_that_posting_says_is_logged_while_the_
   board.hndl = 0;
   EXPECT_NE(lyn_post_async_event(LYN_EVENT_INSTALL_STATUS, make(yrp_nas_install_status_ind_t{1, 2})), 0);
   EXPECT_EQ(logged_under_gate, 0);
+}
+
+/** Or an event that was accepted would meet a module that is not up yet, and be dropped. */
+TEST_F(lyn_interface_event_fault, the_gate_opens_when_the_module_is_up) {
+  EXPECT_EQ(ox_lyn_deinit(board.hndl), OX_LYN_SUCCESS);
+  std::vector<bool> up;
+  up_at_gate = &up;
+  board.up();
+  up_at_gate = nullptr;
+  EXPECT_THAT(up, ElementsAre(true));
 }
 
 TEST_F(lyn_interface_event_fault, a_post_that_cannot_lock_is_refused_and_its_block_freed) {

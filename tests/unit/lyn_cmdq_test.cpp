@@ -336,7 +336,9 @@ TEST_F(lyn_cmdq, what_waits_behind_a_running_command_is_queued_however_it_came_t
   pthread_mutex_lock(&queue.mutex);
   EXPECT_EQ(lyn_cmdq_deq(&queue), &probes[2].cmd);
   pthread_mutex_unlock(&queue.mutex);
+  EXPECT_EQ(std::atomic_ref(queue.count).load(), 3);
   EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
+  EXPECT_EQ(std::atomic_ref(queue.count).load(), 0);
   for (size_t i = 3; i < 6; i++) {
     EXPECT_EQ(probes[i].freed, 1);
   }
@@ -665,6 +667,53 @@ TEST_F(lyn_cmdq_posts, flushes_while_commands_run_meet_each_command_once) {
   }
 }
 
+TEST_F(lyn_cmdq_posts, taking_off_leaves_alone_what_the_thread_runs) {
+  hold = true;
+  start();
+  probe &running = post_held(hold);
+  wait_until(running.executed, 1);
+  pthread_mutex_lock(&gate.mutex);
+  EXPECT_EQ(lyn_cmdq_deq(&queue), nullptr);
+  pthread_mutex_unlock(&gate.mutex);
+  hold = false;
+  wait_until(running.freed, 1);
+  stop();
+}
+
+TEST_F(lyn_cmdq_posts, a_chunk_of_which_some_were_taken_off_is_used_again_from_its_beginning) {
+  make_bare();
+  gate.queue = &queue;
+  queue.gate = &gate;
+  // Each command queues the next, into a chunk of its own, as the one before is being run; the third gets the first's.
+  static lyn_cmdq_t *owner;
+  static lyn_cmd steps[3];
+  static int runs;
+  owner = &queue;
+  runs = 0;
+  for (lyn_cmd &step : steps) {
+    step = {.execute_f =
+                [](lyn_cmd *cmd, void *) {
+                  EXPECT_EQ(std::atomic_ref(owner->count).load(), 0);
+                  runs++;
+                  if (cmd == &steps[2]) {
+                    std::atomic_ref(owner->running).store(false);
+                  } else {
+                    EXPECT_EQ(lyn_cmdq_enq(owner, cmd + 1), 0);
+                  }
+                },
+            .free_f = nullptr,
+            .data = nullptr};
+  }
+  post_many(2);
+  EXPECT_EQ(lyn_cmdq_enq(&queue, &steps[0]), 0);
+  EXPECT_EQ(lyn_cmdq_deq(&queue), &posted_cmd);
+  EXPECT_EQ(lyn_cmdq_deq(&queue), &posted_cmd);
+  EXPECT_EQ(lyn_cmdthrd_main(&queue), nullptr);
+  EXPECT_EQ(runs, 3);
+  EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
+  free(queue.head);
+}
+
 TEST_F(lyn_cmdq_posts, a_command_may_post_and_release_itself) {
   start();
   static std::atomic<int> runs{0};
@@ -736,6 +785,32 @@ TEST_F(lyn_cmdq, deinit_of_a_zeroed_queue_does_no_harm) {
   expect_zeroed();
 }
 
+TEST_F(lyn_cmdq, a_queue_is_made_of_whatever_its_memory_held) {
+  memset(static_cast<void *>(&queue), 0xa5, sizeof queue);
+  ASSERT_EQ(lyn_cmdq_init(&queue, 100), 0);
+  EXPECT_EQ(std::atomic_ref(queue.count).load(), 0);
+  probe &made = enqueue();
+  wait_until(made.freed, 1);
+  EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+  EXPECT_EQ(made.executed, 1);
+  expect_zeroed();
+}
+
+TEST_F(lyn_cmdq, nothing_but_the_sentinel_outlives_a_queue) {
+  ASSERT_EQ(lyn_cmdq_init(&queue, 100), 0);
+  EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+  probe &first = make_probe(), &second = make_probe();
+  order.reserve(2);
+  const size_t before = allocated();
+  ASSERT_EQ(lyn_cmdq_init(&queue, 100), 0);
+  for (probe *one : {&first, &second}) {
+    EXPECT_EQ(lyn_cmdq_enq(&queue, &one->cmd), 0);
+    wait_until(one->freed, 1);
+  }
+  EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+  EXPECT_LT(allocated(), before + LYN_CMDQ_CHUNK_LEN * sizeof(lyn_cmdq_item_t));
+}
+
 TEST_F(lyn_cmdq, the_sentinel_of_a_stopped_queue_serves_the_next_one) {
   ASSERT_EQ(lyn_cmdq_init(&queue, 100), 0);
   lyn_dll_node *sentinel = queue.head;
@@ -769,6 +844,7 @@ TEST_F(lyn_cmdq, a_stop_is_seen_although_the_thread_has_set_running_after_it) {
                      .data = &queue};
   EXPECT_EQ(lyn_cmdq_enq(&queue, &overrun), 0);
   EXPECT_EQ(lyn_cmdthrd_main(&queue), nullptr);
+  EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
   free(queue.head);
 }
 
@@ -787,6 +863,24 @@ TEST_F(lyn_cmdq, the_thread_shows_that_it_runs_and_ends_when_that_is_cleared) {
   EXPECT_EQ(lyn_cmdthrd_main(&queue), nullptr);
   EXPECT_EQ(never.executed, 0);
   EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
+  free(queue.head);
+}
+
+TEST_F(lyn_cmdq, a_flush_gives_back_all_that_a_thread_has_left) {
+  make_bare();
+  queue.max = -1;  // what is begun is counted late
+  lyn_cmd end = {
+      .execute_f = [](lyn_cmd *,
+                      void *data) { std::atomic_ref(static_cast<lyn_cmdq_t *>(data)->running).store(false); },
+      .free_f = nullptr,
+      .data = &queue};
+  EXPECT_EQ(lyn_cmdq_enq(&queue, &end), 0);
+  probe &never = enqueue();
+  EXPECT_EQ(lyn_cmdthrd_main(&queue), nullptr);
+  EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
+  EXPECT_EQ(never.freed, 1);
+  EXPECT_EQ(queue.count, 0);
+  EXPECT_EQ(queue.run.chunk, nullptr);
   free(queue.head);
 }
 
