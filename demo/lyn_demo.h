@@ -26,8 +26,6 @@ enum {
 enum {
   LYN_DEMO_IND_NAMES = OX_LYN_IND_NR5G_SINR_E + 1,
   LYN_DEMO_ASYNC_NAMES = OX_LYN_ASYNC_NR5G_NBR_INFO_E + 1,
-  LYN_DEMO_METRICS = OX_LYN_GET_IPV6_QOS_TFT_E + 1,
-  LYN_DEMO_CONTROLS = OX_LYN_SET_INSTALL_MODE_E + 1,
 };
 
 // Owner of a block that came from malloc or calloc, ours or the module's.

@@ -8,8 +8,6 @@
 #include "lyn_demo.h"
 
 static constexpr const char *LYN_DEMO_RULE_60 = "------------------------------------------------------------";
-static constexpr uint32_t LYN_DEMO_FLAG_EXTRA_TIME_0 = 0x200;  // flags of a location: the extra times that are valid
-static constexpr uint32_t LYN_DEMO_FLAG_EXTRA_TIME_1 = 0x400;
 
 static int32_t lyn_demo_install_toggle = 1;  // number of the last install-mode screen; the first shows 0
 
@@ -55,9 +53,9 @@ static void lyn_demo_print_mtpe_status(const ox_lyn_dm_info_t &info) {
   const ox_lyn_mtpe_status_t *test = static_cast<const ox_lyn_mtpe_status_t *>(info.value.ptr);
   printf("LYN DEMO APP CALLBACK - MTPE Test type %d\n", static_cast<int>(test->test_type));
   printf("LYN DEMO APP CALLBACK - MTPE Test status %d\n", static_cast<int>(test->test_status));
-  if (test->test_status == 2)  // completed
+  if (test->test_status == OX_LYN_MTPE_STATUS_COMPLETED_E)
     printf("LYN DEMO APP CALLBACK - MTPE Test peak rate caluculated %d\n", static_cast<int>(test->peak_rate));
-  if (test->failure_reason != 0)
+  if (test->failure_reason != OX_LYN_MTPE_FAILURE_NONE_E)
     printf("LYN DEMO APP CALLBACK - MTPE failure reason %d\n", static_cast<int>(test->failure_reason));
 }
 
@@ -131,7 +129,7 @@ static constexpr lyn_demo_ind_t LYN_DEMO_IND[] = {
      .payload = LYN_DEMO_PAYLOAD_FREED},
 };
 
-static_assert(std::size(LYN_DEMO_IND) == OX_LYN_IND_INSTALL_MODE_FREQ_INFO_E + 1 && lyn_demo_in_order(LYN_DEMO_IND));
+static_assert(std::size(LYN_DEMO_IND) == OX_LYN_IND_COUNT && lyn_demo_in_order(LYN_DEMO_IND));
 
 static void lyn_demo_on_indication(const ox_lyn_dm_info_t &info) {
   if (info.value_type == OX_LYN_VALUE_NONE_E) {
@@ -234,9 +232,9 @@ static void lyn_demo_print_location(const ox_lyn_location_t &location) {
   printf(" SpeedAccuracy is %f \n ", static_cast<double>(location.speed_accuracy));
   printf(" BearingAccuracy is %f \n ", static_cast<double>(location.bearing_accuracy));
   printf(" Technology Flagmask is %d \n ", static_cast<int>(location.tech_mask));
-  if ((location.flags & LYN_DEMO_FLAG_EXTRA_TIME_0) != 0)
+  if ((location.flags & OX_LYN_LOC_FLAG_EXTRA_TIME_0_E) != 0)
     printf(" Timestamp is %lld \n", static_cast<long long>(location.extra_time[0]));
-  if ((location.flags & LYN_DEMO_FLAG_EXTRA_TIME_1) != 0)
+  if ((location.flags & OX_LYN_LOC_FLAG_EXTRA_TIME_1_E) != 0)
     printf(" Timestamp is %lld \n", static_cast<long long>(location.extra_time[1]));
 }
 
@@ -245,9 +243,11 @@ static void lyn_demo_on_single_shot(const ox_lyn_dm_info_t &event) {
   if (shot == nullptr)
     return;
   printf("single shot location response is %d \n", static_cast<int>(shot->response));
-  if (shot->kind == 0 && (shot->response == 0 || shot->response == 4))
+  const bool located =
+      shot->response == OX_LYN_LOC_RESPONSE_SUCCESS_E || shot->response == OX_LYN_LOC_RESPONSE_TIMEOUT_E;
+  if (shot->kind == OX_LYN_LOC_KIND_RESULT_E && located)
     lyn_demo_print_location(shot->location);
-  if (shot->kind == 1)
+  if (shot->kind == OX_LYN_LOC_KIND_STOP_E)
     printf("single shot location stop successful is %d \n", static_cast<int>(shot->response));
 }
 
@@ -256,10 +256,11 @@ static void lyn_demo_on_batch(const ox_lyn_dm_info_t &event) {
   if (batch == nullptr)
     return;
   printf("batching_routine_location_callback, batching status: %d, pos cnt %d \n", batch->status, batch->count);
-  if (batch->status != 1)
+  if (batch->status != OX_LYN_LOC_BATCH_LOCATIONS_E)
     return;
   const lyn_demo_block_t<ox_lyn_location_t[]> locations(batch->locations);
-  for (int i = 0; batch->response == 0 && locations != nullptr && i < batch->count; ++i) {
+  const bool printed = batch->response == OX_LYN_LOC_RESPONSE_SUCCESS_E && locations != nullptr;
+  for (int i = 0; printed && i < batch->count; ++i) {
     puts("########################################################### ");
     printf("Batching location entry %d : \n", i);
     lyn_demo_print_location(batch->locations[i]);
@@ -279,7 +280,7 @@ static constexpr lyn_demo_async_t LYN_DEMO_ASYNC[] = {
     {.id = OX_LYN_ASYNC_LOC_SINGLE_SHOT_E, .print = lyn_demo_on_single_shot},
     {.id = OX_LYN_ASYNC_LOC_BATCH_E, .print = lyn_demo_on_batch},
 };
-static_assert(std::size(LYN_DEMO_ASYNC) == OX_LYN_ASYNC_LOC_BATCH_E + 1 && lyn_demo_in_order(LYN_DEMO_ASYNC));
+static_assert(std::size(LYN_DEMO_ASYNC) == OX_LYN_ASYNC_COUNT && lyn_demo_in_order(LYN_DEMO_ASYNC));
 
 // False: the response is unknown.
 static bool lyn_demo_on_async_response(const ox_lyn_dm_info_t &event) {

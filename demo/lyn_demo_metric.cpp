@@ -1,7 +1,6 @@
 // Options 7 and 8: one metric, or a list of metrics in one call. The metrics are one table: display name, what to hand
 // in or ask for before the request, how to print the answer. The two options print a few answers differently, which the
 // form tells. Metrics without a printer are answered later, through the callback.
-#include <algorithm>
 #include <cstdio>
 #include <iterator>
 
@@ -135,13 +134,14 @@ static void lyn_demo_print_arfcn_list(const ox_lyn_nr5g_cell_lock_t *lock, lyn_d
            count < capacity ? static_cast<unsigned>(lock->arfcn_list[count].scs) : 0U);
 }
 
+// The answer has the modem's own lock types, which are read here as if they were the control's.
 static void lyn_demo_print_nr5g_lock(const ox_lyn_dm_info_t &info, const char *name, lyn_demo_form_e form) {
   const ox_lyn_nr5g_cell_lock_t *lock = static_cast<const ox_lyn_nr5g_cell_lock_t *>(info.value.ptr);
   printf("[%s] -\n", name);
   printf("Cell lock type %d\n", static_cast<int>(lock->lock_type));
-  if (lock->lock_type == 1)
+  if (lock->lock_type == OX_LYN_LOCK_CELL_E)
     lyn_demo_print_nr5g_cell(lock);
-  else if (lock->lock_type == 2)
+  else if (lock->lock_type == OX_LYN_LOCK_ARFCN_LIST_E)
     lyn_demo_print_arfcn_list(lock, form);
   else
     printf("[%s] - cell lock list not present\n", name);
@@ -224,17 +224,24 @@ static void lyn_demo_print_rf_bandwidth(const ox_lyn_dm_info_t &info, const char
 }
 
 static const char *lyn_demo_subscription_name(uint32_t subscription) {
-  static constexpr const char *NAMES[] = {"Unknown", "Default", "Primary", "Secondary"};
-  return NAMES[subscription < std::size(NAMES) ? subscription : 0];
+  switch (subscription) {
+    case OX_LYN_SUBSCRIPTION_DEFAULT_E:
+      return "Default";
+    case OX_LYN_SUBSCRIPTION_PRIMARY_E:
+      return "Primary";
+    case OX_LYN_SUBSCRIPTION_SECONDARY_E:
+      return "Secondary";
+    default:
+      return "Unknown";
+  }
 }
 
 static const char *lyn_demo_technology_name(uint32_t technology) {
-  static constexpr const char *NAMES[] = {"ANY", "3gpp", "3gpp2"};
-  return NAMES[std::min<size_t>(technology, std::size(NAMES) - 1)];
+  return technology == OX_LYN_TECHNOLOGY_ANY_E ? "ANY" : technology == OX_LYN_TECHNOLOGY_3GPP_E ? "3gpp" : "3gpp2";
 }
 
 static const char *lyn_demo_ip_family_name(uint32_t ip_family) {
-  return ip_family == 4 ? "V4" : ip_family == 6 ? "V6" : "V4V6";
+  return ip_family == OX_LYN_IP_FAMILY_V4_E ? "V4" : ip_family == OX_LYN_IP_FAMILY_V6_E ? "V6" : "V4V6";
 }
 
 static void lyn_demo_print_profile_table(const ox_lyn_wwan_profile_list_t *list) {
@@ -415,11 +422,11 @@ static constexpr lyn_demo_metric_t LYN_DEMO_METRIC[] = {
     {.id = OX_LYN_GET_IPV6_QOS_TFT_E, .name = "Get IPV6 Network QOS/TFT info", .print = lyn_demo_print_qos_requested},
 };
 
-static_assert(std::size(LYN_DEMO_METRIC) == LYN_DEMO_METRICS && lyn_demo_in_order(LYN_DEMO_METRIC));
+static_assert(std::size(LYN_DEMO_METRIC) == OX_LYN_GET_COUNT && lyn_demo_in_order(LYN_DEMO_METRIC));
 
 // The row of a metric; of the invalid request for a number that is none.
 static const lyn_demo_metric_t &lyn_demo_metric_of(int64_t metric) {
-  return LYN_DEMO_METRIC[metric > 0 && metric < LYN_DEMO_METRICS ? metric : 0];
+  return LYN_DEMO_METRIC[metric > 0 && metric < OX_LYN_GET_COUNT ? metric : 0];
 }
 
 const char *lyn_demo_metric_name(uint32_t metric) {

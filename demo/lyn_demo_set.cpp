@@ -10,8 +10,6 @@
 
 static constexpr const char *LYN_DEMO_SCS_MENU = "\n1- 15 KHz \n2- 30 KHz \n3- 60 KHz \n4- 120 KHz \n5- 240 KHz";
 
-enum { LYN_DEMO_LOCK_CELL = 1, LYN_DEMO_LOCK_ARFCN_LIST = 2 };  // NR 5G lock types that ask for more
-
 // Parameter blocks of one option 9.
 struct lyn_demo_set_blocks_t {
   ox_lyn_lte_cell_lock_t lte_lock;
@@ -80,11 +78,11 @@ static bool lyn_demo_ask_arfcn_list(ox_lyn_nr5g_cell_lock_t *lock) {
 static bool lyn_demo_ask_nr5g_lock(ox_lyn_nr5g_cell_lock_t *lock) {
   lock->lock_type =
       static_cast<uint32_t>(lyn_demo_ask_number("Please Enter the Cell Lock type 1- pci,2- arfcn, 3- unlock"));
-  if (lock->lock_type == LYN_DEMO_LOCK_CELL) {
+  if (lock->lock_type == OX_LYN_LOCK_CELL_E) {
     lyn_demo_ask_all(LYN_DEMO_NR5G_CELL, lock);
     lyn_demo_ask_band_mask(lock);
   }
-  return lock->lock_type != LYN_DEMO_LOCK_ARFCN_LIST || lyn_demo_ask_arfcn_list(lock);
+  return lock->lock_type != OX_LYN_LOCK_ARFCN_LIST_E || lyn_demo_ask_arfcn_list(lock);
 }
 
 static constexpr lyn_demo_question_t LYN_DEMO_PPS_CONFIG[] = {
@@ -125,7 +123,7 @@ static constexpr lyn_demo_question_t LYN_DEMO_PPS_CHANGE[] = {
 
 static bool lyn_demo_ask_pps_change(ox_lyn_pps_change_status_t *change) {
   lyn_demo_ask_all(LYN_DEMO_PPS_CHANGE, change);
-  return change->pps_mode != 0;
+  return change->pps_mode != OX_LYN_PPS_MODE_INVALID_E;
 }
 
 static constexpr lyn_demo_question_t LYN_DEMO_INSTALL_FREQ[] = {
@@ -137,7 +135,7 @@ static constexpr lyn_demo_question_t LYN_DEMO_INSTALL_FREQ[] = {
 // Unlike other counts this one is judged after it was cut to its field: 65537 is 1.
 static bool lyn_demo_ask_install(ox_lyn_install_mode_t *install) {
   install->mode = static_cast<uint32_t>(lyn_demo_ask_number("Please Request the install mode status 1- start/2-stop "));
-  if (install->mode != 1)
+  if (install->mode != OX_LYN_INSTALL_MODE_START_E)
     return install->mode != 0;
   install->freq_count = static_cast<uint16_t>(lyn_demo_ask_number("Please Enter the freq length "));
   if (install->freq_count > OX_LYN_FREQ_LEN) {
@@ -149,7 +147,7 @@ static bool lyn_demo_ask_install(ox_lyn_install_mode_t *install) {
     lyn_demo_ask_all(LYN_DEMO_INSTALL_FREQ, &install->freqs[i]);
     last_scs = install->freqs[i].scs;
   }
-  return last_scs != 0;  // no entry, or a last spacing of 0, which is refused here deliberately
+  return last_scs != OX_LYN_SCS_UNKNOWN_E;  // no entry, or a last spacing of 0: refused here deliberately
 }
 
 static bool lyn_demo_ask_deprioritize(lyn_demo_set_blocks_t *, ox_lyn_dm_ctrl_info_t *ctrl) {
@@ -214,11 +212,11 @@ static constexpr lyn_demo_control_t LYN_DEMO_CONTROL[] = {
      .done = {"Install mode config req is success"}},
 };
 
-static_assert(std::size(LYN_DEMO_CONTROL) == LYN_DEMO_CONTROLS && lyn_demo_in_order(LYN_DEMO_CONTROL));
+static_assert(std::size(LYN_DEMO_CONTROL) == OX_LYN_SET_COUNT && lyn_demo_in_order(LYN_DEMO_CONTROL));
 
 // The row of a control; of the invalid request for a number that is none.
 static const lyn_demo_control_t &lyn_demo_control_of(int64_t control) {
-  return LYN_DEMO_CONTROL[control > 0 && control < LYN_DEMO_CONTROLS ? control : 0];
+  return LYN_DEMO_CONTROL[control > 0 && control < OX_LYN_SET_COUNT ? control : 0];
 }
 
 const char *lyn_demo_control_name(uint32_t control) {
