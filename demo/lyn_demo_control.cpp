@@ -4,8 +4,9 @@
 
 #include "lyn_demo.h"
 
-static constexpr uint32_t LYN_DEMO_MAX_CLEAR = 18;        // identifiers on one line of option 6
-static constexpr uint32_t LYN_DEMO_MAX_IND_LIST = 65536;  // entries that option 5 will allocate
+static constexpr uint32_t LYN_DEMO_IND_NAMES = OX_LYN_IND_NR5G_SINR_E + 1;  // those behind have no display name
+static constexpr uint32_t LYN_DEMO_MAX_CLEAR = 18;                          // identifiers on one line of option 6
+static constexpr uint32_t LYN_DEMO_MAX_IND_LIST = 65536;                    // entries that option 5 will allocate
 
 int32_t lyn_demo_register(const int32_t *, uint32_t) {
   puts("LYN DEMO APP : Register application.");
@@ -30,9 +31,8 @@ int32_t lyn_demo_deregister(const int32_t *, uint32_t) {
 
 // Every indication passes, also those that cannot be subscribed, which the API refuses; other numbers become 0.
 static uint32_t lyn_demo_known_ind(int32_t option) {
-  return option >= OX_LYN_IND_MODEM_STATUS_E && option <= OX_LYN_IND_INSTALL_MODE_FREQ_INFO_E
-             ? static_cast<uint32_t>(option)
-             : static_cast<uint32_t>(OX_LYN_IND_INVALID_E);
+  return option > OX_LYN_IND_INVALID_E && option < OX_LYN_IND_COUNT ? static_cast<uint32_t>(option)
+                                                                    : static_cast<uint32_t>(OX_LYN_IND_INVALID_E);
 }
 
 int32_t lyn_demo_set_ind(const int32_t *options, uint32_t count) {
@@ -142,10 +142,10 @@ int32_t lyn_demo_print_usage(const int32_t *, uint32_t) {
   lyn_demo_print_names("############################### LYN DM Indication Metrics #########################",
                        LYN_DEMO_IND_NAMES, lyn_demo_ind_name);
   lyn_demo_print_names("############################### LYN DM Request Metrics ############################",
-                       LYN_DEMO_METRICS, lyn_demo_metric_name);
+                       OX_LYN_GET_COUNT, lyn_demo_metric_name);
   // Four characters wider than its frame, deliberately.
   lyn_demo_print_names("############################### LYN Set DM Request Metrics ############################",
-                       LYN_DEMO_CONTROLS, lyn_demo_control_name);
+                       OX_LYN_SET_COUNT, lyn_demo_control_name);
   puts("\n\n");
   return 0;
 }

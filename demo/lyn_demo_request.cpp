@@ -7,11 +7,6 @@
 
 #include "lyn_demo_prompt.h"
 
-static constexpr uint32_t LYN_DEMO_IPV4 = 4;
-static constexpr uint32_t LYN_DEMO_TEST_UPLINK = 1;
-static constexpr uint32_t LYN_DEMO_TEST_DOWNLINK = 2;
-static constexpr uint32_t LYN_DEMO_PROTOCOL_UDP = 2;  // the request's code; the menu of one offers it as 1
-
 // One end of a throughput test: the request's source or its destination.
 struct lyn_demo_end_t {
   uint32_t *ipv4;
@@ -30,7 +25,8 @@ static bool lyn_demo_ask_ip_family(uint32_t *ip_family) {
   static constexpr const char *QUESTION = "\nPlease input IP Family 4:IPv4 6:IPv6 :- ";
   int32_t answer = 0;
   if (!lyn_demo_ask_until(
-          QUESTION, QUESTION, [](int32_t family) { return family == 4 || family == 6; }, &answer))
+          QUESTION, QUESTION,
+          [](int32_t family) { return family == OX_LYN_IP_FAMILY_V4_E || family == OX_LYN_IP_FAMILY_V6_E; }, &answer))
     return false;
   *ip_family = static_cast<uint32_t>(answer);
   return true;
@@ -43,7 +39,7 @@ bool lyn_demo_ask_mtpe_client(ox_lyn_mtpe_net_params_t *params) {
   if (!lyn_demo_ask_ip_family(&params->ip_family))
     return false;
   puts("\nPlease input client's public IP address");
-  lyn_demo_ask_address(params->ip_family == LYN_DEMO_IPV4 ? AF_INET : AF_INET6, params->client_addr);
+  lyn_demo_ask_address(params->ip_family == OX_LYN_IP_FAMILY_V4_E ? AF_INET : AF_INET6, params->client_addr);
   return true;
 }
 
@@ -53,7 +49,7 @@ static bool lyn_demo_ask_test_type(uint32_t *test_type) {
   if (!lyn_demo_ask_until(
           "\nPlease input throughput estimation test type 1:Uplink 2:Downlink, 3:both :- ",
           "\nPlease throughput estimation test type 1:Uplink 2:Downlink :- ",
-          [](int32_t type) { return type >= 1 && type <= 3; }, &answer))
+          [](int32_t type) { return type >= OX_LYN_MTPE_TYPE_UPLINK_E && type <= OX_LYN_MTPE_TYPE_BOTH_E; }, &answer))
     return false;
   *test_type = static_cast<uint32_t>(answer);
   return true;
@@ -66,18 +62,19 @@ static void lyn_demo_ask_duration(uint32_t *duration) {
   *duration = static_cast<uint32_t>(number);
 }
 
+// The menu of one offers UDP as 1, which is not the request's code.
 static bool lyn_demo_ask_protocol(uint32_t *protocol) {
   static constexpr const char *QUESTION = "\nPlease input Protocol 1:UDP :- ";
   int32_t answer = 0;
   if (!lyn_demo_ask_until(
           QUESTION, QUESTION, [](int32_t choice) { return choice == 1; }, &answer))
     return false;
-  *protocol = LYN_DEMO_PROTOCOL_UDP;
+  *protocol = OX_LYN_PROTOCOL_UDP_E;
   return true;
 }
 
 static void lyn_demo_ask_end_address(uint32_t ip_family, const lyn_demo_end_t &end) {
-  if (ip_family == LYN_DEMO_IPV4)
+  if (ip_family == OX_LYN_IP_FAMILY_V4_E)
     lyn_demo_ask_address(AF_INET, end.ipv4);
   else
     lyn_demo_ask_address(AF_INET6, end.ipv6);
@@ -125,7 +122,7 @@ bool lyn_demo_ask_mtpe_test(ox_lyn_mtpe_req_t *req) {
 
   const lyn_demo_end_t src = {.ipv4 = &req->src_ipv4, .ipv6 = req->src_ipv6, .port = &req->src_port};
   const lyn_demo_end_t dst = {.ipv4 = &req->dst_ipv4, .ipv6 = req->dst_ipv6, .port = &req->dst_port};
-  const bool downlink = req->test_type == LYN_DEMO_TEST_DOWNLINK;
+  const bool downlink = req->test_type == OX_LYN_MTPE_TYPE_DOWNLINK_E;
   const lyn_demo_end_t &client = downlink ? dst : src;
   const lyn_demo_end_t &server = downlink ? src : dst;
 
@@ -135,7 +132,7 @@ bool lyn_demo_ask_mtpe_test(ox_lyn_mtpe_req_t *req) {
   if (!lyn_demo_ask_port("\nPlease input client's port :- ", client.port) ||
       !lyn_demo_ask_port("\nPlease input server's port :- ", server.port))
     return false;
-  if (req->external_server != 1 && req->test_type != LYN_DEMO_TEST_UPLINK)
+  if (req->external_server != 1 && req->test_type != OX_LYN_MTPE_TYPE_UPLINK_E)
     lyn_demo_ask_all(LYN_DEMO_MTPE_LIMITS, req);
   return true;
 }

@@ -10,8 +10,6 @@
 
 static constexpr const char *LYN_DEMO_SCS_MENU = "\n1- 15 KHz \n2- 30 KHz \n3- 60 KHz \n4- 120 KHz \n5- 240 KHz";
 
-enum { LYN_DEMO_LOCK_CELL = 1, LYN_DEMO_LOCK_ARFCN_LIST = 2 };  // NR 5G lock types that ask for more
-
 // Parameter blocks of one option 9.
 struct lyn_demo_set_blocks_t {
   ox_lyn_lte_cell_lock_t lte_lock;
@@ -21,19 +19,26 @@ struct lyn_demo_set_blocks_t {
   ox_lyn_install_mode_t install;
 };
 
+// One value of the i-th entry of a list, counted from 0.
+static void lyn_demo_announce_entry(const char *what, int i) {
+  printf("Please Enter the %s value for list-%d\n", what, i + 1);
+}
+
+static int64_t lyn_demo_ask_entry(const char *what, int i) {
+  int64_t number = 0;
+  lyn_demo_announce_entry(what, i);
+  lyn_demo_read_number(&number);
+  return number;
+}
+
 static bool lyn_demo_ask_lte_lock(ox_lyn_lte_cell_lock_t *lock) {
   int64_t count = 0;
   if (!lyn_demo_ask_count("Please Enter the Cell identity length ", OX_LYN_LTE_LOCK_LEN, &count))
     return false;
   lock->count = static_cast<uint8_t>(count);
   for (int i = 0; i < lock->count; ++i) {
-    int64_t number = 0;
-    printf("Please Enter the pci value for list-%d\n", i + 1);
-    lyn_demo_read_number(&number);
-    lock->cells[i].pci = static_cast<uint16_t>(number);
-    printf("Please Enter the freq value for list-%d\n", i + 1);
-    lyn_demo_read_number(&number);
-    lock->cells[i].freq = static_cast<uint16_t>(number);
+    lock->cells[i].pci = static_cast<uint16_t>(lyn_demo_ask_entry("pci", i));
+    lock->cells[i].freq = static_cast<uint16_t>(lyn_demo_ask_entry("freq", i));
   }
   lock->enforce = static_cast<uint8_t>(lyn_demo_ask_number("Please Enter enforce value (Eg: 0 or 1)"));
   return true;
@@ -67,11 +72,8 @@ static bool lyn_demo_ask_arfcn_list(ox_lyn_nr5g_cell_lock_t *lock) {
     return false;
   lock->arfcn_list_len = static_cast<uint32_t>(count);
   for (int i = 0; i < count; ++i) {
-    int64_t number = 0;
-    printf("Please Enter the arfcn value for list-%d\n", i + 1);
-    lyn_demo_read_number(&number);
-    lock->arfcn_list[i].arfcn = static_cast<int32_t>(number);
-    printf("Please Enter the Sub carrier value for list-%d\n", i + 1);
+    lock->arfcn_list[i].arfcn = static_cast<int32_t>(lyn_demo_ask_entry("arfcn", i));
+    lyn_demo_announce_entry("Sub carrier", i);
     lock->arfcn_list[i].scs = static_cast<int32_t>(lyn_demo_ask_number(LYN_DEMO_SCS_MENU));
   }
   return true;
@@ -80,11 +82,11 @@ static bool lyn_demo_ask_arfcn_list(ox_lyn_nr5g_cell_lock_t *lock) {
 static bool lyn_demo_ask_nr5g_lock(ox_lyn_nr5g_cell_lock_t *lock) {
   lock->lock_type =
       static_cast<uint32_t>(lyn_demo_ask_number("Please Enter the Cell Lock type 1- pci,2- arfcn, 3- unlock"));
-  if (lock->lock_type == LYN_DEMO_LOCK_CELL) {
+  if (lock->lock_type == OX_LYN_LOCK_CELL_E) {
     lyn_demo_ask_all(LYN_DEMO_NR5G_CELL, lock);
     lyn_demo_ask_band_mask(lock);
   }
-  return lock->lock_type != LYN_DEMO_LOCK_ARFCN_LIST || lyn_demo_ask_arfcn_list(lock);
+  return lock->lock_type != OX_LYN_LOCK_ARFCN_LIST_E || lyn_demo_ask_arfcn_list(lock);
 }
 
 static constexpr lyn_demo_question_t LYN_DEMO_PPS_CONFIG[] = {
@@ -125,7 +127,7 @@ static constexpr lyn_demo_question_t LYN_DEMO_PPS_CHANGE[] = {
 
 static bool lyn_demo_ask_pps_change(ox_lyn_pps_change_status_t *change) {
   lyn_demo_ask_all(LYN_DEMO_PPS_CHANGE, change);
-  return change->pps_mode != 0;
+  return change->pps_mode != OX_LYN_PPS_MODE_INVALID_E;
 }
 
 static constexpr lyn_demo_question_t LYN_DEMO_INSTALL_FREQ[] = {
@@ -137,7 +139,7 @@ static constexpr lyn_demo_question_t LYN_DEMO_INSTALL_FREQ[] = {
 // Unlike other counts this one is judged after it was cut to its field: 65537 is 1.
 static bool lyn_demo_ask_install(ox_lyn_install_mode_t *install) {
   install->mode = static_cast<uint32_t>(lyn_demo_ask_number("Please Request the install mode status 1- start/2-stop "));
-  if (install->mode != 1)
+  if (install->mode != OX_LYN_INSTALL_MODE_START_E)
     return install->mode != 0;
   install->freq_count = static_cast<uint16_t>(lyn_demo_ask_number("Please Enter the freq length "));
   if (install->freq_count > OX_LYN_FREQ_LEN) {
@@ -149,7 +151,7 @@ static bool lyn_demo_ask_install(ox_lyn_install_mode_t *install) {
     lyn_demo_ask_all(LYN_DEMO_INSTALL_FREQ, &install->freqs[i]);
     last_scs = install->freqs[i].scs;
   }
-  return last_scs != 0;  // no entry, or a last spacing of 0, which is refused here deliberately
+  return last_scs != OX_LYN_SCS_UNKNOWN_E;  // no entry, or a last spacing of 0: refused here deliberately
 }
 
 static bool lyn_demo_ask_deprioritize(lyn_demo_set_blocks_t *, ox_lyn_dm_ctrl_info_t *ctrl) {
@@ -214,11 +216,11 @@ static constexpr lyn_demo_control_t LYN_DEMO_CONTROL[] = {
      .done = {"Install mode config req is success"}},
 };
 
-static_assert(std::size(LYN_DEMO_CONTROL) == LYN_DEMO_CONTROLS && lyn_demo_in_order(LYN_DEMO_CONTROL));
+static_assert(std::size(LYN_DEMO_CONTROL) == OX_LYN_SET_COUNT && lyn_demo_in_order(LYN_DEMO_CONTROL));
 
 // The row of a control; of the invalid request for a number that is none.
 static const lyn_demo_control_t &lyn_demo_control_of(int64_t control) {
-  return LYN_DEMO_CONTROL[control > 0 && control < LYN_DEMO_CONTROLS ? control : 0];
+  return LYN_DEMO_CONTROL[control > 0 && control < OX_LYN_SET_COUNT ? control : 0];
 }
 
 const char *lyn_demo_control_name(uint32_t control) {

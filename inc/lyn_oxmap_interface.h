@@ -1,5 +1,5 @@
 /*
- * Mobile AP client: throughput estimation (MTPE), WWAN statistics and profiles, QoS flows.
+ * Mobile AP client (of the module): throughput estimation (MTPE), WWAN statistics and profiles, QoS flows.
  *
  * Operations are called under the module lock, MTPE start, teardown and configuration also from event delivery. The
  * indications that answer them come on the client's thread and are posted as events LYN_EVENT_MTPE_STATUS and
@@ -28,7 +28,7 @@ int32_t lyn_oxmap_configure_mtpe(const ox_lyn_mtpe_req_t *req);
 /** dm_info->value: in i64 the profile handle, out ptr to an allocated ox_lyn_wwan_stats_t. */
 int32_t lyn_oxmap_get_wwan_stats(uint32_t ip_family, ox_lyn_dm_info_t *dm_info);
 
-/** Ask for the QoS flows of an IP family (4, 6); they arrive as LYN_EVENT_QOS_FLOW. dm_info is not touched. */
+/** Ask for the QoS flows of an IP family, IPv4 or IPv6; they arrive as LYN_EVENT_QOS_FLOW. dm_info is not touched. */
 int32_t lyn_oxmap_get_global_qos_flow_info(uint32_t ip_family, ox_lyn_dm_info_t *dm_info);
 
 /** Fill a zeroed list with the WWAN profiles. Returns 1, or 0 on failure. */

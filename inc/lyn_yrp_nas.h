@@ -1,5 +1,5 @@
 /*
- * NAS client: the module's link to the modem's network access service.
+ * NAS client (of the module): its link to the modem's network access service.
  *
  * Life cycle, subscriptions, queries and configuration requests are called under the module lock; each request blocks
  * for at most 50 s. Indications and service events come on the platform's threads, which decode, post events upward and
@@ -35,7 +35,7 @@ typedef struct {
   ox_lyn_lte_lock_cell_t lte_cells[OX_LYN_LTE_LOCK_LEN];
   uint8_t lte_enforce;
   uint8_t nr5g_type_valid;
-  uint32_t nr5g_type;
+  uint32_t nr5g_type; /**< ox_lyn_lock_type_e */
   uint8_t cell_identity_valid;
   uint16_t pci;
   uint32_t scs, arfcn;
@@ -96,7 +96,7 @@ typedef struct {
   } lte, nr5g;
 } lyn_nas_tx_pwr_info_t;
 
-/** MCS. */
+/** MCS: ox_lyn_lte_mod_e, ox_lyn_nr5g_mod_e. */
 typedef struct {
   struct {
     uint8_t dl_valid;
@@ -106,7 +106,7 @@ typedef struct {
   } lte, nr5g;
 } lyn_nas_mcs_info_t;
 
-/** RRC states. The LTE validity is 32 bits wide, unlike all others. */
+/** RRC states, ox_lyn_rrc_state_e. The LTE validity is 32 bits wide, unlike all others. */
 typedef struct {
   uint32_t lte_valid, lte_state;
   uint8_t nr5g_valid;
@@ -116,16 +116,16 @@ typedef struct {
 /** Sub-carrier spacing. */
 typedef struct {
   uint8_t valid;
-  uint32_t scs; /**< ox_lyn_scs_e, 0 unknown */
+  uint32_t scs; /**< ox_lyn_scs_e */
 } lyn_nas_scs_info_t;
 
 /** Carrier aggregation. */
 typedef struct {
   uint8_t valid;
-  uint32_t dl_bandwidth;
+  uint32_t dl_bandwidth; /**< ox_lyn_ca_bandwidth_e */
 } lyn_nas_ca_info_t;
 
-/** RF bandwidth. Both radios use the same fields. */
+/** RF bandwidth, ox_lyn_rf_bandwidth_e. Both radios use the same fields. */
 typedef struct {
   uint8_t valid;
   uint32_t len, bw[YRP_NAS_RF_BAND_MAX];

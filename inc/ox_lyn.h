@@ -1,5 +1,5 @@
 /*
- * LYN Device Manager: the public API.
+ * LYN Device Manager: the public API (of the caller).
  *
  * The module gathers LTE and NR 5G radio metrics, locations and data-path figures from a cellular modem board,
  * configures radio features, and delivers indications and asynchronous results to one callback.
@@ -153,16 +153,15 @@ typedef enum {
   OX_LYN_GET_NR5G_CELL_LOCK_LIST_E = 34,  /**< 8: ox_lyn_nr5g_cell_lock_t, the caller's buffer at ptr (NAS 271) */
   OX_LYN_GET_LTE_MCS_E = 35,              /**< 0: ptr to an ox_lyn_mcs_t that the caller frees (NAS 90) */
   OX_LYN_GET_NR5G_MCS_E = 36,             /**< 0: ptr to an ox_lyn_mcs_t that the caller frees (NAS 90) */
-  OX_LYN_GET_LTE_CA_STATS_E = 37,         /**< 2: downlink bandwidth code, 0 unknown, 1 to 6 (NAS 172) */
+  OX_LYN_GET_LTE_CA_STATS_E = 37,         /**< 2: ox_lyn_ca_bandwidth_e (NAS 172) */
   OX_LYN_GET_LTE_ENDC_MODE_E = 38,        /**< 0: ptr to an ox_lyn_endc_mode_t that the caller frees (NAS 77). Without
                                                memory for it the call is OX_LYN_SUCCESS all the same, ptr stays as it
                                                was (hand it in as null), and the module stays locked: every later call
                                                blocks for ever, and so does the list that the metric is in */
-  OX_LYN_GET_LTE_RRC_STATE_E = 39,        /**< 0: u32, 0 unknown, 2 to 6: the modem's state, 1 to 5, plus 1 (NAS 210) */
-  OX_LYN_GET_NR5G_RRC_STATE_E = 40,       /**< 0: u32, 0 unknown, 7 to 9: the modem's state, 0 to 2, plus 7 (NAS 210) */
-  OX_LYN_GET_NR5G_SCS_E = 41,             /**< 0: u32, ox_lyn_scs_e or 0 unknown (NAS 77) */
-  OX_LYN_GET_LTE_RF_BANDWIDTH_E = 42,     /**< 0: i64_array, count (0 to 16) bandwidth codes, 1 to 19, or 20 unknown
-                                               (NAS 49) */
+  OX_LYN_GET_LTE_RRC_STATE_E = 39,        /**< 0: u32, ox_lyn_rrc_state_e, of LTE (NAS 210) */
+  OX_LYN_GET_NR5G_RRC_STATE_E = 40,       /**< 0: u32, ox_lyn_rrc_state_e, of NR 5G (NAS 210) */
+  OX_LYN_GET_NR5G_SCS_E = 41,             /**< 0: u32, ox_lyn_scs_e (NAS 77) */
+  OX_LYN_GET_LTE_RF_BANDWIDTH_E = 42,     /**< 0: i64_array, count (0 to 16) ox_lyn_rf_bandwidth_e (NAS 49) */
   OX_LYN_GET_NR5G_RF_BANDWIDTH_E = 43,    /**< 0: the same */
   OX_LYN_GET_WWAN_PROFILE_INDEX_E = 44,   /**< 0: ptr to an ox_lyn_wwan_profile_list_t that the caller frees */
   OX_LYN_GET_IPV4_STATS_E = 45,           /**< 0: in i64 the profile handle, a profile_index of metric 44, which the
@@ -234,14 +233,197 @@ typedef enum {
   OX_LYN_ASYNC_LOC_BATCH_E = 4        /**< 12: ptr to an ox_lyn_loc_batch_t with a locations array of its own */
 } ox_lyn_async_resp_e;
 
-/** Sub-carrier spacing as the API numbers it; 0 is unknown. */
+/*
+ * Values of metrics, records and blocks. Their members are integers of a fixed width; each one's comment names its
+ * enumeration. An item of the modem's for which only a range of codes is known has the names of 3GPP's list of the same
+ * length, in its order, or where 3GPP has no such list the modem's code as its name.
+ */
+
+/** Sub-carrier spacing as the API numbers it. */
 typedef enum {
+  OX_LYN_SCS_INVALID_E = -1, /**< unknown in indication 13, whose u32 then is 0xFFFFFFFF */
+  OX_LYN_SCS_UNKNOWN_E = 0,  /**< unknown; in a control 15 kHz */
   OX_LYN_SCS_15_KHZ_E = 1,
   OX_LYN_SCS_30_KHZ_E = 2,
   OX_LYN_SCS_60_KHZ_E = 3,
   OX_LYN_SCS_120_KHZ_E = 4,
   OX_LYN_SCS_240_KHZ_E = 5
 } ox_lyn_scs_e;
+
+/** RRC state, values of metrics 39 and 40: both radios share one numbering. NR 5G's are those of TS 38.331. */
+typedef enum {
+  OX_LYN_RRC_UNKNOWN_E = 0,
+  OX_LYN_RRC_LTE_1_E = 2, /**< LTE: the modem's states 1 to 5 */
+  OX_LYN_RRC_LTE_2_E = 3,
+  OX_LYN_RRC_LTE_3_E = 4,
+  OX_LYN_RRC_LTE_4_E = 5,
+  OX_LYN_RRC_LTE_5_E = 6,
+  OX_LYN_RRC_NR5G_IDLE_E = 7, /**< NR 5G: the modem's states 0 to 2 */
+  OX_LYN_RRC_NR5G_INACTIVE_E = 8,
+  OX_LYN_RRC_NR5G_CONNECTED_E = 9
+} ox_lyn_rrc_state_e;
+
+/** Modulation of an LTE stream, metric 35: the modem's code plus 1, in the order of TS 36.211. */
+typedef enum {
+  OX_LYN_LTE_MOD_BPSK_E = 1,
+  OX_LYN_LTE_MOD_QPSK_E = 2,
+  OX_LYN_LTE_MOD_16QAM_E = 3,
+  OX_LYN_LTE_MOD_64QAM_E = 4,
+  OX_LYN_LTE_MOD_256QAM_E = 5,
+  OX_LYN_LTE_MOD_1024QAM_E = 6,
+  OX_LYN_LTE_MOD_UNKNOWN_E = 255
+} ox_lyn_lte_mod_e;
+
+/** Modulation of an NR 5G stream, metric 36: the modem's code plus 1, in the order of the data channels of TS 38.211.
+ */
+typedef enum {
+  OX_LYN_NR5G_MOD_PI_2_BPSK_E = 1,
+  OX_LYN_NR5G_MOD_QPSK_E = 2,
+  OX_LYN_NR5G_MOD_16QAM_E = 3,
+  OX_LYN_NR5G_MOD_64QAM_E = 4,
+  OX_LYN_NR5G_MOD_256QAM_E = 5,
+  OX_LYN_NR5G_MOD_UNKNOWN_E = 255
+} ox_lyn_nr5g_mod_e;
+
+/** Downlink bandwidth of the primary LTE cell, metric 37: the modem's code plus 1, in the order of TS 36.331. */
+typedef enum {
+  OX_LYN_CA_BANDWIDTH_UNKNOWN_E = 0,
+  OX_LYN_CA_BANDWIDTH_1_4_MHZ_E = 1,
+  OX_LYN_CA_BANDWIDTH_3_MHZ_E = 2,
+  OX_LYN_CA_BANDWIDTH_5_MHZ_E = 3,
+  OX_LYN_CA_BANDWIDTH_10_MHZ_E = 4,
+  OX_LYN_CA_BANDWIDTH_15_MHZ_E = 5,
+  OX_LYN_CA_BANDWIDTH_20_MHZ_E = 6
+} ox_lyn_ca_bandwidth_e;
+
+/**
+ * RF bandwidth, metrics 42 and 43: the modem's code plus 1. LTE's channel bandwidths, then those of NR 5G, frequency
+ * ranges 1 and 2, that TS 38.331 began with.
+ */
+typedef enum {
+  OX_LYN_RF_BANDWIDTH_LTE_1_4_MHZ_E = 1,
+  OX_LYN_RF_BANDWIDTH_LTE_3_MHZ_E = 2,
+  OX_LYN_RF_BANDWIDTH_LTE_5_MHZ_E = 3,
+  OX_LYN_RF_BANDWIDTH_LTE_10_MHZ_E = 4,
+  OX_LYN_RF_BANDWIDTH_LTE_15_MHZ_E = 5,
+  OX_LYN_RF_BANDWIDTH_LTE_20_MHZ_E = 6,
+  OX_LYN_RF_BANDWIDTH_NR5G_5_MHZ_E = 7,
+  OX_LYN_RF_BANDWIDTH_NR5G_10_MHZ_E = 8,
+  OX_LYN_RF_BANDWIDTH_NR5G_15_MHZ_E = 9,
+  OX_LYN_RF_BANDWIDTH_NR5G_20_MHZ_E = 10,
+  OX_LYN_RF_BANDWIDTH_NR5G_25_MHZ_E = 11,
+  OX_LYN_RF_BANDWIDTH_NR5G_30_MHZ_E = 12,
+  OX_LYN_RF_BANDWIDTH_NR5G_40_MHZ_E = 13,
+  OX_LYN_RF_BANDWIDTH_NR5G_50_MHZ_E = 14,
+  OX_LYN_RF_BANDWIDTH_NR5G_60_MHZ_E = 15,
+  OX_LYN_RF_BANDWIDTH_NR5G_80_MHZ_E = 16,
+  OX_LYN_RF_BANDWIDTH_NR5G_100_MHZ_E = 17,
+  OX_LYN_RF_BANDWIDTH_NR5G_200_MHZ_E = 18,
+  OX_LYN_RF_BANDWIDTH_NR5G_400_MHZ_E = 19,
+  OX_LYN_RF_BANDWIDTH_UNKNOWN_E = 20
+} ox_lyn_rf_bandwidth_e;
+
+/** What an NR 5G cell lock names, control 4. */
+typedef enum {
+  OX_LYN_LOCK_CELL_E = 1,       /**< one cell */
+  OX_LYN_LOCK_ARFCN_LIST_E = 2, /**< a list of NR-ARFCNs */
+  OX_LYN_LOCK_UNLOCK_E = 3      /**< nothing: the lock is lifted */
+} ox_lyn_lock_type_e;
+
+/** mmW panel position (PPS) mode, control 7 and indication 11: the modem's mode plus 1. */
+typedef enum {
+  OX_LYN_PPS_MODE_INVALID_E = 0, /**< refused by the control; unknown in the indication */
+  OX_LYN_PPS_MODE_START_E = 1,
+  OX_LYN_PPS_MODE_MEASUREMENT_E = 2,
+  OX_LYN_PPS_MODE_3_E = 3
+} ox_lyn_pps_mode_e;
+
+/** What control 8 does. The status of indication 12 is not this, but the modem's own. */
+typedef enum { OX_LYN_INSTALL_MODE_START_E = 1, OX_LYN_INSTALL_MODE_STOP_E = 2 } ox_lyn_install_mode_e;
+
+/** Subscription of a WWAN profile. */
+typedef enum {
+  OX_LYN_SUBSCRIPTION_NONE_E = 0, /**< not filled */
+  OX_LYN_SUBSCRIPTION_DEFAULT_E = 1,
+  OX_LYN_SUBSCRIPTION_PRIMARY_E = 2,
+  OX_LYN_SUBSCRIPTION_SECONDARY_E = 3
+} ox_lyn_subscription_e;
+
+/** Technology of a WWAN profile. */
+typedef enum {
+  OX_LYN_TECHNOLOGY_ANY_E = 0,
+  OX_LYN_TECHNOLOGY_3GPP_E = 1,
+  OX_LYN_TECHNOLOGY_3GPP2_E = 2
+} ox_lyn_technology_e;
+
+/** IP family. */
+typedef enum { OX_LYN_IP_FAMILY_V4_E = 4, OX_LYN_IP_FAMILY_V6_E = 6, OX_LYN_IP_FAMILY_V4V6_E = 10 } ox_lyn_ip_family_e;
+
+/** Direction of a throughput test (MTPE). */
+typedef enum {
+  OX_LYN_MTPE_TYPE_UPLINK_E = 1,
+  OX_LYN_MTPE_TYPE_DOWNLINK_E = 2,
+  OX_LYN_MTPE_TYPE_BOTH_E = 3 /**< asked for only: uplink, then downlink with the roles swapped */
+} ox_lyn_mtpe_type_e;
+
+/** Transport protocol of a throughput test. */
+typedef enum {
+  OX_LYN_PROTOCOL_NONE_E = 0, /**< not given */
+  OX_LYN_PROTOCOL_TCP_E = 1,
+  OX_LYN_PROTOCOL_UDP_E = 2
+} ox_lyn_protocol_e;
+
+/** How a throughput test stands. */
+typedef enum {
+  OX_LYN_MTPE_STATUS_ABORTED_E = 0, /**< aborted, refused or unknown */
+  OX_LYN_MTPE_STATUS_CONFIGURED_E = 1,
+  OX_LYN_MTPE_STATUS_COMPLETED_E = 2,
+  OX_LYN_MTPE_STATUS_FAILED_E = 3
+} ox_lyn_mtpe_test_status_e;
+
+/** Why a throughput test failed. */
+typedef enum {
+  OX_LYN_MTPE_FAILURE_NONE_E = 0,             /**< not failed, or for a reason of the modem's, which is logged only */
+  OX_LYN_MTPE_FAILURE_START_OR_TEARDOWN_E = 3 /**< its start or teardown was refused */
+} ox_lyn_mtpe_failure_e;
+
+/** What asynchronous response 3 is. */
+typedef enum {
+  OX_LYN_LOC_KIND_RESULT_E = 0, /**< a location or a failed request */
+  OX_LYN_LOC_KIND_STOP_E = 1    /**< the answer to a stop */
+} ox_lyn_loc_kind_e;
+
+/** Response of the location service. */
+typedef enum {
+  OX_LYN_LOC_RESPONSE_INVALID_E = -1, /**< of a batch: the one before it was lost */
+  OX_LYN_LOC_RESPONSE_SUCCESS_E = 0,
+  OX_LYN_LOC_RESPONSE_FAILURE_E = 1,
+  OX_LYN_LOC_RESPONSE_NOT_SUPPORTED_E = 2,
+  OX_LYN_LOC_RESPONSE_PARAM_INVALID_E = 3,
+  OX_LYN_LOC_RESPONSE_TIMEOUT_E = 4 /**< a location of lesser quality may follow */
+} ox_lyn_loc_response_e;
+
+/** How batching stands, asynchronous response 4. */
+typedef enum {
+  OX_LYN_LOC_BATCH_INACTIVE_E = 0, /**< also with a bare response */
+  OX_LYN_LOC_BATCH_LOCATIONS_E = 1,
+  OX_LYN_LOC_BATCH_DONE_E = 2
+} ox_lyn_loc_batch_status_e;
+
+/** Which members of a location are meaningful, as the location service sets them. */
+typedef enum {
+  OX_LYN_LOC_FLAG_LAT_LONG_E = 0x1,
+  OX_LYN_LOC_FLAG_ALTITUDE_E = 0x2,
+  OX_LYN_LOC_FLAG_SPEED_E = 0x4,
+  OX_LYN_LOC_FLAG_BEARING_E = 0x8,
+  OX_LYN_LOC_FLAG_HORIZONTAL_ACCURACY_E = 0x10,
+  OX_LYN_LOC_FLAG_VERTICAL_ACCURACY_E = 0x20,
+  OX_LYN_LOC_FLAG_SPEED_ACCURACY_E = 0x40,
+  OX_LYN_LOC_FLAG_BEARING_ACCURACY_E = 0x80,
+  OX_LYN_LOC_FLAG_TIMESTAMP_E = 0x100,
+  OX_LYN_LOC_FLAG_EXTRA_TIME_0_E = 0x200, /**< extra_time[0] */
+  OX_LYN_LOC_FLAG_EXTRA_TIME_1_E = 0x400  /**< extra_time[1] */
+} ox_lyn_loc_flag_e;
 
 /** How many identifiers each group has, 0 and what is only delivered included: they run from 0 to one less. */
 enum {
@@ -354,7 +536,7 @@ typedef struct {
 /** One entry of a frequency-based NR 5G lock. */
 typedef struct {
   int32_t arfcn; /**< NR-ARFCN */
-  int32_t scs;   /**< ox_lyn_scs_e or 0: in control 4 15 kHz, in metric 34 unknown */
+  int32_t scs;   /**< ox_lyn_scs_e */
 } ox_lyn_nr5g_lock_arfcn_t;
 
 /**
@@ -362,10 +544,10 @@ typedef struct {
  * masks, reserved words and the list behind its length stay as the caller had them.
  */
 typedef struct {
-  uint32_t lock_type; /**< control 4: 1 one cell, 2 list of ARFCNs, 3 unlock. Metric 34: as the modem numbers it */
+  uint32_t lock_type; /**< control 4: ox_lyn_lock_type_e. Metric 34: as the modem numbers it */
   uint32_t reserved0;
   uint16_t pci;   /**< lock type 1; 0 is refused with OX_LYN_ERR_FAILURE */
-  uint32_t scs;   /**< lock type 1: ox_lyn_scs_e or 0, as above */
+  uint32_t scs;   /**< lock type 1: ox_lyn_scs_e */
   uint32_t arfcn; /**< lock type 1: NR-ARFCN */
   uint32_t reserved1;
   uint64_t band_mask[8];   /**< lock type 1: bands 1 to 512, bit 0 of [0] is band 1 */
@@ -375,8 +557,8 @@ typedef struct {
 } ox_lyn_nr5g_cell_lock_t;
 
 /**
- * MCS, metrics 35 and 36: allocated by the module, freed by the caller. One modulation code a stream: 1 to 6 of LTE, 1
- * to 5 of NR 5G (the modem's code plus 1), 255 unknown.
+ * MCS, metrics 35 and 36: allocated by the module, freed by the caller. One modulation a stream, ox_lyn_lte_mod_e in
+ * metric 35, ox_lyn_nr5g_mod_e in 36.
  */
 typedef struct {
   uint32_t dl_mod[OX_LYN_MCS_LEN];
@@ -396,9 +578,9 @@ typedef struct {
 /** One WWAN profile. */
 typedef struct {
   uint32_t profile_index;
-  uint32_t subscription; /**< 1 default, 2 primary, 3 secondary; 0, not filled, where a lone profile is reported */
-  uint32_t technology;   /**< 0 any, 1 3GPP, 2 3GPP2 */
-  uint32_t ip_family;    /**< 4, 6 or 10 (both) */
+  uint32_t subscription; /**< ox_lyn_subscription_e; not filled where a lone profile is reported */
+  uint32_t technology;   /**< ox_lyn_technology_e */
+  uint32_t ip_family;    /**< ox_lyn_ip_family_e */
   uint8_t profile_id_3gpp;
   uint8_t profile_id_3gpp2;
   char apn_name[102]; /**< at most 100 octets, null-terminated */
@@ -424,10 +606,10 @@ typedef struct {
  */
 typedef struct {
   uint32_t external_server; /**< 1: the server is not the operator's test server */
-  uint32_t test_type;       /**< 1 uplink, 2 downlink, 3 both: uplink, then downlink with the roles swapped */
+  uint32_t test_type;       /**< ox_lyn_mtpe_type_e */
   uint32_t duration;        /**< s */
-  uint32_t ip_family;       /**< 4 or 6 */
-  uint32_t protocol;        /**< 2: UDP, 1: TCP, else not given */
+  uint32_t ip_family;       /**< OX_LYN_IP_FAMILY_V4_E or OX_LYN_IP_FAMILY_V6_E */
+  uint32_t protocol;        /**< ox_lyn_protocol_e; any other: not given */
   uint16_t src_port, dst_port;
   char server_url[300]; /**< null-terminated; empty: the addresses are used */
   uint32_t src_ipv4, dst_ipv4;
@@ -438,7 +620,7 @@ typedef struct {
 
 /** MTPE network parameters, metric 47 going in: the caller's own. */
 typedef struct {
-  uint32_t ip_family;      /**< 4 or 6 */
+  uint32_t ip_family;      /**< OX_LYN_IP_FAMILY_V4_E or OX_LYN_IP_FAMILY_V6_E */
   uint8_t client_addr[16]; /**< network byte order; an IPv4 address is in the first four octets */
 } ox_lyn_mtpe_net_params_t;
 
@@ -463,7 +645,7 @@ typedef struct {
 typedef struct {
   uint32_t arfcn; /**< NR-ARFCN */
   uint32_t band;  /**< NR band number */
-  uint32_t scs;   /**< ox_lyn_scs_e, or 0 for 15 kHz; above 5 the control is refused with OX_LYN_ERR_INVALID_PARAM */
+  uint32_t scs;   /**< ox_lyn_scs_e; above 5 the control is refused with OX_LYN_ERR_INVALID_PARAM */
 } ox_lyn_nr5g_freq_t;
 
 /** mmW panel position (PPS) configuration, control 6: the caller's own, copied whole. */
@@ -480,12 +662,12 @@ typedef struct {
   uint8_t position_changed; /**< 0 or 1 */
   uint8_t position_index;
   uint16_t reserved;
-  uint32_t pps_mode; /**< 1 to 3; anything else is refused with OX_LYN_ERR_FAILURE */
+  uint32_t pps_mode; /**< ox_lyn_pps_mode_e, 1 to 3; anything else is refused with OX_LYN_ERR_FAILURE */
 } ox_lyn_pps_change_status_t;
 
 /** Install mode, control 8: the caller's own, copied whole. */
 typedef struct {
-  uint32_t mode;       /**< 1 start, 2 stop; any other starts, too */
+  uint32_t mode;       /**< ox_lyn_install_mode_e; any other starts, too */
   uint16_t freq_count; /**< 0 to 16; more is refused with OX_LYN_ERR_INVALID_PARAM */
   uint16_t reserved;
   ox_lyn_nr5g_freq_t freqs[OX_LYN_FREQ_LEN];
@@ -497,36 +679,37 @@ typedef struct {
 
 /** One location. A member is meaningful where its flag is set. */
 typedef struct {
-  uint32_t flags;                       /**< validity bits as the location service sets them */
+  uint32_t flags;                       /**< ox_lyn_loc_flag_e, one bit each */
   uint64_t timestamp;                   /**< ms since 1970-01-01 UTC */
   double latitude, longitude, altitude; /**< degrees WGS 84, degrees WGS 84, m above the ellipsoid */
   float speed, bearing;                 /**< m/s, degrees clockwise from north */
   float horizontal_accuracy, vertical_accuracy, speed_accuracy, bearing_accuracy; /**< m, m, m/s, degrees */
   uint32_t tech_mask;                                                             /**< which technologies contributed */
-  uint64_t extra_time[2]; /**< [0] goes with flag 0x200, [1] with flag 0x400 */
+  uint64_t extra_time[2]; /**< each goes with a flag of its own */
 } ox_lyn_location_t;
 
 /** Async 3. */
 typedef struct {
-  uint32_t kind;              /**< 0: a location or a failed request, 1: the answer to a stop */
-  uint32_t response;          /**< code of the location service; a location follows only with 0 or 4 */
-  ox_lyn_location_t location; /**< zero unless kind is 0 and response 0 or 4 */
+  uint32_t kind;              /**< ox_lyn_loc_kind_e */
+  uint32_t response;          /**< ox_lyn_loc_response_e; a location follows only a success or a time-out */
+  ox_lyn_location_t location; /**< zero unless this is a result with such a response */
 } ox_lyn_loc_single_shot_t;
 
-/** Async 4. `locations` is a block of its own, freed by the user as well; null unless status is 1, then never null. */
+/** Async 4. `locations` is a block of its own, freed by the user as well: never null where status is
+ * OX_LYN_LOC_BATCH_LOCATIONS_E, else always. */
 typedef struct {
-  int32_t status;   /**< of the batching: 0 inactive, also with a bare response, 1 locations present, 2 done */
-  int32_t response; /**< code of the location service, 0 success; -1 behind a batch that was lost */
+  int32_t status;   /**< ox_lyn_loc_batch_status_e */
+  int32_t response; /**< ox_lyn_loc_response_e */
   ox_lyn_location_t *locations;
   uint8_t count; /**< locations in the array, 0 to 255; of a larger batch the first 255 */
 } ox_lyn_loc_batch_t;
 
 /** Indication 9. */
 typedef struct {
-  uint32_t test_type;      /**< direction that runs: 1 uplink, 2 downlink */
-  uint32_t failure_reason; /**< 0, or 3 when the start or the teardown failed; the modem's own reason is logged only */
-  uint32_t test_status;    /**< 1 configured, 2 completed, 3 failed, 0 aborted, refused or unknown */
-  uint32_t peak_rate;      /**< kbps, with test_status 2 */
+  uint32_t test_type;      /**< the direction that runs: OX_LYN_MTPE_TYPE_UPLINK_E or OX_LYN_MTPE_TYPE_DOWNLINK_E */
+  uint32_t failure_reason; /**< ox_lyn_mtpe_failure_e */
+  uint32_t test_status;    /**< ox_lyn_mtpe_test_status_e */
+  uint32_t peak_rate;      /**< kbps, of a completed test */
 } ox_lyn_mtpe_status_t;
 
 /** Indication 10. */
@@ -538,13 +721,13 @@ typedef struct {
 /** Indication 11. */
 typedef struct {
   uint8_t position_index;
-  uint32_t mode; /**< 1 to 3; 0 unknown */
+  uint32_t mode; /**< ox_lyn_pps_mode_e */
 } ox_lyn_pps_ind_t;
 
 /** One measured install frequency. */
 typedef struct {
   uint32_t arfcn, band;
-  uint32_t scs; /**< ox_lyn_scs_e, or 0xFFFFFFFF unknown */
+  uint32_t scs; /**< ox_lyn_scs_e, OX_LYN_SCS_INVALID_E where unknown */
   int16_t rsrp; /**< dBm */
   int16_t snr;  /**< as the modem reports it */
 } ox_lyn_install_freq_t;

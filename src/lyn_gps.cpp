@@ -35,11 +35,17 @@ static LocationClientApi *lyn_gps_client;
 /** The service has told its capabilities. */
 static std::atomic<bool> lyn_gps_capable{false};
 
-/** Last response to a single shot and to a batching start; LYN_GPS_REFUSED: deliver no location. */
+/** Last response to a single shot and to a batching start; OX_LYN_LOC_RESPONSE_INVALID_E: deliver no location. */
 static std::atomic<int32_t> lyn_gps_single_shot_response{0};
 static std::atomic<int32_t> lyn_gps_batching_response{0};
 
-static constexpr int32_t LYN_GPS_REFUSED = -1;
+// Codes of the service go to the user as they come.
+static_assert(static_cast<int>(OX_LYN_LOC_RESPONSE_SUCCESS_E) ==
+              static_cast<int>(location_client::LOCATION_RESPONSE_SUCCESS));
+static_assert(static_cast<int>(OX_LYN_LOC_RESPONSE_TIMEOUT_E) ==
+              static_cast<int>(location_client::LOCATION_RESPONSE_TIMEOUT));
+static_assert(static_cast<int>(OX_LYN_LOC_BATCH_LOCATIONS_E) ==
+              static_cast<int>(location_client::BATCHING_STATUS_LOCATIONS));
 
 /** A text of the service, empty where there is no memory for it: no exception may pass a callback. */
 template <typename Text>
@@ -113,8 +119,8 @@ static void single_shot_response_callback(LocationResponse response) noexcept {
     LYN_LOG_HIGH("%s: single_shot_response is %d \n", __func__, code);
     return;
   }
-  lyn_gps_single_shot_response = LYN_GPS_REFUSED;
-  if (!lyn_gps_post_single_shot(__func__, {.kind = 0, .response = response, .location = {}})) {
+  lyn_gps_single_shot_response = OX_LYN_LOC_RESPONSE_INVALID_E;
+  if (!lyn_gps_post_single_shot(__func__, {.kind = OX_LYN_LOC_KIND_RESULT_E, .response = response, .location = {}})) {
     LYN_LOG_ERROR("%s: single_shot_loc_response  posted \n", __func__);
   }
 }
@@ -126,11 +132,12 @@ static void single_shot_location_callback(const Location &location) noexcept {
   if (!lyn_gps_is_accepted(response)) {
     return;
   }
-  const ox_lyn_loc_single_shot_t result = {
-      .kind = 0, .response = static_cast<uint32_t>(response), .location = lyn_gps_copy(location)};
+  const ox_lyn_loc_single_shot_t result = {.kind = OX_LYN_LOC_KIND_RESULT_E,
+                                           .response = static_cast<uint32_t>(response),
+                                           .location = lyn_gps_copy(location)};
   if (!lyn_gps_post_single_shot(__func__, result)) {
     LYN_LOG_ERROR("%s: single_shot_loc_info posted \n", __func__);
-    lyn_gps_single_shot_response = LYN_GPS_REFUSED;
+    lyn_gps_single_shot_response = OX_LYN_LOC_RESPONSE_INVALID_E;
   }
 }
 
@@ -139,7 +146,8 @@ static void single_shot_response_stop_callback(LocationResponse response) noexce
   if (response != location_client::LOCATION_RESPONSE_SUCCESS) {
     return;
   }
-  if (!lyn_gps_post_single_shot(__func__, {.kind = 1, .response = 0, .location = {}})) {
+  if (!lyn_gps_post_single_shot(
+          __func__, {.kind = OX_LYN_LOC_KIND_STOP_E, .response = OX_LYN_LOC_RESPONSE_SUCCESS_E, .location = {}})) {
     LYN_LOG_ERROR("%s: single_shot_loc_stop_info posted \n", __func__);
   }
 }
@@ -197,7 +205,7 @@ static void batching_routine_location_callback(const std::vector<Location> &loca
   static_cast<void>(copies.release());  // released with the batch from here on
   if (lyn_post_async_event(LYN_EVENT_LOC_BATCH, batch.release()) != 0) {
     LYN_LOG_ERROR("%s: location batch posted\n", __func__);
-    lyn_gps_batching_response = LYN_GPS_REFUSED;
+    lyn_gps_batching_response = OX_LYN_LOC_RESPONSE_INVALID_E;
   }
 }
 

@@ -125,7 +125,8 @@ static void lyn_event_qos_flow(const void *data) {
 /* ------------------------------------------------------------------------------------------------------------------ */
 
 /** PPS mode by the modem's mode index. */
-static constexpr uint32_t lyn_pps_modes[] = {1, 2, 3, 0};
+static constexpr uint32_t lyn_pps_modes[] = {OX_LYN_PPS_MODE_START_E, OX_LYN_PPS_MODE_MEASUREMENT_E,
+                                             OX_LYN_PPS_MODE_3_E, OX_LYN_PPS_MODE_INVALID_E};
 
 static void lyn_event_pps(const void *data) {
   const auto &msg = *static_cast<const yrp_nas_pps_ind_t *>(data);
@@ -133,7 +134,8 @@ static void lyn_event_pps(const void *data) {
   if (!pps)
     return;
   pps->position_index = msg.position_index;
-  pps->mode = msg.mode_index < std::size(lyn_pps_modes) ? lyn_pps_modes[msg.mode_index] : 0;
+  pps->mode =
+      msg.mode_index < std::size(lyn_pps_modes) ? lyn_pps_modes[msg.mode_index] : uint32_t{OX_LYN_PPS_MODE_INVALID_E};
   LYN_LOG_HIGH("pps position index  %d\n", pps->position_index);
   LYN_LOG_HIGH("pps is position changed  %d\n", msg.position_changed);
   LYN_LOG_HIGH("pps mode  %d\n", static_cast<int>(pps->mode));
@@ -141,7 +143,8 @@ static void lyn_event_pps(const void *data) {
 }
 
 /** Sub-carrier spacing by the modem's code. */
-static constexpr int32_t lyn_install_scs[] = {1, 2, 3, 4, 5, -1};
+static constexpr int32_t lyn_install_scs[] = {OX_LYN_SCS_15_KHZ_E,  OX_LYN_SCS_30_KHZ_E,  OX_LYN_SCS_60_KHZ_E,
+                                              OX_LYN_SCS_120_KHZ_E, OX_LYN_SCS_240_KHZ_E, OX_LYN_SCS_INVALID_E};
 
 static void lyn_log_install_freq(const ox_lyn_install_freq_list_t &list, const ox_lyn_install_freq_t &freq) {
   LYN_LOG_HIGH("Install mode frequency info length %d\n", list.count);
@@ -160,7 +163,8 @@ static void lyn_event_install_freq(const void *data) {
   list->count = static_cast<uint16_t>(lyn_clamp(msg.freq_len, std::size(list->entries)));
   for (uint32_t i = 0; i < list->count; i++) {
     const auto &from = msg.freqs[i];
-    const int32_t scs = from.scs < std::size(lyn_install_scs) ? lyn_install_scs[from.scs] : -1;
+    const int32_t scs =
+        from.scs < std::size(lyn_install_scs) ? lyn_install_scs[from.scs] : int32_t{OX_LYN_SCS_INVALID_E};
     list->entries[i] = {from.arfcn, from.band, static_cast<uint32_t>(scs), from.rsrp, from.snr};
     lyn_log_install_freq(*list, list->entries[i]);
   }
@@ -186,7 +190,7 @@ static void lyn_event_single_shot(const void *data) {
 
 /** Give `copy` an array of its own with the posted locations; false when there is no memory. */
 static bool lyn_copy_locations(ox_lyn_loc_batch_t *copy, const ox_lyn_loc_batch_t &posted) {
-  // No locations still make an array, of one entry: the user frees one whenever the status is 1.
+  // No locations still make an array, of one entry: the user frees one with every such status.
   const size_t room = posted.count > 0 ? posted.count : 1;
   copy->locations = static_cast<ox_lyn_location_t *>(calloc(room, sizeof(ox_lyn_location_t)));
   if (copy->locations == nullptr) {
@@ -206,7 +210,7 @@ static void lyn_event_batch(const void *data) {
     return;
   copy->status = posted.status;
   copy->response = posted.response;
-  if (posted.status == 1 && !lyn_copy_locations(copy.get(), posted))
+  if (posted.status == OX_LYN_LOC_BATCH_LOCATIONS_E && !lyn_copy_locations(copy.get(), posted))
     return;
   lyn_block_t<ox_lyn_location_t> locations(copy->locations);  // ours until the record is the user's
   lyn_record_t record = lyn_new_record(OX_LYN_RECORD_ASYNC_E, OX_LYN_ASYNC_LOC_BATCH_E, OX_LYN_VALUE_LOCATION_E);

@@ -245,8 +245,6 @@ static int32_t lyn_handle_profiles(lyn_get_t *get) {
   return OX_LYN_SUCCESS;
 }
 
-enum { LYN_IPV4 = 4, LYN_IPV6 = 6 };
-
 static int32_t lyn_handle_scan(lyn_get_t *get) {
   return lyn_scan_metric(get->info->metric);
 }
@@ -393,9 +391,9 @@ static constexpr lyn_metric_row_t lyn_metric_rows[] = {
     {.metric = OX_LYN_GET_NR5G_RF_BANDWIDTH_E, .query = lyn_query_rf, .convert = lyn_put_rf_bw},
     {.metric = OX_LYN_GET_WWAN_PROFILE_INDEX_E, .handle = lyn_handle_profiles},
     {.metric = OX_LYN_GET_IPV4_STATS_E,
-     .handle = [](lyn_get_t *get) { return lyn_oxmap_get_wwan_stats(LYN_IPV4, get->info); }},
+     .handle = [](lyn_get_t *get) { return lyn_oxmap_get_wwan_stats(OX_LYN_IP_FAMILY_V4_E, get->info); }},
     {.metric = OX_LYN_GET_IPV6_STATS_E,
-     .handle = [](lyn_get_t *get) { return lyn_oxmap_get_wwan_stats(LYN_IPV6, get->info); }},
+     .handle = [](lyn_get_t *get) { return lyn_oxmap_get_wwan_stats(OX_LYN_IP_FAMILY_V6_E, get->info); }},
     {.metric = OX_LYN_GET_MTPE_SERVER_CONFIG_E,
      .needs_ptr = true,
      .handle = [](lyn_get_t *get) { return lyn_oxmap_get_mtpe_test_info(get->info); }},
@@ -404,10 +402,10 @@ static constexpr lyn_metric_row_t lyn_metric_rows[] = {
     {.metric = OX_LYN_GET_LOC_SINGLE_SHOT_E, .handle = lyn_handle_single_shot},
     {.metric = OX_LYN_GET_LOC_ROUTINE_BATCHING_E, .handle = lyn_handle_batching},
     {.metric = OX_LYN_GET_IPV4_QOS_TFT_E,
-     .handle = [](lyn_get_t *get) { return lyn_oxmap_get_global_qos_flow_info(LYN_IPV4, get->info); },
+     .handle = [](lyn_get_t *get) { return lyn_oxmap_get_global_qos_flow_info(OX_LYN_IP_FAMILY_V4_E, get->info); },
      .in_list = false},
     {.metric = OX_LYN_GET_IPV6_QOS_TFT_E,
-     .handle = [](lyn_get_t *get) { return lyn_oxmap_get_global_qos_flow_info(LYN_IPV6, get->info); },
+     .handle = [](lyn_get_t *get) { return lyn_oxmap_get_global_qos_flow_info(OX_LYN_IP_FAMILY_V6_E, get->info); },
      .in_list = false},
 };
 

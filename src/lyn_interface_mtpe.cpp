@@ -9,9 +9,6 @@
 #include "lyn_interface_event.h"
 #include "lyn_oxmap_interface.h"
 
-enum { LYN_MTPE_CONFIGURED = 1, LYN_MTPE_COMPLETED = 2, LYN_MTPE_FAILED = 3 };
-enum { LYN_MTPE_DOWNLINK = 2, LYN_MTPE_BOTH = 3 };
-
 /** Deliberate: a test that cannot be configured reports success; its status comes as an indication. */
 int32_t lyn_mtpe_begin(const ox_lyn_mtpe_req_t *req) {
   if (lyn_state.mtpe_ongoing != 0) {
@@ -33,7 +30,7 @@ static bool lyn_mtpe_second_direction() {
   std::swap(req.src_port, req.dst_port);
   std::swap(req.src_ipv4, req.dst_ipv4);
   std::swap(req.src_ipv6, req.dst_ipv6);
-  req.test_type = LYN_MTPE_DOWNLINK;
+  req.test_type = OX_LYN_MTPE_TYPE_DOWNLINK_E;
   return lyn_oxmap_configure_mtpe(&req) == 0;
 }
 
@@ -41,22 +38,22 @@ static bool lyn_mtpe_second_direction() {
  */
 static void lyn_mtpe_follow(ox_lyn_mtpe_status_t *status) {
   bool done = true;
-  if (status->test_status == LYN_MTPE_CONFIGURED)
+  if (status->test_status == OX_LYN_MTPE_STATUS_CONFIGURED_E)
     done = lyn_oxmap_mtpe_start(1) != 0;
-  else if (status->test_status == LYN_MTPE_COMPLETED)
+  else if (status->test_status == OX_LYN_MTPE_STATUS_COMPLETED_E)
     done = lyn_oxmap_mtpe_start(0) != 0;
   if (!done) {
-    status->failure_reason = LYN_MTPE_FAILED;
-    status->test_status = LYN_MTPE_FAILED;
+    status->failure_reason = OX_LYN_MTPE_FAILURE_START_OR_TEARDOWN_E;
+    status->test_status = OX_LYN_MTPE_STATUS_FAILED_E;
   }
 }
 
 /** Whether a test still runs after this status; any status but these two ends it. */
 static bool lyn_mtpe_goes_on(const ox_lyn_mtpe_status_t &status) {
-  if (status.test_status == LYN_MTPE_CONFIGURED)
+  if (status.test_status == OX_LYN_MTPE_STATUS_CONFIGURED_E)
     return true;
-  return status.test_status == LYN_MTPE_COMPLETED && lyn_state.mtpe_req.test_type == LYN_MTPE_BOTH &&
-         lyn_mtpe_second_direction();
+  return status.test_status == OX_LYN_MTPE_STATUS_COMPLETED_E &&
+         lyn_state.mtpe_req.test_type == OX_LYN_MTPE_TYPE_BOTH_E && lyn_mtpe_second_direction();
 }
 
 void lyn_event_mtpe_status(const void *data) {

@@ -45,19 +45,17 @@ static void lyn_translate_lte_lock(const ox_lyn_lte_cell_lock_t &lock, lyn_nas_c
   req->lte_enforce = lock.enforce;
 }
 
-enum { LYN_LOCK_CELL = 1, LYN_LOCK_ARFCN_LIST = 2 };
-
 static void lyn_translate_nr5g_lock(const ox_lyn_nr5g_cell_lock_t &lock, lyn_nas_cell_lock_req_t *req) {
   req->nr5g_type_valid = 1;
   req->nr5g_type = lock.lock_type;
-  if (lock.lock_type == LYN_LOCK_CELL) {
+  if (lock.lock_type == OX_LYN_LOCK_CELL_E) {
     req->pci = lock.pci;
     req->cell_identity_valid = lock.pci != 0;
     req->scs = lock.scs;
     req->arfcn = lock.arfcn;
     static_assert(sizeof(req->cell_blocks) == sizeof(lock.band_mask));
     memcpy(req->cell_blocks, lock.band_mask, sizeof(req->cell_blocks));
-  } else if (lock.lock_type == LYN_LOCK_ARFCN_LIST) {
+  } else if (lock.lock_type == OX_LYN_LOCK_ARFCN_LIST_E) {
     req->arfcn_list_len = std::min<uint32_t>(lock.arfcn_list_len, OX_LYN_NR5G_LOCK_LEN);
     req->arfcn_list_valid = lock.arfcn_list_len != 0;
     std::copy_n(lock.arfcn_list, req->arfcn_list_len, req->arfcn_list);

@@ -25,7 +25,7 @@
 /** The one client; null before the first lyn_oxmap_init. Used by the operations only, under the module lock. */
 static OXMAP_Client *lyn_oxmap_client;
 
-/** Test type of the MTPE test configured last: 1 uplink, 2 downlink. Also read by the indication callback. */
+/** Test type of the MTPE test configured last, ox_lyn_mtpe_type_e. Also read by the indication callback. */
 static std::atomic<uint32_t> lyn_oxmap_mtpe_type{0};
 
 static constexpr int LYN_OXMAP_ARCH_TYPE = 0;
@@ -110,13 +110,15 @@ int32_t lyn_oxmap_mtpe_start(uint32_t start) {
 
 /** `family` where the manager knows it, else `otherwise`. */
 static uint32_t lyn_oxmap_ip_family(uint32_t family, uint32_t otherwise) {
-  return family == 4 || family == 6 ? family : otherwise;
+  return family == OX_LYN_IP_FAMILY_V4_E || family == OX_LYN_IP_FAMILY_V6_E ? family : otherwise;
 }
 
 /** Direction of the test that runs now: of both, the first. */
 static uint32_t lyn_oxmap_first_direction(uint32_t test_type) {
-  enum : uint32_t { UPLINK = 1, DOWNLINK = 2, BOTH = 3 };
-  return test_type == BOTH ? UPLINK : test_type <= DOWNLINK ? test_type : 0;
+  if (test_type == OX_LYN_MTPE_TYPE_BOTH_E) {
+    return OX_LYN_MTPE_TYPE_UPLINK_E;
+  }
+  return test_type <= OX_LYN_MTPE_TYPE_DOWNLINK_E ? test_type : 0;
 }
 
 /** The request names a server or an address. */
@@ -138,8 +140,9 @@ static void lyn_oxmap_copy_address(const ox_lyn_mtpe_req_t *req, oxmap_mtpe_conf
 
 static oxmap_mtpe_config_t lyn_oxmap_config_of(const ox_lyn_mtpe_req_t *req) {
   oxmap_mtpe_config_t config = {};
-  config.ip_family = lyn_oxmap_ip_family(req->ip_family, 10);
-  config.protocol = req->protocol <= 2 ? req->protocol : 0;
+  config.ip_family = lyn_oxmap_ip_family(req->ip_family, OX_LYN_IP_FAMILY_V4V6_E);
+  config.protocol =
+      req->protocol <= OX_LYN_PROTOCOL_UDP_E ? req->protocol : static_cast<uint32_t>(OX_LYN_PROTOCOL_NONE_E);
   config.test_type = lyn_oxmap_first_direction(req->test_type);
   config.duration = req->duration;
   config.external_server = req->external_server;
@@ -188,7 +191,7 @@ int32_t lyn_oxmap_get_mtpe_test_info(ox_lyn_dm_info_t *dm_info) {
   }
   const auto *given = static_cast<const ox_lyn_mtpe_net_params_t *>(dm_info->value.ptr);
   oxmap_mtpe_net_params_t params = {};
-  params.ip_family = lyn_oxmap_ip_family(given->ip_family, 0);
+  params.ip_family = lyn_oxmap_ip_family(given->ip_family, 0);  // 0: not given
   memcpy(params.client_addr, given->client_addr, sizeof params.client_addr);
 
   oxmap_mtpe_test_info_t info = {};
@@ -272,7 +275,7 @@ int32_t lyn_oxmap_get_global_qos_flow_info(uint32_t ip_family, ox_lyn_dm_info_t 
 static ox_lyn_wwan_profile_t lyn_oxmap_profile_of(const oxmap_wwan_policy_t &policy) {
   ox_lyn_wwan_profile_t profile = {};
   profile.profile_index = policy.profile_index;
-  profile.subscription = policy.subscription + 1;  // the API counts subscriptions from 1
+  profile.subscription = policy.subscription + OX_LYN_SUBSCRIPTION_DEFAULT_E;  // the manager counts from 0
   profile.technology = policy.technology;
   profile.ip_family = policy.ip_family;
   profile.profile_id_3gpp = policy.profile_id_3gpp;
@@ -333,25 +336,25 @@ static void lyn_oxmap_on_state(const lyn_oxmap_ind &ind) {
   }
 }
 
-/** Log a received test status and put it into the block; what is neither 1, 2 nor 3 leaves the block's status 0. */
+/** Log a received test status and put it into the block; of any other the block's status stays "aborted". */
 static void lyn_oxmap_take_status(const oxmap_mtpe_status_ind_t &ind, ox_lyn_mtpe_status_t *status) {
   enum : uint32_t { CONFIGURED = 1, COMPLETED = 2, FAILED = 3, ABORTED = 4 };
   switch (ind.test_status) {
     case CONFIGURED:
       LYN_LOG_HIGH("MTPE Test has successfully been configured and is ready to Start\n");
-      status->test_status = CONFIGURED;
+      status->test_status = OX_LYN_MTPE_STATUS_CONFIGURED_E;
       break;
     case COMPLETED:
       LYN_LOG_HIGH("MTPE Test completed successfully!\n");
       // Deliberate: the rate is logged twice.
       LYN_LOG_HIGH("Peak rate calculated: %u(kbps)\n", ind.peak_rate);
       LYN_LOG_HIGH("Peak rate calculated: %u(kbps)\n", ind.peak_rate);
-      status->test_status = COMPLETED;
+      status->test_status = OX_LYN_MTPE_STATUS_COMPLETED_E;
       status->peak_rate = ind.peak_rate;
       break;
     case FAILED:
       LYN_LOG_ERROR("MTPE Test Failed. Failure reason: 0x%x\n", ind.failure_reason);
-      status->test_status = FAILED;
+      status->test_status = OX_LYN_MTPE_STATUS_FAILED_E;
       break;
     case ABORTED:
       LYN_LOG_HIGH("MTPE Test was aborted before test duration ended\n");

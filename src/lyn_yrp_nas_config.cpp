@@ -9,15 +9,22 @@
 
 /* Translation */
 
+/* The modem's codes. */
+
 /** Sub-carrier spacing, by ox_lyn_scs_e; "unknown" becomes the smallest. */
 static constexpr uint32_t LYN_NAS_SCS_CODES[] = {0, 0, 1, 2, 3, 4};
+static_assert(std::size(LYN_NAS_SCS_CODES) == OX_LYN_SCS_240_KHZ_E + 1);
 
-/** Panel position mode; 0 is refused. */
+/** Panel position mode, by ox_lyn_pps_mode_e; 0 is refused. */
 static constexpr uint32_t LYN_NAS_PPS_MODES[] = {0, 0, 1, 2};
+static_assert(std::size(LYN_NAS_PPS_MODES) == OX_LYN_PPS_MODE_3_E + 1);
 
-/** Cell lock type; 0 is refused. */
+/** Cell lock type, by ox_lyn_lock_type_e; 0 is refused. */
 static constexpr uint32_t LYN_NAS_LOCK_TYPES[] = {0, 0, 1, 2};
-static constexpr uint32_t LYN_NAS_LOCK_TYPE_UNLOCK = 3;
+static_assert(std::size(LYN_NAS_LOCK_TYPES) == OX_LYN_LOCK_UNLOCK_E + 1);
+
+/** Install mode. */
+enum : uint32_t { LYN_NAS_INSTALL_START = 0, LYN_NAS_INSTALL_STOP = 1 };
 
 static constexpr bool lyn_nas_scs_known(uint32_t scs) {
   return scs < std::size(LYN_NAS_SCS_CODES);
@@ -161,7 +168,7 @@ static bool lyn_nas_fill_nr5g_lock(const lyn_nas_cell_lock_req_t &lock, yrp_nas_
     lyn_nas_fill_lock_arfcns(lock, req);
     return true;
   }
-  if (lock.nr5g_type == LYN_NAS_LOCK_TYPE_UNLOCK) {
+  if (lock.nr5g_type == OX_LYN_LOCK_UNLOCK_E) {
     LYN_LOG_HIGH("NR 5G cell lock list unlocked , All parames are cleared\n");
     return true;
   }
@@ -258,7 +265,7 @@ int32_t lyn_yrp_nas_set_pps_config(const ox_lyn_pps_config_t *pps_config) {
  */
 static int32_t lyn_nas_fill_pps_change(const ox_lyn_pps_change_status_t &change,
                                        yrp_nas_set_pps_change_status_req_t &req) {
-  if (change.pps_mode == 0 || change.pps_mode >= std::size(LYN_NAS_PPS_MODES)) {
+  if (change.pps_mode == OX_LYN_PPS_MODE_INVALID_E || change.pps_mode >= std::size(LYN_NAS_PPS_MODES)) {
     LYN_LOG_ERROR("PPS mode is %d is invalid\n.", change.pps_mode);
     return OX_LYN_ERR_FAILURE;
   }
@@ -285,10 +292,10 @@ static bool lyn_nas_install_mode_in_range(const ox_lyn_install_mode_t &install_m
   return lyn_nas_freqs_in_range(install_mode.freq_count, install_mode.freqs);
 }
 
-/** Modes other than 1 (start) and 2 (stop) are deliberately not refused: the request's mode stays 0, a start. */
+/** Modes other than start and stop are deliberately not refused: the request starts. */
 static int32_t lyn_nas_fill_install_mode(const ox_lyn_install_mode_t &install_mode,
                                          yrp_nas_set_install_mode_req_t &req) {
-  req.mode = install_mode.mode == 2 ? 1 : 0;
+  req.mode = install_mode.mode == OX_LYN_INSTALL_MODE_STOP_E ? LYN_NAS_INSTALL_STOP : LYN_NAS_INSTALL_START;
   req.freq_list_valid = install_mode.freq_count != 0 ? 1 : 0;
   req.freq_list_len = install_mode.freq_count;
   lyn_nas_fill_freqs(install_mode.freq_count, install_mode.freqs, req.freq_list);

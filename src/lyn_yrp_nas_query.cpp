@@ -12,22 +12,36 @@
 
 /* Translation */
 
-/** The modem's codes first to last become code + offset, all others `other`. */
+/** The modem's codes from `first` on become `low` to `high`, all others `other`. */
 typedef struct {
-  uint32_t first, last, offset, other;
+  uint32_t first, low, high, other;
 } lyn_nas_codes_t;
 
 // The RRC states of both radios deliberately share one numbering.
-static constexpr lyn_nas_codes_t LYN_NAS_LTE_RRC = {.first = 1, .last = 5, .offset = 1, .other = 0};
-static constexpr lyn_nas_codes_t LYN_NAS_NR5G_RRC = {.first = 0, .last = 2, .offset = 7, .other = 0};
-static constexpr lyn_nas_codes_t LYN_NAS_SCS = {.first = 0, .last = 4, .offset = 1, .other = 0};
-static constexpr lyn_nas_codes_t LYN_NAS_CA_BANDWIDTH = {.first = 0, .last = 5, .offset = 1, .other = 0};
-static constexpr lyn_nas_codes_t LYN_NAS_RF_BANDWIDTH = {.first = 0, .last = 18, .offset = 1, .other = 20};
-static constexpr lyn_nas_codes_t LYN_NAS_LTE_MODULATION = {.first = 0, .last = 5, .offset = 1, .other = 255};
-static constexpr lyn_nas_codes_t LYN_NAS_NR5G_MODULATION = {.first = 0, .last = 4, .offset = 1, .other = 255};
+static constexpr lyn_nas_codes_t LYN_NAS_LTE_RRC = {
+    .first = 1, .low = OX_LYN_RRC_LTE_1_E, .high = OX_LYN_RRC_LTE_5_E, .other = OX_LYN_RRC_UNKNOWN_E};
+static constexpr lyn_nas_codes_t LYN_NAS_NR5G_RRC = {
+    .first = 0, .low = OX_LYN_RRC_NR5G_IDLE_E, .high = OX_LYN_RRC_NR5G_CONNECTED_E, .other = OX_LYN_RRC_UNKNOWN_E};
+static constexpr lyn_nas_codes_t LYN_NAS_SCS = {
+    .first = 0, .low = OX_LYN_SCS_15_KHZ_E, .high = OX_LYN_SCS_240_KHZ_E, .other = OX_LYN_SCS_UNKNOWN_E};
+static constexpr lyn_nas_codes_t LYN_NAS_CA_BANDWIDTH = {.first = 0,
+                                                         .low = OX_LYN_CA_BANDWIDTH_1_4_MHZ_E,
+                                                         .high = OX_LYN_CA_BANDWIDTH_20_MHZ_E,
+                                                         .other = OX_LYN_CA_BANDWIDTH_UNKNOWN_E};
+static constexpr lyn_nas_codes_t LYN_NAS_RF_BANDWIDTH = {.first = 0,
+                                                         .low = OX_LYN_RF_BANDWIDTH_LTE_1_4_MHZ_E,
+                                                         .high = OX_LYN_RF_BANDWIDTH_NR5G_400_MHZ_E,
+                                                         .other = OX_LYN_RF_BANDWIDTH_UNKNOWN_E};
+static constexpr lyn_nas_codes_t LYN_NAS_LTE_MODULATION = {
+    .first = 0, .low = OX_LYN_LTE_MOD_BPSK_E, .high = OX_LYN_LTE_MOD_1024QAM_E, .other = OX_LYN_LTE_MOD_UNKNOWN_E};
+static constexpr lyn_nas_codes_t LYN_NAS_NR5G_MODULATION = {.first = 0,
+                                                            .low = OX_LYN_NR5G_MOD_PI_2_BPSK_E,
+                                                            .high = OX_LYN_NR5G_MOD_256QAM_E,
+                                                            .other = OX_LYN_NR5G_MOD_UNKNOWN_E};
 
 static constexpr uint32_t lyn_nas_translate(const lyn_nas_codes_t &codes, uint32_t code) {
-  return code >= codes.first && code <= codes.last ? code + codes.offset : codes.other;
+  const uint32_t steps = code - codes.first;  // of a code before the first one: more than any list has
+  return steps <= codes.high - codes.low ? codes.low + steps : codes.other;
 }
 
 /* The frame */
