@@ -100,9 +100,24 @@ void sink_wait() {
   bench_require(sink.in_order, "events were reordered, lost or doubled");
 }
 
-/** The module itself as a contestant. */
+ox_lyn_hndl_t module_handle;
+
+void module_up() {
+  bench_require(ox_lyn_init(&module_handle, 0, on_event) == OX_LYN_SUCCESS, "the module does not come up");
+  lyn_state.ind_table.reg_status = 1;  // subscribed, without the board's own first report of it
+}
+
+void module_down() {
+  bench_require(ox_lyn_deinit(module_handle) == OX_LYN_SUCCESS, "the module does not go down");
+}
+
+/** The module itself as a contestant, which begins with a new thread as its peers do. */
 struct contestant_lyn {
   static constexpr char name[] = "lyn";
+  contestant_lyn() {
+    module_down();
+    module_up();
+  }
   void post(uint32_t id, void *data) {
     if (lyn_post_async_event(id, data) != OX_LYN_SUCCESS)
       bench_fail("a post was refused");
@@ -407,9 +422,9 @@ void run_alone(const bench_options &options) {
   for (const uint32_t producers : {1U, 2U, 4U}) {
     if (options.events != 0 && options.events != producers)
       continue;
+    contestant_lyn lyn;
     std::vector<double> rates;
     for (size_t round = 0; round < options.rounds; round++) {
-      contestant_lyn lyn;
       rates.push_back(throughput(lyn, producers, 400000).rate);
     }
     fprintf(stderr, "%u producers: %.4g events/s\n", producers, bench_median(rates));
@@ -431,21 +446,18 @@ void run_bursts(uint32_t events) {
   queue.stop();
 }
 
-ox_lyn_hndl_t bring_up() {
+void bring_up() {
   sem_init(&sink.reached, 0, 0);
   prctl(PR_SET_TIMERSLACK, 1UL);  // the poster's sleeps, and its threads'
   bench_require(sim_board_load("[board]\nnoise_db = 0\n").empty(), "the board does not load");
-  ox_lyn_hndl_t hndl = 0;
-  bench_require(ox_lyn_init(&hndl, 0, on_event) == OX_LYN_SUCCESS, "the module does not come up");
-  lyn_state.ind_table.reg_status = 1;  // subscribed, without the board's own first report of it
-  return hndl;
+  module_up();
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
   const bench_options options = bench_begin(argc, argv);
-  const ox_lyn_hndl_t hndl = bring_up();
+  bring_up();
   if (options.only != nullptr && strcmp(options.only, "instructions") == 0)
     run_bursts<contestant_lyn>(static_cast<uint32_t>(options.events));
   if (options.only != nullptr && strcmp(options.only, "instructions.deque") == 0)
@@ -462,6 +474,6 @@ int main(int argc, char **argv) {
     run_latency(options);
   if (bench_wants(options, "backlog"))
     run_backlog(options);
-  bench_require(ox_lyn_deinit(hndl) == OX_LYN_SUCCESS, "the module does not go down");
+  module_down();
   return 0;
 }
