@@ -5,9 +5,9 @@
  *   bench_options options = bench_begin(argc, argv);
  *   bench_report(options, "pipeline.throughput.deque.1p", ours, theirs, "events/s");
  *
- * One line a figure: NAME RATIO (ours THEIRS unit) [ratio min..max]. With --json=FILE each figure is also appended to
- * FILE as one JSON object a line, which tools/bench collects. --smoke runs everything once and briefly, for its
- * correctness alone.
+ * One line a figure: NAME RATIO (ours THEIRS unit) [lowest, first..third quartile, highest ratio], and what was seen
+ * beside it. With --json=FILE each figure is also appended to FILE as one JSON object a line, which tools/bench
+ * collects. --smoke runs everything once and briefly, for its correctness alone.
  */
 #ifndef BENCH_H
 #define BENCH_H
@@ -18,7 +18,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <initializer_list>
 #include <string>
+#include <string_view>
 #include <vector>
 
 struct bench_options {
@@ -75,30 +77,67 @@ double bench_seconds(Work &&work) {
   return std::chrono::duration<double>(bench_clock::now() - start).count();
 }
 
-inline double bench_median(std::vector<double> values) {
+/** The value below which `part` of the values lie; between two values, what lies between them. */
+inline double bench_quantile(std::vector<double> values, double part) {
   std::sort(values.begin(), values.end());
-  const size_t middle = values.size() / 2;
-  return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+  const double place = part * static_cast<double>(values.size() - 1);
+  const auto below = static_cast<size_t>(place);
+  const size_t above = std::min(below + 1, values.size() - 1);
+  return values[below] + (values[above] - values[below]) * (place - static_cast<double>(below));
+}
+
+inline double bench_median(std::vector<double> values) {
+  return bench_quantile(std::move(values), 0.5);
+}
+
+/** What is reported beside a figure: a number of each round, and of the other side where there is one. */
+struct bench_beside {
+  const char *name = nullptr;
+  std::vector<double> ours, theirs = {};
+};
+
+/** The medians of its sides. */
+inline std::string bench_medians(const bench_beside &beside, const char *between) {
+  char text[64];
+  int length = snprintf(text, sizeof text, "%.6g", bench_median(beside.ours));
+  if (!beside.theirs.empty())
+    length += snprintf(text + length, sizeof text - static_cast<size_t>(length), "%s%.6g", between,
+                       bench_median(beside.theirs));
+  return {text, static_cast<size_t>(length)};
+}
+
+inline std::string bench_join(std::initializer_list<std::string_view> parts) {
+  std::string text;
+  for (const std::string_view part : parts)
+    text.append(part);
+  return text;
 }
 
 /** One figure of paired rounds: ratio = ours / theirs, round by round. */
 inline void bench_report(const bench_options &options, const std::string &name, const std::vector<double> &ours,
-                         const std::vector<double> &theirs, const char *unit) {
+                         const std::vector<double> &theirs, const char *unit, const bench_beside &beside = {}) {
   std::vector<double> ratios;
   for (size_t i = 0; i < ours.size(); i++)
     ratios.push_back(ours[i] / theirs[i]);
-  const double ratio = bench_median(ratios), low = *std::min_element(ratios.begin(), ratios.end()),
-               high = *std::max_element(ratios.begin(), ratios.end());
+  double at[5];
+  for (int i = 0; i < 5; i++)
+    at[i] = bench_quantile(ratios, i / 4.0);
   const double mine = bench_median(ours), other = bench_median(theirs);
-  printf("%s %.3f (%.6g %.6g %s) [%.3f..%.3f]\n", name.c_str(), ratio, mine, other, unit, low, high);
+  std::string seen, seen_json;
+  if (beside.name != nullptr) {
+    seen = bench_join({" ", beside.name, " ", bench_medians(beside, " ")});
+    seen_json = bench_join({", \"", beside.name, "\": [", bench_medians(beside, ", "), "]"});
+  }
+  printf("%s %.3f (%.6g %.6g %s) [%.3f, %.3f..%.3f, %.3f]%s\n", name.c_str(), at[2], mine, other, unit, at[0], at[1],
+         at[3], at[4], seen.c_str());
   if (options.json == nullptr)
     return;
   FILE *file = fopen(options.json, "a");
   bench_require(file != nullptr, "the file of --json cannot be written");
   fprintf(file,
           "{\"name\": \"%s\", \"ratio\": %.6g, \"ours\": %.6g, \"theirs\": %.6g, \"unit\": \"%s\", \"min\": %.6g, "
-          "\"max\": %.6g, \"rounds\": %zu}\n",
-          name.c_str(), ratio, mine, other, unit, low, high, ratios.size());
+          "\"q1\": %.6g, \"q3\": %.6g, \"max\": %.6g, \"rounds\": %zu%s}\n",
+          name.c_str(), at[2], mine, other, unit, at[0], at[1], at[3], at[4], ratios.size(), seen_json.c_str());
   fclose(file);
 }
 

@@ -26,10 +26,12 @@ def report(options, name, ours, theirs, unit):
     ratios = [mine / other for mine, other in zip(ours, theirs)]
     ratio = statistics.median(ratios)
     mine, other = statistics.median(ours), statistics.median(theirs)
-    print(f"{name} {ratio:.3f} ({mine:.6g} {other:.6g} {unit}) [{min(ratios):.3f}..{max(ratios):.3f}]", flush=True)
+    low, high = min(ratios), max(ratios)
+    q1, _, q3 = statistics.quantiles(ratios, n=4, method="inclusive") if len(ratios) > 1 else [ratio] * 3
+    print(f"{name} {ratio:.3f} ({mine:.6g} {other:.6g} {unit}) [{low:.3f}, {q1:.3f}..{q3:.3f}, {high:.3f}]", flush=True)
     with open(options.json, "a", encoding="utf-8") as out:
-        row = {"name": name, "ratio": ratio, "ours": mine, "theirs": other, "unit": unit, "min": min(ratios),
-               "max": max(ratios), "rounds": len(ratios)}
+        row = {"name": name, "ratio": ratio, "ours": mine, "theirs": other, "unit": unit, "min": low, "q1": q1,
+               "q3": q3, "max": high, "rounds": len(ratios)}
         out.write(json.dumps(row) + "\n")
 
 

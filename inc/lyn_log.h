@@ -38,9 +38,6 @@ void lyn_log_deinit();
 /** Lets the compiler check arguments against a format; never called. */
 int lyn_log_check(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
-/** Literal characters are copied so many at a time; texts have room for as many behind their end. */
-inline constexpr size_t LYN_LOG_CHUNK = 16;
-
 /** What stands behind a run of literal characters. */
 enum class lyn_log_conversion : uint8_t { end, i16, i32, i64, u16, u32, u64, x16, x32, x64, pointer, string };
 
@@ -99,10 +96,10 @@ constexpr bool lyn_log_parse(const char *format, uint8_t *program) {
 /** Never defined: a call of it is no constant, so that the format that leads there does not compile. */
 void lyn_log_format_is_not_known();
 
-/** The program of a literal format, with room to read a chunk where its last character stands. */
+/** The program of a literal format. */
 template <size_t LEN>
-consteval std::array<uint8_t, LEN + 1 + LYN_LOG_CHUNK> lyn_log_compile(const char (&format)[LEN]) {
-  std::array<uint8_t, LEN + 1 + LYN_LOG_CHUNK> program{};
+consteval std::array<uint8_t, LEN + 1> lyn_log_compile(const char (&format)[LEN]) {
+  std::array<uint8_t, LEN + 1> program{};
   if (!lyn_log_parse(format, program.data()))
     lyn_log_format_is_not_known();
   return program;
@@ -119,8 +116,11 @@ uint64_t lyn_log_word(Argument argument) {
     return static_cast<uint64_t>(argument);
 }
 
-/** Room for the text of a message. */
-typedef char lyn_log_text_t[LYN_LOG_TEXT_LEN + LYN_LOG_CHUNK];
+/** Longest number: the digits of 2^64 - 1, with a sign or a prefix. */
+inline constexpr size_t LYN_LOG_NUMBER_LEN = 24;
+
+/** Room for the text of a message: a number that begins within it is written whole and cut then. */
+typedef char lyn_log_text_t[LYN_LOG_TEXT_LEN + LYN_LOG_NUMBER_LEN];
 
 /** The text of a message, cut to LYN_LOG_TEXT_LEN as vsnprintf does. `words` may be null where nothing is converted. */
 void lyn_log_format(lyn_log_text_t &text, const uint8_t *program, const uint64_t *words);

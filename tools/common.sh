@@ -15,6 +15,7 @@ lyn_packages_test=(
 lyn_packages_bench=(
   "${lyn_packages_demo[@]}"
   python3 valgrind binutils dbus-daemon libsystemd-dev libglib2.0-dev libboost-dev libuv1-dev libconcurrentqueue-dev
+  libfmt-dev
 )
 
 # say TEXT: progress goes to standard error, so that a program's own output can be piped.

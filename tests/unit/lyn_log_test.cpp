@@ -70,7 +70,7 @@ TEST_F(lyn_log, a_text_of_511_characters_is_whole_and_a_longer_one_is_cut_there)
 template <class... Arguments>
 void expect_as_vsnprintf(const std::string &format, Arguments... arguments) {
   static constexpr diag_msg_record_t record = {LYN_LOG_SUBSYSTEM, DIAG_LEVEL_HIGH, "%s", "file", 1};
-  std::vector<uint8_t> program(format.size() + 2 + LYN_LOG_CHUNK);
+  std::vector<uint8_t> program(format.size() + 2);
   ASSERT_TRUE(lyn_log_parse(format.c_str(), program.data())) << format;
   char expected[LYN_LOG_TEXT_LEN];
 #pragma GCC diagnostic push
@@ -125,6 +125,17 @@ TEST_F(lyn_log, any_string_is_the_one_that_vsnprintf_writes) {
   for (int run = 0; run < 2000; run++) {
     const std::string first = some_text(random) + some_text(random), second(random() % 600, 'z');
     expect_as_vsnprintf("%s[%s] %d: %s", first.c_str(), second.c_str(), run, run % 7 == 0 ? nullptr : "text");
+  }
+}
+
+TEST_F(lyn_log, a_number_that_does_not_fit_is_cut_where_vsnprintf_cuts_it) {
+  for (size_t length = LYN_LOG_TEXT_LEN - 30; length < LYN_LOG_TEXT_LEN; length++) {
+    const std::string before(length, 'a');
+    expect_as_vsnprintf("%s%llu%%", before.c_str(), ULLONG_MAX);
+    expect_as_vsnprintf("%s%lld", before.c_str(), LLONG_MIN);
+    expect_as_vsnprintf("%s%d%u", before.c_str(), -7, 8U);
+    expect_as_vsnprintf("%s%p", before.c_str(), lyn_log_handle(0xfedcba98));
+    expect_as_vsnprintf("%s%p!", before.c_str(), nullptr);
   }
 }
 
