@@ -22,12 +22,6 @@ enum {
   LYN_DEMO_LINE_LEN = 300,     // interactive option line, terminator included
 };
 
-// Rows of the name tables. Indications and asynchronous responses beyond them are events without a display name.
-enum {
-  LYN_DEMO_IND_NAMES = OX_LYN_IND_NR5G_SINR_E + 1,
-  LYN_DEMO_ASYNC_NAMES = OX_LYN_ASYNC_NR5G_NBR_INFO_E + 1,
-};
-
 // Owner of a block that came from malloc or calloc, ours or the module's.
 struct lyn_demo_free_t {
   void operator()(void *block) const { free(block); }
@@ -70,7 +64,8 @@ void lyn_demo_sigterm_handler(int signal_number);
 int32_t lyn_demo_parse_options(char *line, int32_t *options, uint32_t *count);
 int32_t lyn_demo_process_options(const int32_t *options, uint32_t count);
 
-// Display names. A number without a name gets a placeholder, or the invalid request's name.
+// Display names: of indications and asynchronous responses from the callback's tables, of metrics and controls from
+// those of their options. A number without a name gets a placeholder, or the invalid request's name.
 const char *lyn_demo_ind_name(uint32_t ind);
 const char *lyn_demo_async_name(uint32_t async_resp);
 const char *lyn_demo_metric_name(uint32_t metric);

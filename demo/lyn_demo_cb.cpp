@@ -11,45 +11,30 @@ static constexpr const char *LYN_DEMO_RULE_60 = "-------------------------------
 
 static int32_t lyn_demo_install_toggle = 1;  // number of the last install-mode screen; the first shows 0
 
+// The display name of a row; the placeholder where it has none or there is no row.
+template <typename Row, size_t N>
+static const char *lyn_demo_name_of(const Row (&rows)[N], uint32_t id, const char *placeholder) {
+  return id < N && rows[id].name != nullptr ? rows[id].name : placeholder;
+}
+
 // ---- indications ----
 
-static void lyn_demo_print_modem_status(const ox_lyn_dm_info_t &info) {
+static void lyn_demo_print_modem_status(const ox_lyn_dm_info_t &info, const char *) {
   if (info.value.u32 == OX_LYN_MODEM_UP_E)
     puts("LYN DEMO APP CALLBACK - Modem up status indication");
   else if (info.value.u32 == OX_LYN_MODEM_DOWN_E)
     puts("LYN DEMO APP CALLBACK - Modem down status indication");
 }
 
-static void lyn_demo_print_reg_status_ind(const ox_lyn_dm_info_t &info) {
+static void lyn_demo_print_reg_status_ind(const ox_lyn_dm_info_t &info, const char *) {
   printf("LYN DEMO APP CALLBACK - Registration status indication[%u].\n", info.value.u32);
 }
 
-static void lyn_demo_print_lte_rsrp(const ox_lyn_dm_info_t &info) {
-  printf("LYN DEMO APP CALLBACK - LTE serving cell RSRP indication[%lld].\n", static_cast<long long>(info.value.i64));
+static void lyn_demo_print_signal(const ox_lyn_dm_info_t &info, const char *signal) {
+  printf("LYN DEMO APP CALLBACK - %s indication[%lld].\n", signal, static_cast<long long>(info.value.i64));
 }
 
-static void lyn_demo_print_nr5g_rsrp(const ox_lyn_dm_info_t &info) {
-  printf("LYN DEMO APP CALLBACK - NR 5G serving cell RSRP indication[%lld].\n", static_cast<long long>(info.value.i64));
-}
-
-// The letters RRSQ are deliberate.
-static void lyn_demo_print_lte_rsrq(const ox_lyn_dm_info_t &info) {
-  printf("LYN DEMO APP CALLBACK - LTE serving cell RRSQ indication[%lld].\n", static_cast<long long>(info.value.i64));
-}
-
-static void lyn_demo_print_nr5g_rsrq(const ox_lyn_dm_info_t &info) {
-  printf("LYN DEMO APP CALLBACK - NR 5G serving cell RSRQ indication[%lld].\n", static_cast<long long>(info.value.i64));
-}
-
-static void lyn_demo_print_lte_sinr(const ox_lyn_dm_info_t &info) {
-  printf("LYN DEMO APP CALLBACK - LTE serving cell SINR indication[%lld].\n", static_cast<long long>(info.value.i64));
-}
-
-static void lyn_demo_print_nr5g_sinr(const ox_lyn_dm_info_t &info) {
-  printf("LYN DEMO APP CALLBACK - NR 5G serving cell SINR indication[%lld].\n", static_cast<long long>(info.value.i64));
-}
-
-static void lyn_demo_print_mtpe_status(const ox_lyn_dm_info_t &info) {
+static void lyn_demo_print_mtpe_status(const ox_lyn_dm_info_t &info, const char *) {
   const ox_lyn_mtpe_status_t *test = static_cast<const ox_lyn_mtpe_status_t *>(info.value.ptr);
   printf("LYN DEMO APP CALLBACK - MTPE Test type %d\n", static_cast<int>(test->test_type));
   printf("LYN DEMO APP CALLBACK - MTPE Test status %d\n", static_cast<int>(test->test_status));
@@ -59,7 +44,7 @@ static void lyn_demo_print_mtpe_status(const ox_lyn_dm_info_t &info) {
     printf("LYN DEMO APP CALLBACK - MTPE failure reason %d\n", static_cast<int>(test->failure_reason));
 }
 
-static void lyn_demo_print_qos_flow(const ox_lyn_dm_info_t &info) {
+static void lyn_demo_print_qos_flow(const ox_lyn_dm_info_t &info, const char *) {
   const ox_lyn_qos_flow_t *flow = static_cast<const ox_lyn_qos_flow_t *>(info.value.ptr);
   puts("LYN DEMO APP CALLBACK - Successfully Recevied Indication Results");
   printf("LYN DEMO APP CALLBACK - QOS bearer ID %d\n", static_cast<uint8_t>(flow->bearer_id));
@@ -67,13 +52,13 @@ static void lyn_demo_print_qos_flow(const ox_lyn_dm_info_t &info) {
   printf("LYN DEMO APP CALLBACK - QOS Rx_5g_qci value %d\n", static_cast<int>(flow->rx_5g_qci));
 }
 
-static void lyn_demo_print_pps_change(const ox_lyn_dm_info_t &info) {
+static void lyn_demo_print_pps_change(const ox_lyn_dm_info_t &info, const char *) {
   const ox_lyn_pps_ind_t *pps = static_cast<const ox_lyn_pps_ind_t *>(info.value.ptr);
   printf("LYN DEMO APP indication result for PPS Index  %d\n", pps->position_index);
   printf("LYN DEMO APP indication result for PPS mode %d\n", static_cast<int>(pps->mode));
 }
 
-static void lyn_demo_print_install_status(const ox_lyn_dm_info_t &info) {
+static void lyn_demo_print_install_status(const ox_lyn_dm_info_t &info, const char *) {
   printf("LYN DEMO APP indication for install status mode  %d\n", static_cast<int>(info.value.u32));
 }
 
@@ -87,7 +72,7 @@ static void lyn_demo_print_install_entry(const ox_lyn_install_freq_t &entry) {
 }
 
 // A whole screen in colour. The terminal is not reset behind it, deliberately: it keeps blinking until it is told.
-static void lyn_demo_print_install_screen(const ox_lyn_dm_info_t &info) {
+static void lyn_demo_print_install_screen(const ox_lyn_dm_info_t &info, const char *) {
   const ox_lyn_install_freq_list_t *list = static_cast<const ox_lyn_install_freq_list_t *>(info.value.ptr);
   lyn_demo_install_toggle = lyn_demo_install_toggle == 0 ? 1 : 0;
   printf("\033[2J");
@@ -103,23 +88,43 @@ enum lyn_demo_payload_e {
   LYN_DEMO_PAYLOAD_FREED
 };
 
-// One indication: its printer and what becomes of its block. Row n is indication n.
+// One indication: its display name, its printer and what becomes of its block. Row n is indication n.
 struct lyn_demo_ind_t {
   uint32_t id;
-  void (*print)(const ox_lyn_dm_info_t &info) = nullptr;  // null: not supported
+  const char *name = nullptr;                                                 // null: an event without one
+  void (*print)(const ox_lyn_dm_info_t &info, const char *signal) = nullptr;  // null: not supported
+  const char *signal = nullptr;                                               // what the value is, in a signal's line
   lyn_demo_payload_e payload = LYN_DEMO_NO_PAYLOAD;
 };
 
 static constexpr lyn_demo_ind_t LYN_DEMO_IND[] = {
-    {.id = OX_LYN_IND_INVALID_E},
-    {.id = OX_LYN_IND_MODEM_STATUS_E, .print = lyn_demo_print_modem_status},
-    {.id = OX_LYN_IND_REG_STATUS_E, .print = lyn_demo_print_reg_status_ind},
-    {.id = OX_LYN_IND_LTE_RSRP_E, .print = lyn_demo_print_lte_rsrp},
-    {.id = OX_LYN_IND_NR5G_RSRP_E, .print = lyn_demo_print_nr5g_rsrp},
-    {.id = OX_LYN_IND_LTE_RSRQ_E, .print = lyn_demo_print_lte_rsrq},
-    {.id = OX_LYN_IND_NR5G_RSRQ_E, .print = lyn_demo_print_nr5g_rsrq},
-    {.id = OX_LYN_IND_LTE_SINR_E, .print = lyn_demo_print_lte_sinr},
-    {.id = OX_LYN_IND_NR5G_SINR_E, .print = lyn_demo_print_nr5g_sinr},
+    {.id = OX_LYN_IND_INVALID_E, .name = "Invalid Indication"},
+    {.id = OX_LYN_IND_MODEM_STATUS_E, .name = "Modem Status", .print = lyn_demo_print_modem_status},
+    {.id = OX_LYN_IND_REG_STATUS_E, .name = "Registration Status", .print = lyn_demo_print_reg_status_ind},
+    {.id = OX_LYN_IND_LTE_RSRP_E,
+     .name = "LTE Serving Cell RSRP",
+     .print = lyn_demo_print_signal,
+     .signal = "LTE serving cell RSRP"},
+    {.id = OX_LYN_IND_NR5G_RSRP_E,
+     .name = "NR 5G Serving Cell RSRP",
+     .print = lyn_demo_print_signal,
+     .signal = "NR 5G serving cell RSRP"},
+    {.id = OX_LYN_IND_LTE_RSRQ_E,
+     .name = "LTE Serving Cell RSRQ",
+     .print = lyn_demo_print_signal,
+     .signal = "LTE serving cell RRSQ"},  // these letters are deliberate
+    {.id = OX_LYN_IND_NR5G_RSRQ_E,
+     .name = "NR 5G Serving Cell RSRQ",
+     .print = lyn_demo_print_signal,
+     .signal = "NR 5G serving cell RSRQ"},
+    {.id = OX_LYN_IND_LTE_SINR_E,
+     .name = "LTE Serving Cell SINR",
+     .print = lyn_demo_print_signal,
+     .signal = "LTE serving cell SINR"},
+    {.id = OX_LYN_IND_NR5G_SINR_E,
+     .name = "NR 5G Serving Cell SINR",
+     .print = lyn_demo_print_signal,
+     .signal = "NR 5G serving cell SINR"},
     {.id = OX_LYN_IND_MTPE_STATUS_E, .print = lyn_demo_print_mtpe_status, .payload = LYN_DEMO_PAYLOAD_KEPT},
     {.id = OX_LYN_IND_QOS_FLOW_E, .print = lyn_demo_print_qos_flow, .payload = LYN_DEMO_PAYLOAD_KEPT},
     {.id = OX_LYN_IND_PPS_CHANGE_E, .print = lyn_demo_print_pps_change, .payload = LYN_DEMO_PAYLOAD_KEPT},
@@ -130,6 +135,10 @@ static constexpr lyn_demo_ind_t LYN_DEMO_IND[] = {
 };
 
 static_assert(std::size(LYN_DEMO_IND) == OX_LYN_IND_COUNT && lyn_demo_in_order(LYN_DEMO_IND));
+
+const char *lyn_demo_ind_name(uint32_t ind) {
+  return lyn_demo_name_of(LYN_DEMO_IND, ind, "Unknown Indication");
+}
 
 static void lyn_demo_on_indication(const ox_lyn_dm_info_t &info) {
   if (info.value_type == OX_LYN_VALUE_NONE_E) {
@@ -144,7 +153,7 @@ static void lyn_demo_on_indication(const ox_lyn_dm_info_t &info) {
   }
   if (ind.payload != LYN_DEMO_NO_PAYLOAD && info.value.ptr == nullptr)
     return;
-  ind.print(info);
+  ind.print(info, ind.signal);
   if (ind.payload == LYN_DEMO_PAYLOAD_FREED)
     free(info.value.ptr);
 }
@@ -162,6 +171,12 @@ static void lyn_demo_print_serving(const ox_lyn_lte_nbr_info_t &info) {
     printf("LYN DEMO APP CALLBACK - LTE neighbor RRSQ[%d]\n", info.serving.rsrq);
 }
 
+static void lyn_demo_print_plmn(const char *radio, int number, const ox_lyn_plmn_t &plmn) {
+  printf("LYN DEMO APP CALLBACK - %s neighbor #%d : PLMN MCC[%u]\n", radio, number, plmn.mcc);
+  printf("LYN DEMO APP CALLBACK - %s neighbor #%d : PLMN MNC[%u]\n", radio, number, plmn.mnc);
+  printf("LYN DEMO APP CALLBACK - %s neighbor #%d : PLMN PCS[%u]\n", radio, number, plmn.includes_pcs_digit);
+}
+
 static void lyn_demo_print_lte_cell(int i, const ox_lyn_lte_nbr_t &cell) {
   printf("LYN DEMO APP CALLBACK - LTE neighbor #%d : Frequency[%u]\n", i, cell.earfcn);
   printf("LYN DEMO APP CALLBACK - LTE neighbor #%d : Cell ID[%u]\n", i, cell.pci);
@@ -170,11 +185,8 @@ static void lyn_demo_print_lte_cell(int i, const ox_lyn_lte_nbr_t &cell) {
   if (!cell.plmn_valid)
     return;
   // Numbered with the PLMN, not with the neighbour; deliberate, and unlike NR 5G.
-  for (int j = 0; j < lyn_demo_bounded(cell.plmn_count, std::size(cell.plmn)); ++j) {
-    printf("LYN DEMO APP CALLBACK - LTE neighbor #%d : PLMN MCC[%u]\n", j, cell.plmn[j].mcc);
-    printf("LYN DEMO APP CALLBACK - LTE neighbor #%d : PLMN MNC[%u]\n", j, cell.plmn[j].mnc);
-    printf("LYN DEMO APP CALLBACK - LTE neighbor #%d : PLMN PCS[%u]\n", j, cell.plmn[j].includes_pcs_digit);
-  }
+  for (int j = 0; j < lyn_demo_bounded(cell.plmn_count, std::size(cell.plmn)); ++j)
+    lyn_demo_print_plmn("LTE", j, cell.plmn[j]);
 }
 
 static void lyn_demo_on_lte_neighbours(const ox_lyn_dm_info_t &event) {
@@ -196,11 +208,8 @@ static void lyn_demo_print_nr5g_nbr(int i, const ox_lyn_nr5g_nbr_t &cell) {
   if (cell.rsrp_valid)
     printf("LYN DEMO APP CALLBACK - NR 5G neighbor #%d : RRSP[%d]\n", i, cell.rsrp);
   const int plmns = cell.plmn_valid ? lyn_demo_bounded(cell.plmn_count, std::size(cell.plmn)) : 0;
-  for (int j = 0; j < plmns; ++j) {
-    printf("LYN DEMO APP CALLBACK - NR 5G neighbor #%d : PLMN MCC[%u]\n", i, cell.plmn[j].mcc);
-    printf("LYN DEMO APP CALLBACK - NR 5G neighbor #%d : PLMN MNC[%u]\n", i, cell.plmn[j].mnc);
-    printf("LYN DEMO APP CALLBACK - NR 5G neighbor #%d : PLMN PCS[%u]\n", i, cell.plmn[j].includes_pcs_digit);
-  }
+  for (int j = 0; j < plmns; ++j)
+    lyn_demo_print_plmn("NR 5G", i, cell.plmn[j]);
   const int cgis = cell.cgi_valid ? lyn_demo_bounded(cell.cgi_count, std::size(cell.cgi)) : 0;
   for (int j = 0; j < cgis; ++j)
     printf("LYN DEMO APP CALLBACK - NR 5G neighbor #%d : CGI[%llu]\n", i, static_cast<unsigned long long>(cell.cgi[j]));
@@ -267,20 +276,25 @@ static void lyn_demo_on_batch(const ox_lyn_dm_info_t &event) {
   }
 }
 
-// One response: its printer, which also frees the block. Row n is response n.
+// One response: its display name and its printer, which also frees the block. Row n is response n.
 struct lyn_demo_async_t {
   uint32_t id;
+  const char *name = nullptr;                              // null: an event without one
   void (*print)(const ox_lyn_dm_info_t &event) = nullptr;  // null: not supported
 };
 
 static constexpr lyn_demo_async_t LYN_DEMO_ASYNC[] = {
-    {.id = OX_LYN_ASYNC_INVALID_E},
-    {.id = OX_LYN_ASYNC_LTE_NBR_INFO_E, .print = lyn_demo_on_lte_neighbours},
-    {.id = OX_LYN_ASYNC_NR5G_NBR_INFO_E, .print = lyn_demo_on_nr5g_neighbours},
+    {.id = OX_LYN_ASYNC_INVALID_E, .name = "Invalid Async Response"},
+    {.id = OX_LYN_ASYNC_LTE_NBR_INFO_E, .name = "LTE Neighbor Info", .print = lyn_demo_on_lte_neighbours},
+    {.id = OX_LYN_ASYNC_NR5G_NBR_INFO_E, .name = "NR 5G Neighbor Info", .print = lyn_demo_on_nr5g_neighbours},
     {.id = OX_LYN_ASYNC_LOC_SINGLE_SHOT_E, .print = lyn_demo_on_single_shot},
     {.id = OX_LYN_ASYNC_LOC_BATCH_E, .print = lyn_demo_on_batch},
 };
 static_assert(std::size(LYN_DEMO_ASYNC) == OX_LYN_ASYNC_COUNT && lyn_demo_in_order(LYN_DEMO_ASYNC));
+
+const char *lyn_demo_async_name(uint32_t async_resp) {
+  return lyn_demo_name_of(LYN_DEMO_ASYNC, async_resp, "Unknown Async Response");
+}
 
 // False: the response is unknown.
 static bool lyn_demo_on_async_response(const ox_lyn_dm_info_t &event) {

@@ -4,8 +4,9 @@
 
 #include "lyn_demo.h"
 
-static constexpr uint32_t LYN_DEMO_MAX_CLEAR = 18;        // identifiers on one line of option 6
-static constexpr uint32_t LYN_DEMO_MAX_IND_LIST = 65536;  // entries that option 5 will allocate
+static constexpr uint32_t LYN_DEMO_IND_NAMES = OX_LYN_IND_NR5G_SINR_E + 1;  // those behind have no display name
+static constexpr uint32_t LYN_DEMO_MAX_CLEAR = 18;                          // identifiers on one line of option 6
+static constexpr uint32_t LYN_DEMO_MAX_IND_LIST = 65536;                    // entries that option 5 will allocate
 
 int32_t lyn_demo_register(const int32_t *, uint32_t) {
   puts("LYN DEMO APP : Register application.");

@@ -154,24 +154,20 @@ static void lyn_demo_print_mcs_lengths(const ox_lyn_mcs_t *mcs, const char *name
          static_cast<int>(form == LYN_DEMO_SINGLE ? mcs->ul_len : mcs->dl_len), static_cast<int>(mcs->dl_len));
 }
 
-static void lyn_demo_print_lte_mcs(const ox_lyn_dm_info_t &info, const char *name, lyn_demo_form_e form) {
-  const ox_lyn_mcs_t *mcs = static_cast<const ox_lyn_mcs_t *>(info.value.ptr);
-  lyn_demo_print_mcs_lengths(mcs, name, form);
-  for (int i = 0; i < lyn_demo_bounded(mcs->dl_len, std::size(mcs->dl_mod)); ++i)
-    printf("LYN DEMO APP: Getting LTE MCS downlink modulation type ->[%d]\n", static_cast<int>(mcs->dl_mod[i]));
-  for (int i = 0; i < lyn_demo_bounded(mcs->ul_len, std::size(mcs->ul_mod)); ++i)
-    printf(form == LYN_DEMO_SINGLE ? "LYN DEMO APP: Getting LTE MCS uplink  modulation type ->[%d]\n"
-                                   : "LYN DEMO APP: Getting LTE MCS uplink modulation type ->[%d]\n",
-           static_cast<int>(mcs->ul_mod[i]));
+template <size_t N>
+static void lyn_demo_print_modulations(const char *radio, const char *link, uint32_t count, const uint32_t (&mods)[N]) {
+  for (int i = 0; i < lyn_demo_bounded(count, N); ++i)
+    printf("LYN DEMO APP: Getting %s MCS %s modulation type ->[%d]\n", radio, link, static_cast<int>(mods[i]));
 }
 
-static void lyn_demo_print_nr5g_mcs(const ox_lyn_dm_info_t &info, const char *name, lyn_demo_form_e form) {
+static void lyn_demo_print_mcs(const ox_lyn_dm_info_t &info, const char *name, lyn_demo_form_e form) {
   const ox_lyn_mcs_t *mcs = static_cast<const ox_lyn_mcs_t *>(info.value.ptr);
+  const bool lte = info.metric == OX_LYN_GET_LTE_MCS_E;
+  const char *radio = lte ? "LTE" : "NR5G";
   lyn_demo_print_mcs_lengths(mcs, name, form);
-  for (int i = 0; i < lyn_demo_bounded(mcs->dl_len, std::size(mcs->dl_mod)); ++i)
-    printf("LYN DEMO APP: Getting NR5G MCS downlink modulation type ->[%d]\n", static_cast<int>(mcs->dl_mod[i]));
-  for (int i = 0; i < lyn_demo_bounded(mcs->ul_len, std::size(mcs->ul_mod)); ++i)
-    printf("LYN DEMO APP: Getting NR5G MCS uplink modulation type ->[%d]\n", static_cast<int>(mcs->ul_mod[i]));
+  lyn_demo_print_modulations(radio, "downlink", mcs->dl_len, mcs->dl_mod);
+  // LTE's uplink alone has two blanks behind it.
+  lyn_demo_print_modulations(radio, lte && form == LYN_DEMO_SINGLE ? "uplink " : "uplink", mcs->ul_len, mcs->ul_mod);
 }
 
 // The primary cell is the value's low word; count secondary cells stand behind it.
@@ -196,20 +192,11 @@ static void lyn_demo_print_endc(const ox_lyn_dm_info_t &info, const char *, lyn_
   printf("LYN DEMO APP: Modem Metrics ENDC mode restrict_dcnr %d\n", endc->restrict_dcnr);
 }
 
-static void lyn_demo_print_lte_rrc(const ox_lyn_dm_info_t &info, const char *name, lyn_demo_form_e form) {
+static void lyn_demo_print_rrc(const ox_lyn_dm_info_t &info, const char *name, lyn_demo_form_e form) {
+  const char *radio = info.metric == OX_LYN_GET_LTE_RRC_STATE_E ? "LTE" : "NR5G";
   printf("LYN DEMO APP : Modem Metric ID [%s]\n", name);
-  if (form == LYN_DEMO_SINGLE)
-    printf("LYN DEMO APP : Modem Metrics LTE RRC state - %d\n", static_cast<int>(info.value.u32));
-  else
-    printf("LYN DEMO APP : Modem Metrics LTE RRC state - %lld\n", static_cast<long long>(info.value.i64));
-}
-
-static void lyn_demo_print_nr5g_rrc(const ox_lyn_dm_info_t &info, const char *name, lyn_demo_form_e form) {
-  printf("LYN DEMO APP : Modem Metric ID [%s]\n", name);
-  if (form == LYN_DEMO_SINGLE)
-    printf("LYN DEMO APP : Modem Metrics NR5G RRC state - %d\n", static_cast<int>(info.value.u32));
-  else
-    printf("LYN DEMO APP : Modem Metrics NR5G RRC state - %lld\n", static_cast<long long>(info.value.i64));
+  printf("LYN DEMO APP : Modem Metrics %s RRC state - %lld\n", radio,
+         form == LYN_DEMO_SINGLE ? static_cast<int>(info.value.u32) : static_cast<long long>(info.value.i64));
 }
 
 static void lyn_demo_print_scs(const ox_lyn_dm_info_t &info, const char *name, lyn_demo_form_e) {
@@ -368,15 +355,15 @@ static constexpr lyn_demo_metric_t LYN_DEMO_METRIC[] = {
      .name = "NR 5G Cell Lock List",
      .prepare = lyn_demo_give_buffer<&lyn_demo_get_blocks_t::nr5g_lock>,
      .print = lyn_demo_print_nr5g_lock},
-    {.id = OX_LYN_GET_LTE_MCS_E, .name = "Modem MCS LTE Info", .print = lyn_demo_print_lte_mcs, .allocated = true},
-    {.id = OX_LYN_GET_NR5G_MCS_E, .name = "Modem MCS NR 5G Info", .print = lyn_demo_print_nr5g_mcs, .allocated = true},
+    {.id = OX_LYN_GET_LTE_MCS_E, .name = "Modem MCS LTE Info", .print = lyn_demo_print_mcs, .allocated = true},
+    {.id = OX_LYN_GET_NR5G_MCS_E, .name = "Modem MCS NR 5G Info", .print = lyn_demo_print_mcs, .allocated = true},
     {.id = OX_LYN_GET_LTE_CA_STATS_E, .name = "Modem CA stats LTE INFO", .print = lyn_demo_print_ca_stats},
     {.id = OX_LYN_GET_LTE_ENDC_MODE_E,
      .name = "Modem ENDC LTE mode Info",
      .print = lyn_demo_print_endc,
      .allocated = true},
-    {.id = OX_LYN_GET_LTE_RRC_STATE_E, .name = "Modem RRC state LTE info", .print = lyn_demo_print_lte_rrc},
-    {.id = OX_LYN_GET_NR5G_RRC_STATE_E, .name = "Modem RRC state NR5G info", .print = lyn_demo_print_nr5g_rrc},
+    {.id = OX_LYN_GET_LTE_RRC_STATE_E, .name = "Modem RRC state LTE info", .print = lyn_demo_print_rrc},
+    {.id = OX_LYN_GET_NR5G_RRC_STATE_E, .name = "Modem RRC state NR5G info", .print = lyn_demo_print_rrc},
     {.id = OX_LYN_GET_NR5G_SCS_E, .name = "Modem Sub-carrier spacing NR5G info", .print = lyn_demo_print_scs},
     {.id = OX_LYN_GET_LTE_RF_BANDWIDTH_E, .name = "Modem RF bandwidth LTE info", .print = lyn_demo_print_rf_bandwidth},
     {.id = OX_LYN_GET_NR5G_RF_BANDWIDTH_E,

@@ -19,19 +19,26 @@ struct lyn_demo_set_blocks_t {
   ox_lyn_install_mode_t install;
 };
 
+// One value of the i-th entry of a list, counted from 0.
+static void lyn_demo_announce_entry(const char *what, int i) {
+  printf("Please Enter the %s value for list-%d\n", what, i + 1);
+}
+
+static int64_t lyn_demo_ask_entry(const char *what, int i) {
+  int64_t number = 0;
+  lyn_demo_announce_entry(what, i);
+  lyn_demo_read_number(&number);
+  return number;
+}
+
 static bool lyn_demo_ask_lte_lock(ox_lyn_lte_cell_lock_t *lock) {
   int64_t count = 0;
   if (!lyn_demo_ask_count("Please Enter the Cell identity length ", OX_LYN_LTE_LOCK_LEN, &count))
     return false;
   lock->count = static_cast<uint8_t>(count);
   for (int i = 0; i < lock->count; ++i) {
-    int64_t number = 0;
-    printf("Please Enter the pci value for list-%d\n", i + 1);
-    lyn_demo_read_number(&number);
-    lock->cells[i].pci = static_cast<uint16_t>(number);
-    printf("Please Enter the freq value for list-%d\n", i + 1);
-    lyn_demo_read_number(&number);
-    lock->cells[i].freq = static_cast<uint16_t>(number);
+    lock->cells[i].pci = static_cast<uint16_t>(lyn_demo_ask_entry("pci", i));
+    lock->cells[i].freq = static_cast<uint16_t>(lyn_demo_ask_entry("freq", i));
   }
   lock->enforce = static_cast<uint8_t>(lyn_demo_ask_number("Please Enter enforce value (Eg: 0 or 1)"));
   return true;
@@ -65,11 +72,8 @@ static bool lyn_demo_ask_arfcn_list(ox_lyn_nr5g_cell_lock_t *lock) {
     return false;
   lock->arfcn_list_len = static_cast<uint32_t>(count);
   for (int i = 0; i < count; ++i) {
-    int64_t number = 0;
-    printf("Please Enter the arfcn value for list-%d\n", i + 1);
-    lyn_demo_read_number(&number);
-    lock->arfcn_list[i].arfcn = static_cast<int32_t>(number);
-    printf("Please Enter the Sub carrier value for list-%d\n", i + 1);
+    lock->arfcn_list[i].arfcn = static_cast<int32_t>(lyn_demo_ask_entry("arfcn", i));
+    lyn_demo_announce_entry("Sub carrier", i);
     lock->arfcn_list[i].scs = static_cast<int32_t>(lyn_demo_ask_number(LYN_DEMO_SCS_MENU));
   }
   return true;
