@@ -1,5 +1,5 @@
 /*
- * Blocks of memory that change hands: made zeroed by one side, freed with free() by the other.
+ * Blocks of memory that change hands (of the module): made zeroed by one side, freed with free() by the other.
  *
  * A block has an owner until it is handed over, which `release` says at the very place. A slot keeps one spare block
  * between two uses, for blocks that their user never releases: it is used, zeroed, the next time instead of allocating,

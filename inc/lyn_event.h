@@ -1,5 +1,6 @@
 /*
- * Posting an event upward: the one funnel through which every asynchronous source reaches the user's callback.
+ * Posting an event upward (of the module): the one funnel through which every asynchronous source reaches the user's
+ * callback.
  */
 #ifndef LYN_EVENT_H
 #define LYN_EVENT_H

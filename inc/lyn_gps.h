@@ -1,5 +1,5 @@
 /*
- * Location client: single-shot positions and routine batching through the board's location service.
+ * Location client (of the module): single-shot positions and routine batching through the board's location service.
  *
  * Starts and stops are called under the module lock. Results come on the service's threads and are posted as events
  * LYN_EVENT_LOC_SINGLE_SHOT and LYN_EVENT_LOC_BATCH. Every start and stop needs the service's capabilities to have

@@ -1,6 +1,6 @@
 /*
- * What the files of the Device Manager API share: the module's state, its lock, the gate, and the checks that every
- * operation begins with. Only lyn_interface*.cpp include it.
+ * What the files of the Device Manager API share (of the module): the state, the lock, the gate, and the checks that
+ * every operation begins with. Only lyn_interface*.cpp include it.
  *
  * The module lock is held for the whole of each operation and by the command thread around each event. Posting needs
  * none of it: it goes through the queue's gate, which is open while the module is up.

@@ -1,5 +1,5 @@
 /*
- * Doubly linked list of untyped data with a sentinel head and a tail that the caller keeps.
+ * Doubly linked list (of the module) of untyped data, with a sentinel head and a tail that the caller keeps.
  *
  * The list owns neither the data nor, once it has handed them back, the nodes: a node that a delete operation returns
  * is freed by the caller. It takes no lock; the caller serialises access. In an empty list the tail is the sentinel.

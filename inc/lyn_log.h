@@ -1,5 +1,5 @@
 /*
- * Diagnostic logging of the module.
+ * Diagnostic logging (of the module).
  *
  * Every message goes to the board's diagnostic service: formatted here into a bounded buffer and emitted with a static
  * record of its call site. Formats are literals and taken apart when they are compiled. High level is for progress and

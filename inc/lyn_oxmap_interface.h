@@ -1,5 +1,5 @@
 /*
- * Mobile AP client: throughput estimation (MTPE), WWAN statistics and profiles, QoS flows.
+ * Mobile AP client (of the module): throughput estimation (MTPE), WWAN statistics and profiles, QoS flows.
  *
  * Operations are called under the module lock, MTPE start, teardown and configuration also from event delivery. The
  * indications that answer them come on the client's thread and are posted as events LYN_EVENT_MTPE_STATUS and

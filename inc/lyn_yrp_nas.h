@@ -1,5 +1,5 @@
 /*
- * NAS client: the module's link to the modem's network access service.
+ * NAS client (of the module): its link to the modem's network access service.
  *
  * Life cycle, subscriptions, queries and configuration requests are called under the module lock; each request blocks
  * for at most 50 s. Indications and service events come on the platform's threads, which decode, post events upward and

@@ -1,5 +1,5 @@
 /*
- * LYN Device Manager: the public API.
+ * LYN Device Manager: the public API (of the caller).
  *
  * The module gathers LTE and NR 5G radio metrics, locations and data-path figures from a cellular modem board,
  * configures radio features, and delivers indications and asynchronous results to one callback.
