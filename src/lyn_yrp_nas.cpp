@@ -65,18 +65,6 @@ static yrp_service_object_type lyn_nas_service_object() {
 
 typedef lyn_nas_exchange_t<yrp_nas_indication_register_req_t, yrp_nas_resp_t> lyn_nas_register_exchange_t;
 
-/** Ask for the indications that the client always wants. */
-static void lyn_nas_fill_registration(yrp_nas_indication_register_req_t &req) {
-  req.sys_info_valid = 1;
-  req.sys_info = 1;
-  req.reg_panel_pos_change_ind_valid = 1;
-  req.reg_panel_pos_change_ind = 1;
-  req.reg_install_meas_ind_valid = 1;
-  req.reg_install_meas_ind = 1;
-  req.reg_install_status_ind_valid = 1;
-  req.reg_install_status_ind = 1;
-}
-
 static void lyn_nas_log_install_registration(const yrp_nas_indication_register_req_t &req) {
   LYN_LOG_HIGH("YRP NAS client install meas indications %d\n", req.reg_install_meas_ind);
   LYN_LOG_HIGH("YRP NAS client install  status indications %d\n", req.reg_install_status_ind);

@@ -1,9 +1,9 @@
 /*
  * NAS client, indications: decodes what the modem sends unasked, logs it and posts it upward.
  *
- * One row per indication says what it is decoded into and what is done with it. The lists of a decoded record are cut
- * to their room before anything walks them. Of system information only the network status goes up, and only when it
- * changed; all other records go up whole. Runs on the library's thread.
+ * One row per indication says how it is asked for, what it is decoded into and what is done with it. The lists of a
+ * decoded record are cut to their room before anything walks them. Of system information only the network status goes
+ * up, and only when it changed; all other records go up whole. Runs on the library's thread.
  */
 #include "lyn_event.h"
 #include "lyn_yrp_nas_priv.h"
@@ -144,12 +144,19 @@ static void lyn_nas_process_scan(yrp_nas_incremental_scan_ind_t &scan) {
 
 /* The indications */
 
+/** How the registration asks for an indication; null: for an indication that is not always wanted. */
+typedef struct {
+  uint8_t yrp_nas_indication_register_req_t::*valid;
+  uint8_t yrp_nas_indication_register_req_t::*wanted;
+} lyn_nas_ind_flag_t;
+
 typedef struct {
   uint32_t msg_id;
   size_t size;                          // of the decoded record
   void (*log_failure)(int32_t status);  // of decoding
   void (*process)(void *record);
   bool posts_record;  // the record goes up whole
+  lyn_nas_ind_flag_t flag;
 } lyn_nas_ind_t;
 
 /** `text` takes the status of decoding. */
@@ -167,33 +174,51 @@ static constexpr lyn_nas_ind_t lyn_nas_inds[] = {
      .size = sizeof(yrp_nas_sys_info_ind_t),
      .log_failure = LYN_NAS_IND_FAILURE("System information change indication decoding failed with status[%d]"),
      .process = lyn_nas_process<yrp_nas_sys_info_ind_t, lyn_nas_process_sys_info>,
-     .posts_record = false},
+     .posts_record = false,
+     .flag = {&yrp_nas_indication_register_req_t::sys_info_valid, &yrp_nas_indication_register_req_t::sys_info}},
     {.msg_id = YRP_NAS_SIG_INFO_IND,
      .size = sizeof(yrp_nas_sig_info_ind_t),
      .log_failure = LYN_NAS_IND_FAILURE("Signal strength change indication decoding failed with status[%d]"),
      .process = lyn_nas_process<yrp_nas_sig_info_ind_t, lyn_nas_process_sig_info>,
-     .posts_record = true},
+     .posts_record = true,
+     .flag = {}},  // while one of its indications is subscribed
     {.msg_id = YRP_NAS_INCREMENTAL_NETWORK_SCAN,
      .size = sizeof(yrp_nas_incremental_scan_ind_t),
      .log_failure = LYN_NAS_IND_FAILURE("System information change indication decoding failed with status[%d]"),
      .process = lyn_nas_process<yrp_nas_incremental_scan_ind_t, lyn_nas_process_scan>,
-     .posts_record = true},
+     .posts_record = true,
+     .flag = {}},  // an answer
     {.msg_id = YRP_NAS_PPS_IND,
      .size = sizeof(yrp_nas_pps_ind_t),
      .log_failure = LYN_NAS_IND_FAILURE("Panel position change indication failed with status[%d]"),
      .process = lyn_nas_process<yrp_nas_pps_ind_t, lyn_nas_process_pps>,
-     .posts_record = true},
+     .posts_record = true,
+     .flag = {&yrp_nas_indication_register_req_t::reg_panel_pos_change_ind_valid,
+              &yrp_nas_indication_register_req_t::reg_panel_pos_change_ind}},
     {.msg_id = YRP_NAS_INSTALL_FREQ_IND,
      .size = sizeof(yrp_nas_install_freq_ind_t),
      .log_failure = LYN_NAS_IND_FAILURE("Panel position change indication failed with status[%d]"),
      .process = lyn_nas_process<yrp_nas_install_freq_ind_t, lyn_nas_process_install_freq>,
-     .posts_record = true},
+     .posts_record = true,
+     .flag = {&yrp_nas_indication_register_req_t::reg_install_meas_ind_valid,
+              &yrp_nas_indication_register_req_t::reg_install_meas_ind}},
     {.msg_id = YRP_NAS_INSTALL_STATUS_IND,
      .size = sizeof(yrp_nas_install_status_ind_t),
      .log_failure = LYN_NAS_IND_FAILURE("Panel position change indication failed with status[%d]"),
      .process = lyn_nas_process<yrp_nas_install_status_ind_t, lyn_nas_process_install_status>,
-     .posts_record = true},
+     .posts_record = true,
+     .flag = {&yrp_nas_indication_register_req_t::reg_install_status_ind_valid,
+              &yrp_nas_indication_register_req_t::reg_install_status_ind}},
 };
+
+void lyn_nas_fill_registration(yrp_nas_indication_register_req_t &req) {
+  for (const lyn_nas_ind_t &row : lyn_nas_inds) {
+    if (row.flag.valid != nullptr) {
+      req.*row.flag.valid = 1;
+      req.*row.flag.wanted = 1;
+    }
+  }
+}
 
 /** Per row: a record that stayed here, because it did not decode or is not posted, for the next indication. */
 static std::atomic<void *> lyn_nas_ind_spares[std::size(lyn_nas_inds)];

@@ -45,6 +45,11 @@ constexpr bool lyn_nas_has_nr5g(uint32_t status) {
   return status == OX_LYN_REG_LTE_NR5G_E || status == OX_LYN_REG_NR5G_E;
 }
 
+/* Indications: lyn_yrp_nas_ind.cpp */
+
+/** Ask for the indications that the client always wants. */
+void lyn_nas_fill_registration(yrp_nas_indication_register_req_t &req);
+
 /* The road to the modem */
 
 /** Log functions that the macros below make: each carries one text, its arguments checked by the compiler. */
