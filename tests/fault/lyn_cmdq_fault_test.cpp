@@ -420,6 +420,26 @@ TEST_F(lyn_cmdq_fault, the_thread_ends_when_it_cannot_unlock_and_releases_the_co
   free_bare();
 }
 
+TEST_F(lyn_cmdq_fault, the_thread_begins_the_first_command_before_it_releases_the_mutex) {
+  make_bare();
+  lyn_cmd first = {
+      .execute_f = [](lyn_cmd *,
+                      void *data) { std::atomic_ref(static_cast<lyn_cmdq_t *>(data)->running).store(false); },
+      .free_f = nullptr,
+      .data = &queue};
+  EXPECT_EQ(lyn_cmdq_enq(&queue, &first), 0);
+  EXPECT_EQ(lyn_cmdq_enq(&queue, &cmd), 0);
+  fault_unlock.watch(&queue.mutex);
+  after_unlock = [this] { EXPECT_EQ(lyn_cmdq_flush(&queue), 0); };
+  alarm(60);
+  EXPECT_EQ(lyn_cmdthrd_main(&queue), nullptr);
+  alarm(0);
+  EXPECT_EQ(executed, 0);
+  EXPECT_EQ(freed, 1);
+  EXPECT_EQ(queue.count, 0);
+  free_bare();
+}
+
 TEST_F(lyn_cmdq_fault, the_thread_ends_when_it_cannot_wait) {
   make_bare();
   fault_wait.arm(&queue.cond, EINVAL);
@@ -453,6 +473,24 @@ TEST_F(lyn_cmdq_fault, the_thread_goes_round_the_loop_after_a_wait) {
   EXPECT_EQ(fault_wait.calls, 2);
   EXPECT_EQ(fault_lock.calls, 3);
   fault_lock.disarm();
+  free_bare();
+}
+
+TEST_F(lyn_cmdq_fault, a_thread_that_has_ended_keeps_no_chunk) {
+  make_bare();
+  static lyn_cmdq_t *owner;
+  static lyn_cmd second = {.execute_f = [](lyn_cmd *, void *) { std::atomic_ref(owner->running).store(false); },
+                           .free_f = nullptr,
+                           .data = nullptr};
+  lyn_cmd first = {.execute_f = [](lyn_cmd *, void *) { EXPECT_EQ(lyn_cmdq_enq(owner, &second), 0); },
+                   .free_f = nullptr,
+                   .data = nullptr};
+  owner = &queue;
+  EXPECT_EQ(lyn_cmdq_enq(&queue, &first), 0);
+  EXPECT_EQ(lyn_cmdthrd_main(&queue), nullptr);
+  alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, 0);
+  EXPECT_EQ(lyn_cmdq_enq(&queue, &cmd), -1);
+  EXPECT_TRUE(alloc_fault_disarm());
   free_bare();
 }
 
