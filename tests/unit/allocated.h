@@ -1,5 +1,5 @@
 /*
- * How much memory the program holds, with and without the address sanitizer's own heap.
+ * How much memory the program holds, with and without a sanitizer's own heap.
  */
 #ifndef ALLOCATED_H
 #define ALLOCATED_H
@@ -17,14 +17,19 @@
 #ifndef ALLOCATED_ASAN
 #define ALLOCATED_ASAN 0
 #endif
-#if ALLOCATED_ASAN
+#if ALLOCATED_ASAN || defined(__SANITIZE_THREAD__)
+#define ALLOCATED_OWN_HEAP 1
+#else
+#define ALLOCATED_OWN_HEAP 0
+#endif
+#if ALLOCATED_OWN_HEAP
 // The compiler's header for it is not always installed. NOLINTNEXTLINE(bugprone-reserved-identifier)
 extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #endif
 
 /** Octets in blocks that were not freed, of all threads. */
 inline size_t allocated() {
-#if ALLOCATED_ASAN
+#if ALLOCATED_OWN_HEAP
   return __sanitizer_get_current_allocated_bytes();
 #else
   const struct mallinfo2 info = mallinfo2();
