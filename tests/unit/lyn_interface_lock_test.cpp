@@ -85,7 +85,7 @@ struct caller {
 
 /** What the callbacks wait for. */
 struct {
-  std::atomic<uint32_t> begun{0};
+  std::atomic<uint32_t> begun{0}, ended{0};
   std::atomic<bool> first_held{true};
   std::deque<caller> callers;
   uint32_t free_until = may_pass; /* callbacks that need not look at the callers; of the command thread */
@@ -115,6 +115,7 @@ void on_flood(ox_lyn_hndl_t, ox_lyn_dm_info_t *info, uint32_t) {
     wait_for([] { return !flood.first_held; });
   else if (number > flood.free_until && !flood.starved && !callers_returned())
     judge_callers();
+  flood.ended++;
 }
 
 struct lyn_interface_lock : testing::Test {
@@ -140,7 +141,7 @@ struct lyn_interface_lock : testing::Test {
 
   /** Let `calls` meet a flood, each on a thread of its own that comes while a callback runs. */
   static void meet(const std::vector<std::function<void()>> &calls, uint32_t comings = 1) {
-    flood.begun = 0;
+    flood.begun = flood.ended = 0;
     flood.first_held = true;
     flood.free_until = may_pass;
     flood.comings = comings;
@@ -153,7 +154,7 @@ struct lyn_interface_lock : testing::Test {
     for (caller &one : flood.callers)
       one.thread.join();
     EXPECT_FALSE(flood.starved);
-    wait_for([] { return flood.begun == flood_length || !lyn_is_initialised(); });
+    wait_for([] { return flood.ended == flood_length || !lyn_is_initialised(); });
     flood.callers.clear();
   }
 
