@@ -326,8 +326,12 @@ static lyn_cmdq_post_e lyn_door_wake(const lyn_cmdq_door_t &door, const lyn_cmdq
   return lyn_cmdq_unlocked(!failed) && signalled ? LYN_CMDQ_QUEUED : LYN_CMDQ_QUEUED_FAILED;
 }
 
-/** Queue a command. A failed unlock behind one that was not queued is left to the caller to log, in `seen`. */
-static lyn_cmdq_post_e lyn_door_put(const lyn_cmdq_door_t &door, lyn_cmd *cmd, const void *own, lyn_cmdq_seen_t *seen) {
+/**
+ * Queue a command. A failed unlock behind one that was not queued is left to the caller to log, in `seen`. Inlined, as
+ * every event comes through here.
+ */
+[[gnu::always_inline]] static inline lyn_cmdq_post_e lyn_door_put(const lyn_cmdq_door_t &door, lyn_cmd *cmd,
+                                                                  const void *own, lyn_cmdq_seen_t *seen) {
   if (!lyn_door_enter(door)) {
     return LYN_CMDQ_FAILED;
   }
