@@ -138,11 +138,8 @@ static void lyn_item_discard(lyn_cmdq_item_t *item) {
 /* Taking commands off, with the mutex held                                                                           */
 /* ------------------------------------------------------------------------------------------------------------------ */
 
-/** Begin the next item of the run. The thread does so without the mutex. */
+/** Begin the next item of the run, if it has one left. The thread does so without the mutex. */
 static lyn_cmdq_item_t *lyn_run_claim(lyn_cmdq_run_t *run) {
-  if (run->chunk == nullptr) {
-    return nullptr;
-  }
   const uint32_t index = std::atomic_ref(run->next).fetch_add(1, std::memory_order_relaxed);
   return index < run->end ? &run->chunk->items[index] : nullptr;
 }
@@ -459,30 +456,36 @@ static bool lyn_cmdthrd_wait(lyn_cmdq_t *cmdq) {
   return lyn_cmdq_unlock(cmdq) && waited;
 }
 
-/** With the mutex held behind a run that was taken: release it and run the first item. False: the thread ends. */
-static bool lyn_cmdthrd_begin_run(lyn_cmdq_t *cmdq) {
-  lyn_cmdq_item_t *item = lyn_run_claim(&cmdq->run);
+/** With the mutex held behind a run that was taken: claim its first item and release it. False: as above. */
+static bool lyn_cmdthrd_begin_run(lyn_cmdq_t *cmdq, lyn_cmdq_item_t **item) {
+  *item = lyn_run_claim(&cmdq->run);
   if (lyn_cmdq_unlock(cmdq)) {
-    return lyn_cmdthrd_run_claimed(cmdq, item);
+    return true;
   }
   lyn_cmdq_count_add(cmdq, -1);
-  lyn_item_discard(item);
+  lyn_item_discard(*item);
   return false;
 }
 
-/** Run the next command, or wait where there is none. False: the thread ends. */
-static bool lyn_cmdthrd_step(lyn_cmdq_t *cmdq) {
-  if (lyn_cmdq_item_t *item = lyn_run_claim(&cmdq->run)) {
-    return lyn_cmdthrd_run_claimed(cmdq, item);
-  }
+/** Behind a run: claim the first item of the next one, or wait where there is none. False: the thread ends. */
+static bool lyn_cmdthrd_next_run(lyn_cmdq_t *cmdq, lyn_cmdq_item_t **item) {
   if (!lyn_cmdq_lock(cmdq)) {
     return false;
   }
   lyn_cmdq_chunk_t *done = lyn_run_end(cmdq);
   lyn_cmdq_chunk_t *surplus = done != nullptr ? lyn_chunk_keep(done) : nullptr;  // not freed under the mutex
-  const bool goes_on = lyn_cmdthrd_take_run(cmdq) ? lyn_cmdthrd_begin_run(cmdq) : lyn_cmdthrd_wait(cmdq);
+  const bool goes_on = lyn_cmdthrd_take_run(cmdq) ? lyn_cmdthrd_begin_run(cmdq, item) : lyn_cmdthrd_wait(cmdq);
   lyn_chunk_free(surplus);
   return goes_on;
+}
+
+/** Run the next command, or wait where there is none. False: the thread ends. */
+static bool lyn_cmdthrd_step(lyn_cmdq_t *cmdq) {
+  lyn_cmdq_item_t *item = lyn_run_claim(&cmdq->run);
+  if (item == nullptr && !lyn_cmdthrd_next_run(cmdq, &item)) {
+    return false;
+  }
+  return item == nullptr || lyn_cmdthrd_run_claimed(cmdq, item);
 }
 
 /** The thread ends: what is left of its run is anybody's, and a run of which nothing is left is freed. */
