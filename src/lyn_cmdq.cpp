@@ -328,8 +328,12 @@ static lyn_cmdq_post_e lyn_door_wake(const lyn_cmdq_door_t &door, const lyn_cmdq
   return lyn_cmdq_unlocked(!failed) && signalled ? LYN_CMDQ_QUEUED : LYN_CMDQ_QUEUED_FAILED;
 }
 
-/** Queue a command. A failed unlock behind one that was not queued is left to the caller to log, in `seen`. */
-static lyn_cmdq_post_e lyn_door_put(const lyn_cmdq_door_t &door, lyn_cmd *cmd, const void *own, lyn_cmdq_seen_t *seen) {
+/**
+ * Queue a command. A failed unlock behind one that was not queued is left to the caller to log, in `seen`. Inlined, as
+ * every event comes through here.
+ */
+[[gnu::always_inline]] static inline lyn_cmdq_post_e lyn_door_put(const lyn_cmdq_door_t &door, lyn_cmd *cmd,
+                                                                  const void *own, lyn_cmdq_seen_t *seen) {
   if (!lyn_door_enter(door)) {
     return LYN_CMDQ_FAILED;
   }
@@ -457,30 +461,36 @@ static bool lyn_cmdthrd_wait(lyn_cmdq_t *cmdq) {
   return lyn_cmdq_unlock(cmdq) && waited;
 }
 
-/** With the mutex held behind a run that was taken: release it and run the first item. False: the thread ends. */
-static bool lyn_cmdthrd_begin_run(lyn_cmdq_t *cmdq) {
-  lyn_cmdq_item_t *item = lyn_run_claim(&cmdq->run);
+/** With the mutex held behind a run that was taken: claim its first item and release it. False: as above. */
+static bool lyn_cmdthrd_begin_run(lyn_cmdq_t *cmdq, lyn_cmdq_item_t **item) {
+  *item = lyn_run_claim(&cmdq->run);
   if (lyn_cmdq_unlock(cmdq)) {
-    return lyn_cmdthrd_run_claimed(cmdq, item);
+    return true;
   }
   lyn_cmdq_count_add(cmdq, -1);
-  lyn_item_discard(item);
+  lyn_item_discard(*item);
   return false;
 }
 
-/** Run the next command, or wait where there is none. False: the thread ends. */
-static bool lyn_cmdthrd_step(lyn_cmdq_t *cmdq) {
-  if (lyn_cmdq_item_t *item = lyn_run_claim(&cmdq->run)) {
-    return lyn_cmdthrd_run_claimed(cmdq, item);
-  }
+/** Behind a run: claim the first item of the next one, or wait where there is none. False: the thread ends. */
+static bool lyn_cmdthrd_next_run(lyn_cmdq_t *cmdq, lyn_cmdq_item_t **item) {
   if (!lyn_cmdq_lock(cmdq)) {
     return false;
   }
   lyn_cmdq_chunk_t *done = lyn_run_end(cmdq);
   lyn_cmdq_chunk_t *surplus = done != nullptr ? lyn_chunk_keep(done) : nullptr;  // not freed under the mutex
-  const bool goes_on = lyn_cmdthrd_take_run(cmdq) ? lyn_cmdthrd_begin_run(cmdq) : lyn_cmdthrd_wait(cmdq);
+  const bool goes_on = lyn_cmdthrd_take_run(cmdq) ? lyn_cmdthrd_begin_run(cmdq, item) : lyn_cmdthrd_wait(cmdq);
   lyn_chunk_free(surplus);
   return goes_on;
+}
+
+/** Run the next command, or wait where there is none. False: the thread ends. */
+static bool lyn_cmdthrd_step(lyn_cmdq_t *cmdq) {
+  lyn_cmdq_item_t *item = lyn_run_claim(&cmdq->run);
+  if (item == nullptr && !lyn_cmdthrd_next_run(cmdq, &item)) {
+    return false;
+  }
+  return item == nullptr || lyn_cmdthrd_run_claimed(cmdq, item);
 }
 
 /** The thread ends: its run, whatever is left of it, is given back by who empties the queue. */
