@@ -829,12 +829,13 @@ constexpr key_row<sim_ev_raw> raw_keys[] = {
     {.name = "bytes", .read = bytes, .required = true},
 };
 
-/** What changes part of the radio: the same rows as the scenario's own table. */
+/**
+ * What changes part of the radio: the same rows as the scenario's own table. An event that is wrong is one all the
+ * same: what is wrong with it is to be said.
+ */
 template <auto member, const auto &keys, bool sim_ev_change::*effect>
 change<sim_timeline_entry> patch(reader &in, const std::string &path, const toml::node &node) {
   change<sim_radio> apply = record<member, keys>(in, path, node);
-  if (!apply)
-    return {};
   return [apply = std::move(apply)](sim_timeline_entry &entry) {
     if (entry.events.empty())
       entry.events.push_back(sim_ev_change());
@@ -845,7 +846,8 @@ change<sim_timeline_entry> patch(reader &in, const std::string &path, const toml
     all.apply = [before = std::move(before), apply](sim_radio &radio) {
       if (before)
         before(radio);
-      apply(radio);
+      if (apply)
+        apply(radio);
     };
   };
 }
@@ -858,9 +860,8 @@ template <typename event, const auto &keys>
 change<sim_timeline_entry> event_table(reader &in, const std::string &path, const toml::node &node) {
   event made;
   const change<event> fill = read_table<event>(in, path, node, keys);
-  if (!fill)
-    return {};
-  fill(made);
+  if (fill)
+    fill(made);
   return add_event(made);
 }
 
