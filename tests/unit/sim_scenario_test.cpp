@@ -168,6 +168,7 @@ TEST(sim_scenario_test, every_key_is_stored_where_it_belongs) {
   EXPECT_EQ(nr5g.neighbour[0].pci, 9);
   EXPECT_EQ(nr5g.neighbour[0].rsrp, -70);
   EXPECT_EQ(nr5g.neighbour[0].cgi.size(), 3U);
+  EXPECT_EQ(nr5g.neighbour[0].plmn[0].mcc, 310);
   EXPECT_EQ(nr5g.neighbour[0].plmn[0].mnc, 2);
   EXPECT_EQ(read->radio.endc.available, 0);
   EXPECT_EQ(read->radio.endc.restrict_dcnr, 255);
@@ -252,7 +253,7 @@ TEST(sim_scenario_test, an_entry_of_the_timeline_becomes_events_in_their_order) 
   EXPECT_EQ(entry.when.after, "nas.108");
   EXPECT_EQ(entry.when.skip, 3);
   EXPECT_EQ(entry.repeat, 1000);
-  EXPECT_EQ(entry.every_ms, 0);
+  EXPECT_EQ(entry.every_ms, 0.5);
   ASSERT_EQ(entry.events.size(), 7U);
   const sim_ev_change &change = std::get<sim_ev_change>(entry.events[0]);
   EXPECT_TRUE(change.sys_info);
