@@ -168,6 +168,7 @@ TEST(sim_scenario_test, every_key_is_stored_where_it_belongs) {
   EXPECT_EQ(nr5g.neighbour[0].pci, 9);
   EXPECT_EQ(nr5g.neighbour[0].rsrp, -70);
   EXPECT_EQ(nr5g.neighbour[0].cgi.size(), 3U);
+  EXPECT_EQ(nr5g.neighbour[0].plmn[0].mcc, 310);
   EXPECT_EQ(nr5g.neighbour[0].plmn[0].mnc, 2);
   EXPECT_EQ(read->radio.endc.available, 0);
   EXPECT_EQ(read->radio.endc.restrict_dcnr, 255);
@@ -252,7 +253,7 @@ TEST(sim_scenario_test, an_entry_of_the_timeline_becomes_events_in_their_order) 
   EXPECT_EQ(entry.when.after, "nas.108");
   EXPECT_EQ(entry.when.skip, 3);
   EXPECT_EQ(entry.repeat, 1000);
-  EXPECT_EQ(entry.every_ms, 0);
+  EXPECT_EQ(entry.every_ms, 0.5);
   ASSERT_EQ(entry.events.size(), 7U);
   const sim_ev_change &change = std::get<sim_ev_change>(entry.events[0]);
   EXPECT_TRUE(change.sys_info);
@@ -423,6 +424,10 @@ constexpr wrong errors[] = {
     {"short_array", "[lte]\nplmn = [0, 1]\n", "board.toml:2:8: lte.plmn: 2 entries, 3 are needed"},
     {"long_array", "[nr5g]\ntac = [0, 1, 2, 3]\n", "board.toml:2:7: nr5g.tac: 4 entries, at most 3 are allowed"},
     {"no_event", "[[at]]\nms = 5\n", "board.toml:1:1: at[0]: an entry without an event"},
+    {"number_for_the_table_of_an_event", "[[at]]\npanel = 5\n",
+     "board.toml:2:9: at[0].panel: an integer, where a table with the keys index, changed, mode is allowed"},
+    {"number_for_the_keys_of_a_change", "[[at]]\nendc = 5\n",
+     "board.toml:2:8: at[0].endc: an integer, where a table with the keys available, restrict_dcnr is allowed"},
     {"raw_without_id", "[[at]]\nraw = { lib = \"nas\", bytes = \"\" }\n",
      "board.toml:2:7: at[0].raw: the key id is missing"},
     {"raw_of_another_library", "[[at]]\nraw = { lib = \"yrp\", id = 1, bytes = \"\" }\n",
