@@ -39,29 +39,32 @@ using bench_clock = std::chrono::steady_clock;
 }
 
 inline void bench_require(bool holds, const char *what) {
-  if (!holds)
+  if (!holds) {
     bench_fail(what);
+  }
 }
 
 inline bench_options bench_begin(int argc, char **argv) {
   bench_options options;
   for (int i = 1; i < argc; i++) {
     const std::string arg = argv[i];
-    if (arg == "--smoke")
+    if (arg == "--smoke") {
       options.smoke = true;
-    else if (arg.starts_with("--rounds="))
+    } else if (arg.starts_with("--rounds=")) {
       options.rounds = strtoul(argv[i] + strlen("--rounds="), nullptr, 10);
-    else if (arg.starts_with("--events="))
+    } else if (arg.starts_with("--events=")) {
       options.events = strtoul(argv[i] + strlen("--events="), nullptr, 10);
-    else if (arg.starts_with("--json="))
+    } else if (arg.starts_with("--json=")) {
       options.json = argv[i] + strlen("--json=");
-    else if (arg.starts_with("--only="))
+    } else if (arg.starts_with("--only=")) {
       options.only = argv[i] + strlen("--only=");
-    else
+    } else {
       bench_fail(("unknown option " + arg).c_str());
+    }
   }
-  if (options.smoke || options.rounds == 0)
+  if (options.smoke || options.rounds == 0) {
     options.rounds = 1;
+  }
   setvbuf(stdout, nullptr, _IOLBF, 0);
   return options;
 }
@@ -100,16 +103,18 @@ struct bench_beside {
 inline std::string bench_medians(const bench_beside &beside, const char *between) {
   char text[64];
   int length = snprintf(text, sizeof text, "%.6g", bench_median(beside.ours));
-  if (!beside.theirs.empty())
+  if (!beside.theirs.empty()) {
     length += snprintf(text + length, sizeof text - static_cast<size_t>(length), "%s%.6g", between,
                        bench_median(beside.theirs));
+  }
   return {text, static_cast<size_t>(length)};
 }
 
 inline std::string bench_join(std::initializer_list<std::string_view> parts) {
   std::string text;
-  for (const std::string_view part : parts)
+  for (const std::string_view part : parts) {
     text.append(part);
+  }
   return text;
 }
 
@@ -117,11 +122,13 @@ inline std::string bench_join(std::initializer_list<std::string_view> parts) {
 inline void bench_report(const bench_options &options, const std::string &name, const std::vector<double> &ours,
                          const std::vector<double> &theirs, const char *unit, const bench_beside &beside = {}) {
   std::vector<double> ratios;
-  for (size_t i = 0; i < ours.size(); i++)
+  for (size_t i = 0; i < ours.size(); i++) {
     ratios.push_back(ours[i] / theirs[i]);
+  }
   double at[5];
-  for (int i = 0; i < 5; i++)
+  for (int i = 0; i < 5; i++) {
     at[i] = bench_quantile(ratios, i / 4.0);
+  }
   const double mine = bench_median(ours), other = bench_median(theirs);
   std::string seen, seen_json;
   if (beside.name != nullptr) {
@@ -130,8 +137,9 @@ inline void bench_report(const bench_options &options, const std::string &name, 
   }
   printf("%s %.3f (%.6g %.6g %s) [%.3f, %.3f..%.3f, %.3f]%s\n", name.c_str(), at[2], mine, other, unit, at[0], at[1],
          at[3], at[4], seen.c_str());
-  if (options.json == nullptr)
+  if (options.json == nullptr) {
     return;
+  }
   FILE *file = fopen(options.json, "a");
   bench_require(file != nullptr, "the file of --json cannot be written");
   fprintf(file,

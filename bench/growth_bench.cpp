@@ -26,8 +26,9 @@ struct {
 void on_event(ox_lyn_hndl_t, ox_lyn_dm_info_t *info, uint32_t) {
   if (info->metric == OX_LYN_IND_LTE_RSRP_E) {
     const int64_t expected = sink.last <= -70 - rsrp_values + 1 ? -70 : sink.last - 1;
-    if (sink.rsrp > 0 && info->value.i64 != expected)
+    if (sink.rsrp > 0 && info->value.i64 != expected) {
       sink.gaps++;
+    }
     sink.last = info->value.i64;
     sink.rsrp++;
   }
@@ -73,12 +74,14 @@ double replay(const std::string &folder, size_t rows) {
   sink.all = 0;
   ox_lyn_hndl_t hndl = 0;
   bench_require(ox_lyn_init(&hndl, 0, on_event) == OX_LYN_SUCCESS, "the module does not come up");
-  for (uint32_t indication = OX_LYN_IND_LTE_RSRP_E; indication < OX_LYN_IND_NR5G_SINR_E; indication++)
+  for (uint32_t indication = OX_LYN_IND_LTE_RSRP_E; indication < OX_LYN_IND_NR5G_SINR_E; indication++) {
     subscribe(hndl, indication);
+  }
   const double seconds = bench_seconds([hndl, rows] {
     subscribe(hndl, OX_LYN_IND_NR5G_SINR_E);
-    for (int idle = 0; sink.rsrp < rows && idle < 60000; idle++)
+    for (int idle = 0; sink.rsrp < rows && idle < 60000; idle++) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
   });
   bench_require(sink.rsrp == rows && sink.gaps == 0, "rows were lost, doubled or reordered");
   bench_require(ox_lyn_deinit(hndl) == OX_LYN_SUCCESS, "the module does not go down");

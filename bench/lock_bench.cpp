@@ -37,8 +37,9 @@ void post_event() {
 
 void on_event(ox_lyn_hndl_t, ox_lyn_dm_info_t *info, uint32_t) {
   free(info);
-  if (!goes_on)
+  if (!goes_on) {
     return;
+  }
   for (const auto until = bench_clock::now() + callback_lasts; bench_clock::now() < until;) {
   }
   post_event();
@@ -81,12 +82,15 @@ waits flood(ox_lyn_hndl_t hndl, uint32_t callers, uint32_t calls) {
   std::vector<waits> each(callers);
   std::vector<std::thread> threads;
   goes_on = true;
-  for (int i = 0; i < events_queued; i++)
+  for (int i = 0; i < events_queued; i++) {
     post_event();
-  for (uint32_t i = 0; i < callers; i++)
+  }
+  for (uint32_t i = 0; i < callers; i++) {
     threads.emplace_back([&each, hndl, i, share = calls / callers] { each[i] = call(hndl, share, i + 1); });
-  for (std::thread &thread : threads)
+  }
+  for (std::thread &thread : threads) {
     thread.join();
+  }
   goes_on = false;
   waits all;
   for (const waits &one : each) {

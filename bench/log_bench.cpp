@@ -101,8 +101,9 @@ void check_texts() {
 }
 
 void write_texts(int side, size_t count) {
-  for (size_t i = 0; i < count; i++)
+  for (size_t i = 0; i < count; i++) {
     texts[i % std::size(texts)].write[side]();
+  }
 }
 
 void run(const bench_options &options) {
@@ -115,8 +116,9 @@ void run(const bench_options &options) {
       ns[side].push_back(seconds * 1e9 / static_cast<double>(count));
     }
   }
-  for (int side = side_vsnprintf; side < sides_built; side++)
+  for (int side = side_vsnprintf; side < sides_built; side++) {
     bench_report(options, std::string("log.format.") + side_names[side], ns[side_module], ns[side], "ns/text");
+  }
 }
 
 }  // namespace
@@ -125,10 +127,12 @@ int main(int argc, char **argv) {
   const bench_options options = bench_begin(argc, argv);
   check_texts();
   for (int side = 0; side < sides_built && options.only != nullptr; side++) {
-    if (std::string("format.") + side_names[side] == options.only)
+    if (std::string("format.") + side_names[side] == options.only) {
       write_texts(side, options.events);
+    }
   }
-  if (bench_wants(options, "format"))
+  if (bench_wants(options, "format")) {
     run(options);
+  }
   return 0;
 }

@@ -58,8 +58,9 @@ struct peer_deque {
       was_empty = events.empty();
       events.push_back({id, data});
     }
-    if (was_empty)
+    if (was_empty) {
       filled.notify_one();
+    }
   }
   pipeline_event take() {
     std::unique_lock guard(mutex);
@@ -69,8 +70,9 @@ struct peer_deque {
     return event;
   }
   void run() {
-    for (pipeline_event event = take(); event.msg_data != nullptr; event = take())
+    for (pipeline_event event = take(); event.msg_data != nullptr; event = take()) {
       pipeline_consume(event);
+    }
   }
   void stop() {
     post(0, nullptr);
@@ -94,8 +96,9 @@ struct peer_gasync {
     for (bool goes_on = true; goes_on;) {
       auto *event = static_cast<pipeline_event *>(g_async_queue_pop(queue));
       goes_on = event->msg_data != nullptr;
-      if (goes_on)
+      if (goes_on) {
         pipeline_consume(*event);
+      }
       free(event);
     }
   }
@@ -155,10 +158,11 @@ struct peer_uv {
       batch.swap(events);
     }
     for (const pipeline_event &event : batch) {
-      if (event.msg_data != nullptr)
+      if (event.msg_data != nullptr) {
         pipeline_consume(event);
-      else
+      } else {
         uv_close(reinterpret_cast<uv_handle_t *>(&wake), nullptr);
+      }
     }
   }
   void stop() {
@@ -178,8 +182,9 @@ struct peer_moody {
   void post(uint32_t id, void *data) { queue.enqueue({id, data}); }
   void run() {
     pipeline_event event;
-    for (queue.wait_dequeue(event); event.msg_data != nullptr; queue.wait_dequeue(event))
+    for (queue.wait_dequeue(event); event.msg_data != nullptr; queue.wait_dequeue(event)) {
       pipeline_consume(event);
+    }
   }
   void stop() {
     post(0, nullptr);

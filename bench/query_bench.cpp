@@ -55,8 +55,9 @@ void bare_signal() {
 
 void bare_cqi() {
   bare_gate();
-  for (const uint32_t radio : {YRP_NAS_CQI_RADIO_LTE, YRP_NAS_CQI_RADIO_NR5G})
+  for (const uint32_t radio : {YRP_NAS_CQI_RADIO_LTE, YRP_NAS_CQI_RADIO_NR5G}) {
     bare_send<yrp_nas_cqi_info_req_t, yrp_nas_cqi_info_resp_t>(YRP_NAS_GET_CQI_INFO, {1, radio});
+  }
 }
 
 void bare_locks() {
@@ -108,8 +109,9 @@ void bring_up() {
 template <typename Call>
 double us_of(size_t calls, Call &&call) {
   return bench_seconds([&] {
-           for (size_t i = 0; i < calls; i++)
+           for (size_t i = 0; i < calls; i++) {
              call();
+           }
          }) *
          1e6 / static_cast<double>(calls);
 }
@@ -122,11 +124,13 @@ void run_metric(const bench_options &options, const metric_row &row) {
   for (size_t round = 0; round < options.rounds * 2; round++) {
     const auto module_side = [&] { ours.push_back(us_of(calls, [&row] { module_get(row.metric); })); };
     const auto bare_side = [&] { theirs.push_back(us_of(calls, row.bare)); };
-    if (round % 2 == 0)
+    if (round % 2 == 0) {
       module_side();
+    }
     bare_side();
-    if (round % 2 != 0)
+    if (round % 2 != 0) {
       module_side();
+    }
   }
   bench_report(options, std::string("query.") + row.name, ours, theirs, "us/query");
 }
@@ -145,11 +149,13 @@ void run_list(const bench_options &options) {
   const size_t entries = options.smoke ? 50 : 10000;
   std::vector<double> fifty, ones;
   for (size_t round = 0; round < options.rounds * 2; round++) {
-    if (round % 2 == 0)
+    if (round % 2 == 0) {
       fifty.push_back(list_us(50, entries));
+    }
     ones.push_back(50 * list_us(1, entries));
-    if (round % 2 != 0)
+    if (round % 2 != 0) {
       fifty.push_back(list_us(50, entries));
+    }
   }
   bench_report(options, "list.growth", fifty, ones, "us/50 entries");
 }
@@ -193,11 +199,13 @@ std::string dbus_start(pid_t *daemon) {
   setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
   if (sd_bus_open_user(&bus) < 0 ||
       sd_bus_add_object_vtable(bus, nullptr, dbus_path, dbus_name, dbus_table, nullptr) < 0 ||
-      sd_bus_request_name(bus, dbus_name, 0) < 0)
+      sd_bus_request_name(bus, dbus_name, 0) < 0) {
     _exit(1);
+  }
   for (;;) {
-    if (sd_bus_process(bus, nullptr) == 0)
+    if (sd_bus_process(bus, nullptr) == 0) {
       sd_bus_wait(bus, UINT64_MAX);
+    }
   }
 }
 
@@ -215,8 +223,9 @@ sd_bus *dbus_connect(const std::string &address) {
   setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
   bench_require(sd_bus_open_user(&bus) >= 0, "no connection to the bus");
   int64_t value = 0;
-  for (int i = 0; i < 500 && !dbus_get(bus, &value); i++)  // until the service is there
+  for (int i = 0; i < 500 && !dbus_get(bus, &value); i++) {  // until the service is there
     usleep(10000);
+  }
   bench_require(value == -95, "the service does not answer");
   return bus;
 }
@@ -241,14 +250,16 @@ dbus_peer dbus_bring_up() {
     return peer;
   }
   peer.service = fork();
-  if (peer.service == 0)
+  if (peer.service == 0) {
     dbus_serve(peer.address);
+  }
   return peer;
 }
 
 void run_dbus(const bench_options &options, const dbus_peer &peer) {
-  if (peer.address.empty())
+  if (peer.address.empty()) {
     return;
+  }
   const size_t calls = options.smoke ? 10 : 2000;
   sd_bus *bus = dbus_connect(peer.address);
   std::vector<double> ours, theirs;
@@ -275,10 +286,12 @@ void run_side(const bench_options &options) {
   for (const metric_row &row : metrics) {
     const bool module_side = std::string(row.name) + ".module" == options.only;
     const bool bare_side = std::string(row.name) + ".bare" == options.only;
-    for (size_t i = 0; i < options.events && module_side; i++)
+    for (size_t i = 0; i < options.events && module_side; i++) {
       module_get(row.metric);
-    for (size_t i = 0; i < options.events && bare_side; i++)
+    }
+    for (size_t i = 0; i < options.events && bare_side; i++) {
       row.bare();
+    }
   }
 }
 
@@ -287,19 +300,24 @@ void run_side(const bench_options &options) {
 int main(int argc, char **argv) {
   const bench_options options = bench_begin(argc, argv);
   dbus_peer peer;
-  if (bench_wants(options, "dbus"))
+  if (bench_wants(options, "dbus")) {
     peer = dbus_bring_up();
-  bring_up();
-  if (options.only != nullptr)
-    run_side(options);
-  for (const metric_row &row : metrics) {
-    if (bench_wants(options, "metrics"))
-      run_metric(options, row);
   }
-  if (bench_wants(options, "list"))
+  bring_up();
+  if (options.only != nullptr) {
+    run_side(options);
+  }
+  for (const metric_row &row : metrics) {
+    if (bench_wants(options, "metrics")) {
+      run_metric(options, row);
+    }
+  }
+  if (bench_wants(options, "list")) {
     run_list(options);
-  if (bench_wants(options, "dbus"))
+  }
+  if (bench_wants(options, "dbus")) {
     run_dbus(options, peer);
+  }
   bench_require(yrp_client_release(bare_client) == YRP_NO_ERR, "the bare client is not released");
   bench_require(ox_lyn_deinit(module_handle) == OX_LYN_SUCCESS, "the module does not go down");
   return 0;

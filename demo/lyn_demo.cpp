@@ -58,8 +58,9 @@ struct lyn_demo_line_t {
 // exit runs here at any moment of the main thread, also inside printf: nothing else may be done, and no object of the
 // process may have a destructor that runs at exit.
 void lyn_demo_sigterm_handler(int signal_number) {
-  if (signal_number == SIGTERM)
+  if (signal_number == SIGTERM) {
     exit(0);
+  }
   printf("Received unexpected signal %d\n", signal_number);
 }
 
@@ -72,10 +73,12 @@ static bool lyn_demo_parse_value(const char *token, int32_t *value) {
 }
 
 int32_t lyn_demo_parse_options(char *line, int32_t *options, uint32_t *count) {
-  if (line == nullptr || options == nullptr || count == nullptr)
+  if (line == nullptr || options == nullptr || count == nullptr) {
     return 1;
-  if (line[0] == '#')
+  }
+  if (line[0] == '#') {
     return 0;
+  }
   *count = 0;
   char *rest = nullptr;
   for (char *token = strtok_r(line, " ", &rest); token != nullptr; token = strtok_r(nullptr, " ", &rest)) {
@@ -89,8 +92,9 @@ int32_t lyn_demo_parse_options(char *line, int32_t *options, uint32_t *count) {
 }
 
 int32_t lyn_demo_process_options(const int32_t *options, uint32_t count) {
-  if (options == nullptr || count == 0)
+  if (options == nullptr || count == 0) {
     return 1;
+  }
   const int32_t option = options[0];
   if (option < 1 || option > static_cast<int32_t>(lyn_demo_options.size())) {
     printf("LYN DEMO APP : Option ID[%d] NOT SUPPORTED.\n", option);
@@ -103,8 +107,9 @@ int32_t lyn_demo_process_options(const int32_t *options, uint32_t count) {
 // that begins with a zero byte) has nothing to lose.
 static void lyn_demo_cut_last(char *line) {
   const size_t length = strlen(line);
-  if (length > 0)
+  if (length > 0) {
     line[length - 1] = '\0';
+  }
 }
 
 // This line and the next are deliberately not ended: what is printed behind them runs on.
@@ -122,8 +127,9 @@ static lyn_demo_block_t<char> lyn_demo_next_line(FILE *file) {
   fflush(stdout);
   const ssize_t length = getline(&buffer, &size, file);
   lyn_demo_block_t<char> line(buffer);
-  if (length == -1)
+  if (length == -1) {
     line.reset();
+  }
   return line;
 }
 
@@ -147,10 +153,12 @@ static bool lyn_demo_run_line(char *text) {
 static void lyn_demo_auto_loop(FILE *file) {
   for (;;) {
     const lyn_demo_block_t<char> line = lyn_demo_next_line(file);
-    if (line == nullptr)
+    if (line == nullptr) {
       break;
-    if (!lyn_demo_run_line(line.get()))
+    }
+    if (!lyn_demo_run_line(line.get())) {
       return;
+    }
   }
   fclose(file);
   puts("LYN DEMO APP : Auto test configuration file successfully processed.");
@@ -158,8 +166,9 @@ static void lyn_demo_auto_loop(FILE *file) {
 
 static void lyn_demo_print_menu() {
   puts("\n\nPlease select an option to test from the items listed below.\n");
-  for (const lyn_demo_option_t &option : lyn_demo_options)
+  for (const lyn_demo_option_t &option : lyn_demo_options) {
     printf("%-*s\n", LYN_DEMO_MENU_WIDTH, option.menu);
+  }
   printf("Option > ");
 }
 
@@ -168,14 +177,16 @@ static void lyn_demo_interact() {
   lyn_demo_line_t line = {};
   char text[LYN_DEMO_LINE_LEN];
   lyn_demo_print_menu();
-  if (lyn_demo_read_line(text, sizeof text) != LYN_DEMO_READ_LINE)
+  if (lyn_demo_read_line(text, sizeof text) != LYN_DEMO_READ_LINE) {
     return;
+  }
   lyn_demo_cut_last(text);
   // Unlike in a script, a comment or an empty line is reported here; deliberate.
-  if (lyn_demo_parse_options(text, line.options, &line.count) != 0 || line.count == 0)
+  if (lyn_demo_parse_options(text, line.options, &line.count) != 0 || line.count == 0) {
     lyn_demo_report_bad_line();
-  else if (lyn_demo_process_options(line.options, line.count) != 0)
+  } else if (lyn_demo_process_options(line.options, line.count) != 0) {
     lyn_demo_report_failure();
+  }
 }
 
 int lyn_demo_main() {
@@ -183,9 +194,11 @@ int lyn_demo_main() {
   signal(SIGTERM, lyn_demo_sigterm_handler);
   puts("\n\n################### Device Manager Client Application #########################\n");
   struct stat status = {};
-  if (stat(LYN_DEMO_AUTO_FILE, &status) != 0)
-    for (;;)
+  if (stat(LYN_DEMO_AUTO_FILE, &status) != 0) {
+    for (;;) {
       lyn_demo_interact();
+    }
+  }
   FILE *file = fopen(LYN_DEMO_AUTO_FILE, "r");
   if (file == nullptr) {
     puts("LYN DEMO APP : Opening auto test configuration file failed.");

@@ -32,9 +32,11 @@ using lyn_demo_block_t = std::unique_ptr<T, lyn_demo_free_t>;
 // True: row n of a table is that of enumerator n.
 template <typename Row, size_t N>
 constexpr bool lyn_demo_in_order(const Row (&rows)[N]) {
-  for (size_t i = 0; i < N; ++i)
-    if (rows[i].id != i)
+  for (size_t i = 0; i < N; ++i) {
+    if (rows[i].id != i) {
       return false;
+    }
+  }
   return true;
 }
 

@@ -20,10 +20,11 @@ static const char *lyn_demo_name_of(const Row (&rows)[N], uint32_t id, const cha
 // ---- indications ----
 
 static void lyn_demo_print_modem_status(const ox_lyn_dm_info_t &info, const char *) {
-  if (info.value.u32 == OX_LYN_MODEM_UP_E)
+  if (info.value.u32 == OX_LYN_MODEM_UP_E) {
     puts("LYN DEMO APP CALLBACK - Modem up status indication");
-  else if (info.value.u32 == OX_LYN_MODEM_DOWN_E)
+  } else if (info.value.u32 == OX_LYN_MODEM_DOWN_E) {
     puts("LYN DEMO APP CALLBACK - Modem down status indication");
+  }
 }
 
 static void lyn_demo_print_reg_status_ind(const ox_lyn_dm_info_t &info, const char *) {
@@ -38,10 +39,12 @@ static void lyn_demo_print_mtpe_status(const ox_lyn_dm_info_t &info, const char 
   const ox_lyn_mtpe_status_t *test = static_cast<const ox_lyn_mtpe_status_t *>(info.value.ptr);
   printf("LYN DEMO APP CALLBACK - MTPE Test type %d\n", static_cast<int>(test->test_type));
   printf("LYN DEMO APP CALLBACK - MTPE Test status %d\n", static_cast<int>(test->test_status));
-  if (test->test_status == OX_LYN_MTPE_STATUS_COMPLETED_E)
+  if (test->test_status == OX_LYN_MTPE_STATUS_COMPLETED_E) {
     printf("LYN DEMO APP CALLBACK - MTPE Test peak rate caluculated %d\n", static_cast<int>(test->peak_rate));
-  if (test->failure_reason != OX_LYN_MTPE_FAILURE_NONE_E)
+  }
+  if (test->failure_reason != OX_LYN_MTPE_FAILURE_NONE_E) {
     printf("LYN DEMO APP CALLBACK - MTPE failure reason %d\n", static_cast<int>(test->failure_reason));
+  }
 }
 
 static void lyn_demo_print_qos_flow(const ox_lyn_dm_info_t &info, const char *) {
@@ -78,8 +81,9 @@ static void lyn_demo_print_install_screen(const ox_lyn_dm_info_t &info, const ch
   printf("\033[2J");
   printf("\033[31;5;1m\033#6LYN DEMO APP Indication Install Mode - Indication #%d\n", lyn_demo_install_toggle);
   printf("\033[97m%s\n", LYN_DEMO_RULE_60);
-  for (int i = 0; i < lyn_demo_bounded(list->count, std::size(list->entries)); ++i)
+  for (int i = 0; i < lyn_demo_bounded(list->count, std::size(list->entries)); ++i) {
     lyn_demo_print_install_entry(list->entries[i]);
+  }
 }
 
 enum lyn_demo_payload_e {
@@ -97,7 +101,7 @@ struct lyn_demo_ind_t {
   lyn_demo_payload_e payload = LYN_DEMO_NO_PAYLOAD;
 };
 
-static constexpr lyn_demo_ind_t LYN_DEMO_IND[] = {
+static constexpr lyn_demo_ind_t lyn_demo_ind_rows[] = {
     {.id = OX_LYN_IND_INVALID_E, .name = "Invalid Indication"},
     {.id = OX_LYN_IND_MODEM_STATUS_E, .name = "Modem Status", .print = lyn_demo_print_modem_status},
     {.id = OX_LYN_IND_REG_STATUS_E, .name = "Registration Status", .print = lyn_demo_print_reg_status_ind},
@@ -134,10 +138,10 @@ static constexpr lyn_demo_ind_t LYN_DEMO_IND[] = {
      .payload = LYN_DEMO_PAYLOAD_FREED},
 };
 
-static_assert(std::size(LYN_DEMO_IND) == OX_LYN_IND_COUNT && lyn_demo_in_order(LYN_DEMO_IND));
+static_assert(std::size(lyn_demo_ind_rows) == OX_LYN_IND_COUNT && lyn_demo_in_order(lyn_demo_ind_rows));
 
 const char *lyn_demo_ind_name(uint32_t ind) {
-  return lyn_demo_name_of(LYN_DEMO_IND, ind, "Unknown Indication");
+  return lyn_demo_name_of(lyn_demo_ind_rows, ind, "Unknown Indication");
 }
 
 static void lyn_demo_on_indication(const ox_lyn_dm_info_t &info) {
@@ -146,16 +150,18 @@ static void lyn_demo_on_indication(const ox_lyn_dm_info_t &info) {
            lyn_demo_ind_name(info.metric));
     return;
   }
-  const lyn_demo_ind_t &ind = LYN_DEMO_IND[info.metric < std::size(LYN_DEMO_IND) ? info.metric : 0];
+  const lyn_demo_ind_t &ind = lyn_demo_ind_rows[info.metric < std::size(lyn_demo_ind_rows) ? info.metric : 0];
   if (ind.print == nullptr) {
     printf("LYN DEMO APP : Invalid indication[%u] - Not Supported!!\n", info.metric);
     return;
   }
-  if (ind.payload != LYN_DEMO_NO_PAYLOAD && info.value.ptr == nullptr)
+  if (ind.payload != LYN_DEMO_NO_PAYLOAD && info.value.ptr == nullptr) {
     return;
+  }
   ind.print(info, ind.signal);
-  if (ind.payload == LYN_DEMO_PAYLOAD_FREED)
+  if (ind.payload == LYN_DEMO_PAYLOAD_FREED) {
     free(info.value.ptr);
+  }
 }
 
 // ---- asynchronous responses ----
@@ -165,10 +171,12 @@ static void lyn_demo_print_serving(const ox_lyn_lte_nbr_info_t &info) {
   puts("LYN DEMO APP CALLBACK - LTE neighbor signal information valid.");
   printf("LYN DEMO APP CALLBACK - LTE neighbor cell ID[%u]\n", info.serving.pci);
   printf("LYN DEMO APP CALLBACK - LTE neighbor frequency[%u]\n", info.serving.earfcn);
-  if (info.serving.rsrp_valid)
+  if (info.serving.rsrp_valid) {
     printf("LYN DEMO APP CALLBACK - LTE neighbor RRSP[%d]\n", info.serving.rsrp);
-  if (info.serving.rsrq_valid)
+  }
+  if (info.serving.rsrq_valid) {
     printf("LYN DEMO APP CALLBACK - LTE neighbor RRSQ[%d]\n", info.serving.rsrq);
+  }
 }
 
 static void lyn_demo_print_plmn(const char *radio, int number, const ox_lyn_plmn_t &plmn) {
@@ -180,13 +188,16 @@ static void lyn_demo_print_plmn(const char *radio, int number, const ox_lyn_plmn
 static void lyn_demo_print_lte_cell(int i, const ox_lyn_lte_nbr_t &cell) {
   printf("LYN DEMO APP CALLBACK - LTE neighbor #%d : Frequency[%u]\n", i, cell.earfcn);
   printf("LYN DEMO APP CALLBACK - LTE neighbor #%d : Cell ID[%u]\n", i, cell.pci);
-  if (cell.cgi_valid)
+  if (cell.cgi_valid) {
     printf("LYN DEMO APP CALLBACK - LTE neighbor #%d : Global Cell ID[%u]\n", i, cell.cgi);
-  if (!cell.plmn_valid)
+  }
+  if (!cell.plmn_valid) {
     return;
+  }
   // Numbered with the PLMN, not with the neighbour; deliberate, and unlike NR 5G.
-  for (int j = 0; j < lyn_demo_bounded(cell.plmn_count, std::size(cell.plmn)); ++j)
+  for (int j = 0; j < lyn_demo_bounded(cell.plmn_count, std::size(cell.plmn)); ++j) {
     lyn_demo_print_plmn("LTE", j, cell.plmn[j]);
+  }
 }
 
 static void lyn_demo_on_lte_neighbours(const ox_lyn_dm_info_t &event) {
@@ -196,23 +207,28 @@ static void lyn_demo_on_lte_neighbours(const ox_lyn_dm_info_t &event) {
     puts("LYN DEMO APP CALLBACK - LTE neighbor information asynchronous response extension not valid.");
     return;
   }
-  if (info->serving.valid)
+  if (info->serving.valid) {
     lyn_demo_print_serving(*info);
-  for (int i = 0; i < OX_LYN_LTE_NBR_LEN && info->cells[i].present; ++i)
+  }
+  for (int i = 0; i < OX_LYN_LTE_NBR_LEN && info->cells[i].present; ++i) {
     lyn_demo_print_lte_cell(i, info->cells[i]);
+  }
 }
 
 static void lyn_demo_print_nr5g_nbr(int i, const ox_lyn_nr5g_nbr_t &cell) {
   printf("LYN DEMO APP CALLBACK - NR 5G neighbor #%d : Cell ID[%u]\n", i, cell.pci);
   printf("LYN DEMO APP CALLBACK - NR 5G neighbor #%d : Frequency[%u]\n", i, cell.earfcn);
-  if (cell.rsrp_valid)
+  if (cell.rsrp_valid) {
     printf("LYN DEMO APP CALLBACK - NR 5G neighbor #%d : RRSP[%d]\n", i, cell.rsrp);
+  }
   const int plmns = cell.plmn_valid ? lyn_demo_bounded(cell.plmn_count, std::size(cell.plmn)) : 0;
-  for (int j = 0; j < plmns; ++j)
+  for (int j = 0; j < plmns; ++j) {
     lyn_demo_print_plmn("NR 5G", i, cell.plmn[j]);
+  }
   const int cgis = cell.cgi_valid ? lyn_demo_bounded(cell.cgi_count, std::size(cell.cgi)) : 0;
-  for (int j = 0; j < cgis; ++j)
+  for (int j = 0; j < cgis; ++j) {
     printf("LYN DEMO APP CALLBACK - NR 5G neighbor #%d : CGI[%llu]\n", i, static_cast<unsigned long long>(cell.cgi[j]));
+  }
 }
 
 static void lyn_demo_on_nr5g_neighbours(const ox_lyn_dm_info_t &event) {
@@ -223,8 +239,9 @@ static void lyn_demo_on_nr5g_neighbours(const ox_lyn_dm_info_t &event) {
     printf("LYN DEMO APP CALLBACK - NR 5G neighbor information asynchronous response extension not valid.");
     return;
   }
-  for (int i = 0; i < OX_LYN_NR5G_NBR_LEN && info->cells[i].present; ++i)
+  for (int i = 0; i < OX_LYN_NR5G_NBR_LEN && info->cells[i].present; ++i) {
     lyn_demo_print_nr5g_nbr(i, info->cells[i]);
+  }
 }
 
 static void lyn_demo_print_location(const ox_lyn_location_t &location) {
@@ -241,32 +258,39 @@ static void lyn_demo_print_location(const ox_lyn_location_t &location) {
   printf(" SpeedAccuracy is %f \n ", static_cast<double>(location.speed_accuracy));
   printf(" BearingAccuracy is %f \n ", static_cast<double>(location.bearing_accuracy));
   printf(" Technology Flagmask is %d \n ", static_cast<int>(location.tech_mask));
-  if ((location.flags & OX_LYN_LOC_FLAG_EXTRA_TIME_0_E) != 0)
+  if ((location.flags & OX_LYN_LOC_FLAG_EXTRA_TIME_0_E) != 0) {
     printf(" Timestamp is %lld \n", static_cast<long long>(location.extra_time[0]));
-  if ((location.flags & OX_LYN_LOC_FLAG_EXTRA_TIME_1_E) != 0)
+  }
+  if ((location.flags & OX_LYN_LOC_FLAG_EXTRA_TIME_1_E) != 0) {
     printf(" Timestamp is %lld \n", static_cast<long long>(location.extra_time[1]));
+  }
 }
 
 static void lyn_demo_on_single_shot(const ox_lyn_dm_info_t &event) {
   const lyn_demo_block_t<ox_lyn_loc_single_shot_t> shot(static_cast<ox_lyn_loc_single_shot_t *>(event.value.ptr));
-  if (shot == nullptr)
+  if (shot == nullptr) {
     return;
+  }
   printf("single shot location response is %d \n", static_cast<int>(shot->response));
   const bool located =
       shot->response == OX_LYN_LOC_RESPONSE_SUCCESS_E || shot->response == OX_LYN_LOC_RESPONSE_TIMEOUT_E;
-  if (shot->kind == OX_LYN_LOC_KIND_RESULT_E && located)
+  if (shot->kind == OX_LYN_LOC_KIND_RESULT_E && located) {
     lyn_demo_print_location(shot->location);
-  if (shot->kind == OX_LYN_LOC_KIND_STOP_E)
+  }
+  if (shot->kind == OX_LYN_LOC_KIND_STOP_E) {
     printf("single shot location stop successful is %d \n", static_cast<int>(shot->response));
+  }
 }
 
 static void lyn_demo_on_batch(const ox_lyn_dm_info_t &event) {
   const lyn_demo_block_t<ox_lyn_loc_batch_t> batch(static_cast<ox_lyn_loc_batch_t *>(event.value.ptr));
-  if (batch == nullptr)
+  if (batch == nullptr) {
     return;
+  }
   printf("batching_routine_location_callback, batching status: %d, pos cnt %d \n", batch->status, batch->count);
-  if (batch->status != OX_LYN_LOC_BATCH_LOCATIONS_E)
+  if (batch->status != OX_LYN_LOC_BATCH_LOCATIONS_E) {
     return;
+  }
   const lyn_demo_block_t<ox_lyn_location_t[]> locations(batch->locations);
   const bool printed = batch->response == OX_LYN_LOC_RESPONSE_SUCCESS_E && locations != nullptr;
   for (int i = 0; printed && i < batch->count; ++i) {
@@ -283,17 +307,17 @@ struct lyn_demo_async_t {
   void (*print)(const ox_lyn_dm_info_t &event) = nullptr;  // null: not supported
 };
 
-static constexpr lyn_demo_async_t LYN_DEMO_ASYNC[] = {
+static constexpr lyn_demo_async_t lyn_demo_async_rows[] = {
     {.id = OX_LYN_ASYNC_INVALID_E, .name = "Invalid Async Response"},
     {.id = OX_LYN_ASYNC_LTE_NBR_INFO_E, .name = "LTE Neighbor Info", .print = lyn_demo_on_lte_neighbours},
     {.id = OX_LYN_ASYNC_NR5G_NBR_INFO_E, .name = "NR 5G Neighbor Info", .print = lyn_demo_on_nr5g_neighbours},
     {.id = OX_LYN_ASYNC_LOC_SINGLE_SHOT_E, .print = lyn_demo_on_single_shot},
     {.id = OX_LYN_ASYNC_LOC_BATCH_E, .print = lyn_demo_on_batch},
 };
-static_assert(std::size(LYN_DEMO_ASYNC) == OX_LYN_ASYNC_COUNT && lyn_demo_in_order(LYN_DEMO_ASYNC));
+static_assert(std::size(lyn_demo_async_rows) == OX_LYN_ASYNC_COUNT && lyn_demo_in_order(lyn_demo_async_rows));
 
 const char *lyn_demo_async_name(uint32_t async_resp) {
-  return lyn_demo_name_of(LYN_DEMO_ASYNC, async_resp, "Unknown Async Response");
+  return lyn_demo_name_of(lyn_demo_async_rows, async_resp, "Unknown Async Response");
 }
 
 // False: the response is unknown.
@@ -303,7 +327,8 @@ static bool lyn_demo_on_async_response(const ox_lyn_dm_info_t &event) {
            lyn_demo_async_name(event.metric));
     return true;
   }
-  const lyn_demo_async_t &response = LYN_DEMO_ASYNC[event.metric < std::size(LYN_DEMO_ASYNC) ? event.metric : 0];
+  const lyn_demo_async_t &response =
+      lyn_demo_async_rows[event.metric < std::size(lyn_demo_async_rows) ? event.metric : 0];
   if (response.print == nullptr) {
     printf("LYN DEMO APP : Asynchronous response[%u] - Not Supported!!\n", event.metric);
     return false;
@@ -313,8 +338,9 @@ static bool lyn_demo_on_async_response(const ox_lyn_dm_info_t &event) {
 }
 
 void lyn_demo_user_cb(ox_lyn_hndl_t, ox_lyn_dm_info_t *dm_info, uint32_t) {
-  if (dm_info == nullptr)
+  if (dm_info == nullptr) {
     return;
+  }
   bool known = true;
   if (dm_info->record_type == OX_LYN_RECORD_IND_E) {
     lyn_demo_on_indication(*dm_info);
@@ -324,6 +350,7 @@ void lyn_demo_user_cb(ox_lyn_hndl_t, ox_lyn_dm_info_t *dm_info, uint32_t) {
     printf("LYN DEMO APP : Info type[%u] - Not Supported!!\n", dm_info->record_type);
     known = false;
   }
-  if (known)  // an event that nobody knows is not freed, deliberately: what hangs on it is not known either
+  if (known) {  // an event that nobody knows is not freed, deliberately: what hangs on it is not known either
     free(dm_info);
+  }
 }

@@ -11,10 +11,11 @@ static constexpr uint32_t LYN_DEMO_MAX_IND_LIST = 65536;                    // e
 int32_t lyn_demo_register(const int32_t *, uint32_t) {
   puts("LYN DEMO APP : Register application.");
   const int32_t status = ox_lyn_init(&lyn_demo_hndl, 0, lyn_demo_user_cb);
-  if (status == OX_LYN_SUCCESS)
+  if (status == OX_LYN_SUCCESS) {
     puts("LYN DEMO APP : Application registered successfully.");
-  else
+  } else {
     printf("LYN DEMO APP : Register application failed with status[%d].\n", status);
+  }
   return status;
 }
 
@@ -22,10 +23,11 @@ int32_t lyn_demo_register(const int32_t *, uint32_t) {
 int32_t lyn_demo_deregister(const int32_t *, uint32_t) {
   puts("LYN DEMO APP : Deregister application.");
   const int32_t status = ox_lyn_deinit(lyn_demo_hndl);
-  if (status == OX_LYN_SUCCESS)
+  if (status == OX_LYN_SUCCESS) {
     puts("LYN DEMO APP : Application deregistered successfully.");
-  else
+  } else {
     printf("LYN DEMO APP : Deregister application failed with status[%d].\n", status);
+  }
   return status;
 }
 
@@ -51,10 +53,11 @@ int32_t lyn_demo_set_ind(const int32_t *options, uint32_t count) {
     printf("LYN DEMO APP : Set LTE/5G [%s] indication with value[%d].\n", name, options[2]);
   }
   const int32_t status = ox_lyn_set_ind_info(lyn_demo_hndl, &ind);
-  if (status == OX_LYN_SUCCESS)
+  if (status == OX_LYN_SUCCESS) {
     printf("LYN DEMO APP : LTE/5G [%s] indication information set successfully.\n", name);
-  else
+  } else {
     printf("LYN DEMO APP : Set LTE/5G [%s] indication information failed with status[%d].\n", name, status);
+  }
   return status;
 }
 
@@ -62,17 +65,19 @@ int32_t lyn_demo_get_ind_count(const int32_t *, uint32_t) {
   uint32_t ind_count = 0;
   puts("LYN DEMO APP : Get LTE/5G indication count.");
   const int32_t status = ox_lyn_get_ind_count(lyn_demo_hndl, &ind_count);
-  if (status == OX_LYN_SUCCESS)
+  if (status == OX_LYN_SUCCESS) {
     printf("LYN DEMO APP : LTE/5G indication count - [%u].\n", ind_count);
-  else
+  } else {
     printf("LYN DEMO APP : Get LTE/5G indication count failed with status[%d].\n", status);
+  }
   return status;
 }
 
 // Zeroed, so that entries which the API leaves alone print as the invalid indication.
 static lyn_demo_block_t<uint32_t[]> lyn_demo_alloc_inds(uint32_t entries) {
-  if (entries > LYN_DEMO_MAX_IND_LIST)
+  if (entries > LYN_DEMO_MAX_IND_LIST) {
     return nullptr;
+  }
   return lyn_demo_block_t<uint32_t[]>(static_cast<uint32_t *>(calloc(entries == 0 ? 1 : entries, sizeof(uint32_t))));
 }
 
@@ -95,8 +100,9 @@ int32_t lyn_demo_get_ind_list(const int32_t *options, uint32_t count) {
     return status;
   }
   printf("LYN DEMO APP : LTE/5G indication list retrieved successfully.\n");
-  for (uint32_t i = 0; i < entries; ++i)
+  for (uint32_t i = 0; i < entries; ++i) {
     printf("LYN DEMO APP : Indication #%d - [%s]\n", static_cast<int>(i), lyn_demo_ind_name(inds[i]));
+  }
   return 0;
 }
 
@@ -112,10 +118,11 @@ int32_t lyn_demo_clear_ind_list(const int32_t *options, uint32_t count) {
     printf("LYN DEMO APP : Clear indication #%d - [%s]\n", static_cast<int>(i), lyn_demo_ind_name(inds[i - 1]));
   }
   const int32_t status = ox_lyn_clear_ind_list(lyn_demo_hndl, inds, count - 1);
-  if (status == OX_LYN_SUCCESS)
+  if (status == OX_LYN_SUCCESS) {
     puts("LYN DEMO APP : LTE/5G indication list cleared successfully.");
-  else
+  } else {
     printf("LYN DEMO APP : Clear LTE/5G indication list failed with status[%d].\n", status);
+  }
   return status;
 }
 
@@ -130,15 +137,18 @@ static void lyn_demo_print_heading(const char *title) {
 
 static void lyn_demo_print_names(const char *title, uint32_t names, const char *(*name_of)(uint32_t)) {
   lyn_demo_print_heading(title);
-  for (uint32_t i = 0; i < names; ++i)
+  for (uint32_t i = 0; i < names; ++i) {
     printf("[%d] - %s\n", static_cast<int>(i), name_of(i));
+  }
 }
 
 int32_t lyn_demo_print_usage(const int32_t *, uint32_t) {
   lyn_demo_print_heading("############################### LYN DM Options Usage ##############################");
-  for (const lyn_demo_option_t &option : lyn_demo_options)
-    if (option.usage != nullptr)
+  for (const lyn_demo_option_t &option : lyn_demo_options) {
+    if (option.usage != nullptr) {
       puts(option.usage);
+    }
+  }
   lyn_demo_print_names("############################### LYN DM Indication Metrics #########################",
                        LYN_DEMO_IND_NAMES, lyn_demo_ind_name);
   lyn_demo_print_names("############################### LYN DM Request Metrics ############################",

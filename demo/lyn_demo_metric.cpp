@@ -48,16 +48,18 @@ static bool lyn_demo_prepare_stats(lyn_demo_get_blocks_t *, ox_lyn_dm_info_t *in
   info->value.i64 = lyn_demo_ask_profile_handle(
       form == LYN_DEMO_SINGLE ? "Please enter the selected profile handle number from the WWAN profiles list"
                               : "Please enter the selected profile handle number");
-  if (form == LYN_DEMO_LIST)
+  if (form == LYN_DEMO_LIST) {
     printf("metric id %d\n", static_cast<int>(info->metric));
+  }
   return true;
 }
 
 // Fills one block by its prompt sequence and hands it in.
 template <auto Block, auto Ask>
 static bool lyn_demo_ask_block(lyn_demo_get_blocks_t *blocks, ox_lyn_dm_info_t *info, lyn_demo_form_e) {
-  if (!Ask(&(blocks->*Block)))
+  if (!Ask(&(blocks->*Block))) {
     return false;
+  }
   info->value.ptr = &(blocks->*Block);
   return true;
 }
@@ -125,13 +127,15 @@ static void lyn_demo_print_arfcn_list(const ox_lyn_nr5g_cell_lock_t *lock, lyn_d
   const int count = lyn_demo_bounded(lock->arfcn_list_len, std::size(lock->arfcn_list));
   for (int i = 0; i < count; ++i) {
     printf("Cell_Lock %d arfcn based freq[%u]\n", i, static_cast<unsigned>(lock->arfcn_list[i].arfcn));
-    if (form == LYN_DEMO_SINGLE)
+    if (form == LYN_DEMO_SINGLE) {
       printf("Cell lock %d arfcn based  scs [%u]\n", i, static_cast<unsigned>(lock->arfcn_list[i].scs));
+    }
   }
   // A list answers with one spacing, that of the slot behind its last entry; deliberately kept.
-  if (form == LYN_DEMO_LIST)
+  if (form == LYN_DEMO_LIST) {
     printf("Cell lock %d arfcn based  scs [%u]\n", count,
            count < capacity ? static_cast<unsigned>(lock->arfcn_list[count].scs) : 0U);
+  }
 }
 
 // The answer has the modem's own lock types, which are read here as if they were the control's.
@@ -139,12 +143,13 @@ static void lyn_demo_print_nr5g_lock(const ox_lyn_dm_info_t &info, const char *n
   const ox_lyn_nr5g_cell_lock_t *lock = static_cast<const ox_lyn_nr5g_cell_lock_t *>(info.value.ptr);
   printf("[%s] -\n", name);
   printf("Cell lock type %d\n", static_cast<int>(lock->lock_type));
-  if (lock->lock_type == OX_LYN_LOCK_CELL_E)
+  if (lock->lock_type == OX_LYN_LOCK_CELL_E) {
     lyn_demo_print_nr5g_cell(lock);
-  else if (lock->lock_type == OX_LYN_LOCK_ARFCN_LIST_E)
+  } else if (lock->lock_type == OX_LYN_LOCK_ARFCN_LIST_E) {
     lyn_demo_print_arfcn_list(lock, form);
-  else
+  } else {
     printf("[%s] - cell lock list not present\n", name);
+  }
 }
 
 static void lyn_demo_print_mcs_lengths(const ox_lyn_mcs_t *mcs, const char *name, lyn_demo_form_e form) {
@@ -156,8 +161,9 @@ static void lyn_demo_print_mcs_lengths(const ox_lyn_mcs_t *mcs, const char *name
 
 template <size_t N>
 static void lyn_demo_print_modulations(const char *radio, const char *link, uint32_t count, const uint32_t (&mods)[N]) {
-  for (int i = 0; i < lyn_demo_bounded(count, N); ++i)
+  for (int i = 0; i < lyn_demo_bounded(count, N); ++i) {
     printf("LYN DEMO APP: Getting %s MCS %s modulation type ->[%d]\n", radio, link, static_cast<int>(mods[i]));
+  }
 }
 
 static void lyn_demo_print_mcs(const ox_lyn_dm_info_t &info, const char *name, lyn_demo_form_e form) {
@@ -206,8 +212,9 @@ static void lyn_demo_print_scs(const ox_lyn_dm_info_t &info, const char *name, l
 
 static void lyn_demo_print_rf_bandwidth(const ox_lyn_dm_info_t &info, const char *name, lyn_demo_form_e) {
   printf("LYN DEMO APP: Modem Metric ID ->[%s]\n", name);
-  for (int i = 0; i < lyn_demo_bounded(info.count, std::size(info.value.i64_array)); ++i)
+  for (int i = 0; i < lyn_demo_bounded(info.count, std::size(info.value.i64_array)); ++i) {
     printf("LYN DEMO APP: Modem RF Bandwidth type->[%d]\n", static_cast<int>(info.value.i64_array[i]));
+  }
 }
 
 static const char *lyn_demo_subscription_name(uint32_t subscription) {
@@ -253,10 +260,11 @@ static void lyn_demo_print_profiles(const ox_lyn_dm_info_t &info, const char *na
   printf(form == LYN_DEMO_SINGLE ? "LYN DEMO APP: WWAN PROFILE INDEX metric id YRP success->[%s]\n"
                                  : "LYN DEMO APP: MTPE metric id YRP success->[%s]\n",
          name);
-  if (list->count == 0)
+  if (list->count == 0) {
     printf("Only Profile-1 is available %d", static_cast<int>(list->profiles[0].profile_index));
-  else
+  } else {
     lyn_demo_print_profile_table(list);
+  }
 }
 
 static void lyn_demo_print_stats_single(const ox_lyn_wwan_stats_t *stats) {
@@ -282,10 +290,11 @@ static void lyn_demo_print_stats_list(const ox_lyn_wwan_stats_t *stats) {
 static void lyn_demo_print_stats(const ox_lyn_dm_info_t &info, const char *, lyn_demo_form_e form) {
   const ox_lyn_wwan_stats_t *stats = static_cast<const ox_lyn_wwan_stats_t *>(info.value.ptr);
   puts("\nWWAN Stats Fetched.");
-  if (form == LYN_DEMO_SINGLE)
+  if (form == LYN_DEMO_SINGLE) {
     lyn_demo_print_stats_single(stats);
-  else
+  } else {
     lyn_demo_print_stats_list(stats);
+  }
 }
 
 static void lyn_demo_print_mtpe_server(const ox_lyn_dm_info_t &info, const char *name, lyn_demo_form_e) {
@@ -307,7 +316,7 @@ static void lyn_demo_print_qos_requested(const ox_lyn_dm_info_t &, const char *n
 
 // ---- the table ----
 
-static constexpr lyn_demo_metric_t LYN_DEMO_METRIC[] = {
+static constexpr lyn_demo_metric_t lyn_demo_metric_rows[] = {
     {.id = OX_LYN_GET_INVALID_E, .name = "Invalid Request"},
     {.id = OX_LYN_GET_REG_STATUS_E, .name = "Registration Status", .print = lyn_demo_print_reg_status},
     {.id = OX_LYN_GET_LTE_SERV_EARFCN_E, .name = "LTE Serving Cell EARFCN", .print = lyn_demo_print_number},
@@ -409,11 +418,11 @@ static constexpr lyn_demo_metric_t LYN_DEMO_METRIC[] = {
     {.id = OX_LYN_GET_IPV6_QOS_TFT_E, .name = "Get IPV6 Network QOS/TFT info", .print = lyn_demo_print_qos_requested},
 };
 
-static_assert(std::size(LYN_DEMO_METRIC) == OX_LYN_GET_COUNT && lyn_demo_in_order(LYN_DEMO_METRIC));
+static_assert(std::size(lyn_demo_metric_rows) == OX_LYN_GET_COUNT && lyn_demo_in_order(lyn_demo_metric_rows));
 
 // The row of a metric; of the invalid request for a number that is none.
 static const lyn_demo_metric_t &lyn_demo_metric_of(int64_t metric) {
-  return LYN_DEMO_METRIC[metric > 0 && metric < OX_LYN_GET_COUNT ? metric : 0];
+  return lyn_demo_metric_rows[metric > 0 && metric < OX_LYN_GET_COUNT ? metric : 0];
 }
 
 const char *lyn_demo_metric_name(uint32_t metric) {
@@ -429,8 +438,9 @@ static bool lyn_demo_prepare(int32_t option, lyn_demo_get_blocks_t *blocks, ox_l
   printf("LYN DEMO APP : Getting LTE/5G [%s] metric information.\n", metric.name);
   info->record_type = OX_LYN_RECORD_GET_E;
   info->metric = metric.id;
-  if (metric.prepare == nullptr || metric.prepare(blocks, info, form))
+  if (metric.prepare == nullptr || metric.prepare(blocks, info, form)) {
     return true;
+  }
   puts(metric.abandoned);
   return false;
 }
@@ -444,13 +454,15 @@ static bool lyn_demo_has_block(const ox_lyn_dm_info_t &info, int64_t given) {
 
 static void lyn_demo_print_result(const ox_lyn_dm_info_t &info, int64_t given, lyn_demo_form_e form) {
   const lyn_demo_metric_t &metric = lyn_demo_metric_of(info.metric);
-  if (metric.print != nullptr && (!metric.allocated || lyn_demo_has_block(info, given)))
+  if (metric.print != nullptr && (!metric.allocated || lyn_demo_has_block(info, given))) {
     metric.print(info, metric.name, form);
+  }
 }
 
 static void lyn_demo_release_result(const ox_lyn_dm_info_t &info, int64_t given) {
-  if (lyn_demo_metric_of(info.metric).allocated && lyn_demo_has_block(info, given))
+  if (lyn_demo_metric_of(info.metric).allocated && lyn_demo_has_block(info, given)) {
     free(info.value.ptr);
+  }
 }
 
 int32_t lyn_demo_get_info(const int32_t *options, uint32_t count) {
@@ -460,15 +472,17 @@ int32_t lyn_demo_get_info(const int32_t *options, uint32_t count) {
     puts("LYN DEMO APP : Getting LTE/5G/GPS information failed - invalid options passed.");
     return 0;
   }
-  if (!lyn_demo_prepare(options[1], &blocks, &info, LYN_DEMO_SINGLE))
+  if (!lyn_demo_prepare(options[1], &blocks, &info, LYN_DEMO_SINGLE)) {
     return -1;
+  }
   const char *name = lyn_demo_metric_name(info.metric);
   const int64_t given = info.value.i64;
   const int32_t status = ox_lyn_get_info(lyn_demo_hndl, &info);
-  if (status == OX_LYN_SUCCESS)
+  if (status == OX_LYN_SUCCESS) {
     lyn_demo_print_result(info, given, LYN_DEMO_SINGLE);
-  else
+  } else {
     printf("LYN DEMO APP : Getting LTE/5G [%s] metric information failed with status[%d].\n", name, status);
+  }
   lyn_demo_release_result(info, given);
   return status;
 }
@@ -489,14 +503,17 @@ int32_t lyn_demo_get_info_list(const int32_t *options, uint32_t count) {
     return 0;
   }
   // Records behind an abandoned prompt sequence stay zero; the list is sent all the same.
-  for (uint32_t i = 0; i < entries && lyn_demo_prepare(options[i + 1], &blocks, &infos[i], LYN_DEMO_LIST); ++i)
+  for (uint32_t i = 0; i < entries && lyn_demo_prepare(options[i + 1], &blocks, &infos[i], LYN_DEMO_LIST); ++i) {
     given[i] = infos[i].value.i64;
+  }
   const int32_t status = ox_lyn_get_info_list(lyn_demo_hndl, infos.get(), entries);
-  if (status != OX_LYN_SUCCESS)
+  if (status != OX_LYN_SUCCESS) {
     printf("LYN DEMO APP : Getting LTE/5G/GPS metric list information failed with status[%d].\n", status);
+  }
   for (uint32_t i = 0; i < entries; ++i) {
-    if (status == OX_LYN_SUCCESS)
+    if (status == OX_LYN_SUCCESS) {
       lyn_demo_print_result(infos[i], given[i], LYN_DEMO_LIST);
+    }
     lyn_demo_release_result(infos[i], given[i]);
   }
   return status;

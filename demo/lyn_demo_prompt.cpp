@@ -13,8 +13,9 @@ static_assert(std::endian::native == std::endian::little, "a number is cut to it
 
 // A terminal that has hung up since is none any more: there, as on a pipe, the end stays.
 static bool lyn_demo_pass_ctrl_d() {
-  if (feof(stdin) == 0 || isatty(STDIN_FILENO) == 0)
+  if (feof(stdin) == 0 || isatty(STDIN_FILENO) == 0) {
     return false;
+  }
   clearerr(stdin);
   return true;
 }
@@ -24,8 +25,9 @@ lyn_demo_read_e lyn_demo_read_line(char *buffer, int size) {
   fflush(stdout);
   const bool read = fgets(buffer, size, stdin) != nullptr;
   const bool ctrl_d = lyn_demo_pass_ctrl_d();
-  if (read)
+  if (read) {
     return LYN_DEMO_READ_LINE;
+  }
   buffer[0] = '\0';
   return ctrl_d ? LYN_DEMO_READ_NOTHING : LYN_DEMO_READ_END;
 }
@@ -57,11 +59,13 @@ bool lyn_demo_ask_until(const char *question, const char *again, bool (*valid)(i
   int64_t number = 0;
   for (const char *text = question;; text = again) {
     fputs(text, stdout);
-    if (!lyn_demo_read_number(&number))
+    if (!lyn_demo_read_number(&number)) {
       return false;
+    }
     *answer = static_cast<int32_t>(number);
-    if (valid(*answer))
+    if (valid(*answer)) {
       return true;
+    }
   }
 }
 
@@ -80,21 +84,25 @@ static void lyn_demo_store_answer(const lyn_demo_question_t &question, void *rec
 
 void lyn_demo_ask_all(std::span<const lyn_demo_question_t> questions, void *record) {
   for (const lyn_demo_question_t &question : questions) {
-    if (question.lead != nullptr)
+    if (question.lead != nullptr) {
       puts(question.lead);
-    if (question.same_line)
+    }
+    if (question.same_line) {
       fputs(question.text, stdout);
-    else
+    } else {
       puts(question.text);
+    }
     lyn_demo_store_answer(question, record);
   }
 }
 
 static const char *lyn_demo_address_question(int family) {
-  if (family == AF_INET)
+  if (family == AF_INET) {
     return "\n Please Enter V4 Address Value =>";
-  if (family == AF_INET6)
+  }
+  if (family == AF_INET6) {
     return "\n Please Enter V6 Address Value =>";
+  }
   return "\n Please Enter Address Mask Value =>";
 }
 
@@ -102,17 +110,20 @@ void lyn_demo_ask_address(int family, void *address) {
   char answer[LYN_DEMO_ADDRESS_LEN];
   for (;;) {
     fputs(lyn_demo_address_question(family), stdout);
-    if (!lyn_demo_read_answer(answer, sizeof answer))
+    if (!lyn_demo_read_answer(answer, sizeof answer)) {
       return;
+    }
     answer[strcspn(answer, "\n")] = '\0';
-    if (inet_pton(family, answer, address) == 1)
+    if (inet_pton(family, answer, address) == 1) {
       return;
+    }
     puts("\n Address not in presentation format");
   }
 }
 
 bool lyn_demo_have_record(const void *record) {
-  if (record == nullptr)
+  if (record == nullptr) {
     puts("Invalid arguement ");
+  }
   return record != nullptr;
 }

@@ -26,18 +26,21 @@ static bool lyn_demo_ask_ip_family(uint32_t *ip_family) {
   int32_t answer = 0;
   if (!lyn_demo_ask_until(
           QUESTION, QUESTION,
-          [](int32_t family) { return family == OX_LYN_IP_FAMILY_V4_E || family == OX_LYN_IP_FAMILY_V6_E; }, &answer))
+          [](int32_t family) { return family == OX_LYN_IP_FAMILY_V4_E || family == OX_LYN_IP_FAMILY_V6_E; }, &answer)) {
     return false;
+  }
   *ip_family = static_cast<uint32_t>(answer);
   return true;
 }
 
 bool lyn_demo_ask_mtpe_client(ox_lyn_mtpe_net_params_t *params) {
-  if (!lyn_demo_have_record(params))
+  if (!lyn_demo_have_record(params)) {
     return false;
+  }
   *params = {};
-  if (!lyn_demo_ask_ip_family(&params->ip_family))
+  if (!lyn_demo_ask_ip_family(&params->ip_family)) {
     return false;
+  }
   puts("\nPlease input client's public IP address");
   lyn_demo_ask_address(params->ip_family == OX_LYN_IP_FAMILY_V4_E ? AF_INET : AF_INET6, params->client_addr);
   return true;
@@ -49,8 +52,9 @@ static bool lyn_demo_ask_test_type(uint32_t *test_type) {
   if (!lyn_demo_ask_until(
           "\nPlease input throughput estimation test type 1:Uplink 2:Downlink, 3:both :- ",
           "\nPlease throughput estimation test type 1:Uplink 2:Downlink :- ",
-          [](int32_t type) { return type >= OX_LYN_MTPE_TYPE_UPLINK_E && type <= OX_LYN_MTPE_TYPE_BOTH_E; }, &answer))
+          [](int32_t type) { return type >= OX_LYN_MTPE_TYPE_UPLINK_E && type <= OX_LYN_MTPE_TYPE_BOTH_E; }, &answer)) {
     return false;
+  }
   *test_type = static_cast<uint32_t>(answer);
   return true;
 }
@@ -67,17 +71,19 @@ static bool lyn_demo_ask_protocol(uint32_t *protocol) {
   static constexpr const char *QUESTION = "\nPlease input Protocol 1:UDP :- ";
   int32_t answer = 0;
   if (!lyn_demo_ask_until(
-          QUESTION, QUESTION, [](int32_t choice) { return choice == 1; }, &answer))
+          QUESTION, QUESTION, [](int32_t choice) { return choice == 1; }, &answer)) {
     return false;
+  }
   *protocol = OX_LYN_PROTOCOL_UDP_E;
   return true;
 }
 
 static void lyn_demo_ask_end_address(uint32_t ip_family, const lyn_demo_end_t &end) {
-  if (ip_family == OX_LYN_IP_FAMILY_V4_E)
+  if (ip_family == OX_LYN_IP_FAMILY_V4_E) {
     lyn_demo_ask_address(AF_INET, end.ipv4);
-  else
+  } else {
     lyn_demo_ask_address(AF_INET6, end.ipv6);
+  }
 }
 
 static void lyn_demo_ask_server(ox_lyn_mtpe_req_t *req, const lyn_demo_end_t &server) {
@@ -98,27 +104,31 @@ static void lyn_demo_ask_server(ox_lyn_mtpe_req_t *req, const lyn_demo_end_t &se
 static bool lyn_demo_ask_port(const char *question, uint16_t *port) {
   int32_t answer = 0;
   if (!lyn_demo_ask_until(
-          question, question, [](int32_t number) { return static_cast<uint16_t>(number) != 0; }, &answer))
+          question, question, [](int32_t number) { return static_cast<uint16_t>(number) != 0; }, &answer)) {
     return false;
+  }
   *port = static_cast<uint16_t>(answer);
   return true;
 }
 
 // What the operator's own test server has to be told for the downlink.
-static constexpr lyn_demo_question_t LYN_DEMO_MTPE_LIMITS[] = {
+static constexpr lyn_demo_question_t lyn_demo_mtpe_limits[] = {
     {.text = "Please Provide bandwidth (kbps): ", LYN_DEMO_FIELD(ox_lyn_mtpe_req_t, bandwidth)},
     {.text = "Please Provide MTU: ", LYN_DEMO_FIELD(ox_lyn_mtpe_req_t, mtu)},
 };
 
 bool lyn_demo_ask_mtpe_test(ox_lyn_mtpe_req_t *req) {
-  if (!lyn_demo_have_record(req))
+  if (!lyn_demo_have_record(req)) {
     return false;
+  }
   *req = {};
-  if (!lyn_demo_ask_test_type(&req->test_type))
+  if (!lyn_demo_ask_test_type(&req->test_type)) {
     return false;
+  }
   lyn_demo_ask_duration(&req->duration);
-  if (!lyn_demo_ask_protocol(&req->protocol) || !lyn_demo_ask_ip_family(&req->ip_family))
+  if (!lyn_demo_ask_protocol(&req->protocol) || !lyn_demo_ask_ip_family(&req->ip_family)) {
     return false;
+  }
 
   const lyn_demo_end_t src = {.ipv4 = &req->src_ipv4, .ipv6 = req->src_ipv6, .port = &req->src_port};
   const lyn_demo_end_t dst = {.ipv4 = &req->dst_ipv4, .ipv6 = req->dst_ipv6, .port = &req->dst_port};
@@ -130,14 +140,16 @@ bool lyn_demo_ask_mtpe_test(ox_lyn_mtpe_req_t *req) {
   lyn_demo_ask_end_address(req->ip_family, client);
   lyn_demo_ask_server(req, server);
   if (!lyn_demo_ask_port("\nPlease input client's port :- ", client.port) ||
-      !lyn_demo_ask_port("\nPlease input server's port :- ", server.port))
+      !lyn_demo_ask_port("\nPlease input server's port :- ", server.port)) {
     return false;
-  if (req->external_server != 1 && req->test_type != OX_LYN_MTPE_TYPE_UPLINK_E)
-    lyn_demo_ask_all(LYN_DEMO_MTPE_LIMITS, req);
+  }
+  if (req->external_server != 1 && req->test_type != OX_LYN_MTPE_TYPE_UPLINK_E) {
+    lyn_demo_ask_all(lyn_demo_mtpe_limits, req);
+  }
   return true;
 }
 
-static constexpr lyn_demo_question_t LYN_DEMO_SINGLE_SHOT[] = {
+static constexpr lyn_demo_question_t lyn_demo_single_shot_questions[] = {
     {.text = " Enter timeout in millisecond : ",
      .same_line = true,
      LYN_DEMO_FIELD(ox_lyn_loc_single_shot_req_t, timeout_ms)},
@@ -148,25 +160,27 @@ static constexpr lyn_demo_question_t LYN_DEMO_SINGLE_SHOT[] = {
 };
 
 bool lyn_demo_ask_single_shot(ox_lyn_loc_single_shot_req_t *req) {
-  if (!lyn_demo_have_record(req))
+  if (!lyn_demo_have_record(req)) {
     return false;
-  lyn_demo_ask_all(LYN_DEMO_SINGLE_SHOT, req);
+  }
+  lyn_demo_ask_all(lyn_demo_single_shot_questions, req);
   printf("User input  timeout msec %d, horQoS %f \n", static_cast<int>(req->timeout_ms),
          static_cast<double>(req->horizontal_accuracy));
   return true;
 }
 
 // The words of the single shot's question, although the value is the interval between two locations; deliberate.
-static constexpr lyn_demo_question_t LYN_DEMO_BATCHING[] = {
+static constexpr lyn_demo_question_t lyn_demo_batching_questions[] = {
     {.text = " Enter timeout in millisecond : ",
      .same_line = true,
      LYN_DEMO_FIELD(ox_lyn_loc_batching_req_t, min_interval_ms)},
 };
 
 bool lyn_demo_ask_batching(ox_lyn_loc_batching_req_t *req) {
-  if (!lyn_demo_have_record(req))
+  if (!lyn_demo_have_record(req)) {
     return false;
-  lyn_demo_ask_all(LYN_DEMO_BATCHING, req);
+  }
+  lyn_demo_ask_all(lyn_demo_batching_questions, req);
   printf("User input  Batching interval  msec %d \n", static_cast<int>(req->min_interval_ms));
   return true;
 }

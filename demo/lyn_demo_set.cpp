@@ -33,8 +33,9 @@ static int64_t lyn_demo_ask_entry(const char *what, int i) {
 
 static bool lyn_demo_ask_lte_lock(ox_lyn_lte_cell_lock_t *lock) {
   int64_t count = 0;
-  if (!lyn_demo_ask_count("Please Enter the Cell identity length ", OX_LYN_LTE_LOCK_LEN, &count))
+  if (!lyn_demo_ask_count("Please Enter the Cell identity length ", OX_LYN_LTE_LOCK_LEN, &count)) {
     return false;
+  }
   lock->count = static_cast<uint8_t>(count);
   for (int i = 0; i < lock->count; ++i) {
     lock->cells[i].pci = static_cast<uint16_t>(lyn_demo_ask_entry("pci", i));
@@ -44,7 +45,7 @@ static bool lyn_demo_ask_lte_lock(ox_lyn_lte_cell_lock_t *lock) {
   return true;
 }
 
-static constexpr lyn_demo_question_t LYN_DEMO_NR5G_CELL[] = {
+static constexpr lyn_demo_question_t lyn_demo_nr5g_cell_questions[] = {
     {.lead = " Please Enter the Cell identity types",
      .text = " Enter the PCI cell number",
      LYN_DEMO_FIELD(ox_lyn_nr5g_cell_lock_t, pci)},
@@ -59,8 +60,9 @@ static void lyn_demo_ask_band_mask(ox_lyn_nr5g_cell_lock_t *lock) {
   const int32_t choice = static_cast<int32_t>(
       lyn_demo_ask_number("\n1- bits_1_64 \n2- bits_65_128 \n3- bits_129_192 \n4- bits_193_256 \n5- bits_257_320 "
                           "\n6- bits_321_384 \n7- bits_385_448 \n8- bits_449_512"));
-  if (choice < 1 || choice > static_cast<int32_t>(std::size(lock->band_mask)))
+  if (choice < 1 || choice > static_cast<int32_t>(std::size(lock->band_mask))) {
     return;
+  }
   // The seventh question alone ends with a blank, deliberately.
   lock->band_mask[choice - 1] = static_cast<uint64_t>(lyn_demo_ask_number(
       choice == 7 ? "Please enter the operating band value " : "Please enter the operating band value"));
@@ -68,8 +70,9 @@ static void lyn_demo_ask_band_mask(ox_lyn_nr5g_cell_lock_t *lock) {
 
 static bool lyn_demo_ask_arfcn_list(ox_lyn_nr5g_cell_lock_t *lock) {
   int64_t count = 0;
-  if (!lyn_demo_ask_count("Please Enter the arfcn list length (Eg: 1,2)", OX_LYN_NR5G_LOCK_LEN, &count))
+  if (!lyn_demo_ask_count("Please Enter the arfcn list length (Eg: 1,2)", OX_LYN_NR5G_LOCK_LEN, &count)) {
     return false;
+  }
   lock->arfcn_list_len = static_cast<uint32_t>(count);
   for (int i = 0; i < count; ++i) {
     lock->arfcn_list[i].arfcn = static_cast<int32_t>(lyn_demo_ask_entry("arfcn", i));
@@ -83,19 +86,19 @@ static bool lyn_demo_ask_nr5g_lock(ox_lyn_nr5g_cell_lock_t *lock) {
   lock->lock_type =
       static_cast<uint32_t>(lyn_demo_ask_number("Please Enter the Cell Lock type 1- pci,2- arfcn, 3- unlock"));
   if (lock->lock_type == OX_LYN_LOCK_CELL_E) {
-    lyn_demo_ask_all(LYN_DEMO_NR5G_CELL, lock);
+    lyn_demo_ask_all(lyn_demo_nr5g_cell_questions, lock);
     lyn_demo_ask_band_mask(lock);
   }
   return lock->lock_type != OX_LYN_LOCK_ARFCN_LIST_E || lyn_demo_ask_arfcn_list(lock);
 }
 
-static constexpr lyn_demo_question_t LYN_DEMO_PPS_CONFIG[] = {
+static constexpr lyn_demo_question_t lyn_demo_pps_config_questions[] = {
     {.text = "Please Enter the current panel position index ", LYN_DEMO_FIELD(ox_lyn_pps_config_t, position_index)},
     {.text = "Do you want to enable the pps mode 1 - yes/0 - No ",
      LYN_DEMO_FIELD(ox_lyn_pps_config_t, pps_mode_enabled)},
 };
 
-static constexpr lyn_demo_question_t LYN_DEMO_PPS_FREQ[] = {
+static constexpr lyn_demo_question_t lyn_demo_pps_freq_questions[] = {
     {.text = "Please Enter is pps  nr5g band freq (250 to 290) ", LYN_DEMO_FIELD(ox_lyn_nr5g_freq_t, band)},
     {.text = "Please Enter is pps  nr5g earfcn freq ", LYN_DEMO_FIELD(ox_lyn_nr5g_freq_t, arfcn)},
     {.text = "Please Enter is pps nr5g subcarrier space freq -(1 to 5)", LYN_DEMO_FIELD(ox_lyn_nr5g_freq_t, scs)},
@@ -103,21 +106,23 @@ static constexpr lyn_demo_question_t LYN_DEMO_PPS_FREQ[] = {
 
 static bool lyn_demo_ask_pps_config(ox_lyn_pps_config_t *config) {
   int64_t count = 0;
-  lyn_demo_ask_all(LYN_DEMO_PPS_CONFIG, config);
+  lyn_demo_ask_all(lyn_demo_pps_config_questions, config);
   const int64_t with_freqs = lyn_demo_ask_number("Do you want to enable pps with freq information 1 -yes/ 0 - no ");
   if (static_cast<int32_t>(with_freqs) == 0) {
     puts("User Requested with pps mode only ");
     return true;
   }
-  if (!lyn_demo_ask_count("Please Enter the pps freq length ", OX_LYN_FREQ_LEN, &count))
+  if (!lyn_demo_ask_count("Please Enter the pps freq length ", OX_LYN_FREQ_LEN, &count)) {
     return false;
+  }
   config->freq_count = static_cast<uint32_t>(count);
-  for (int i = 0; i < count; ++i)
-    lyn_demo_ask_all(LYN_DEMO_PPS_FREQ, &config->freqs[i]);
+  for (int i = 0; i < count; ++i) {
+    lyn_demo_ask_all(lyn_demo_pps_freq_questions, &config->freqs[i]);
+  }
   return count != 0;
 }
 
-static constexpr lyn_demo_question_t LYN_DEMO_PPS_CHANGE[] = {
+static constexpr lyn_demo_question_t lyn_demo_pps_change_questions[] = {
     {.text = "Please Enter the is panel position changed 1 - yes/ 0 - no ",
      LYN_DEMO_FIELD(ox_lyn_pps_change_status_t, position_changed)},
     {.text = "Please Enter panel position index  ", LYN_DEMO_FIELD(ox_lyn_pps_change_status_t, position_index)},
@@ -126,11 +131,11 @@ static constexpr lyn_demo_question_t LYN_DEMO_PPS_CHANGE[] = {
 };
 
 static bool lyn_demo_ask_pps_change(ox_lyn_pps_change_status_t *change) {
-  lyn_demo_ask_all(LYN_DEMO_PPS_CHANGE, change);
+  lyn_demo_ask_all(lyn_demo_pps_change_questions, change);
   return change->pps_mode != OX_LYN_PPS_MODE_INVALID_E;
 }
 
-static constexpr lyn_demo_question_t LYN_DEMO_INSTALL_FREQ[] = {
+static constexpr lyn_demo_question_t lyn_demo_install_freq_questions[] = {
     {.text = "Please Enter is nr5g band freq (250 to 290) ", LYN_DEMO_FIELD(ox_lyn_nr5g_freq_t, band)},
     {.text = "Please Enter nr5g earfcn freq ", .same_line = true, LYN_DEMO_FIELD(ox_lyn_nr5g_freq_t, arfcn)},
     {.text = "Please Enter nr5g subcarrier space freq -(1 to 5)", LYN_DEMO_FIELD(ox_lyn_nr5g_freq_t, scs)},
@@ -139,8 +144,9 @@ static constexpr lyn_demo_question_t LYN_DEMO_INSTALL_FREQ[] = {
 // Unlike other counts this one is judged after it was cut to its field: 65537 is 1.
 static bool lyn_demo_ask_install(ox_lyn_install_mode_t *install) {
   install->mode = static_cast<uint32_t>(lyn_demo_ask_number("Please Request the install mode status 1- start/2-stop "));
-  if (install->mode != OX_LYN_INSTALL_MODE_START_E)
+  if (install->mode != OX_LYN_INSTALL_MODE_START_E) {
     return install->mode != 0;
+  }
   install->freq_count = static_cast<uint16_t>(lyn_demo_ask_number("Please Enter the freq length "));
   if (install->freq_count > OX_LYN_FREQ_LEN) {
     puts("Please Enter the frequncy length in the range(1-16) ");
@@ -148,7 +154,7 @@ static bool lyn_demo_ask_install(ox_lyn_install_mode_t *install) {
   }
   uint32_t last_scs = 0;
   for (int i = 0; i < install->freq_count; ++i) {
-    lyn_demo_ask_all(LYN_DEMO_INSTALL_FREQ, &install->freqs[i]);
+    lyn_demo_ask_all(lyn_demo_install_freq_questions, &install->freqs[i]);
     last_scs = install->freqs[i].scs;
   }
   return last_scs != OX_LYN_SCS_UNKNOWN_E;  // no entry, or a last spacing of 0: refused here deliberately
@@ -166,8 +172,9 @@ static bool lyn_demo_ask_deprioritize(lyn_demo_set_blocks_t *, ox_lyn_dm_ctrl_in
 // Fill one block by its prompt sequence and hand it over.
 template <auto Block, auto Ask>
 static bool lyn_demo_ask_block(lyn_demo_set_blocks_t *blocks, ox_lyn_dm_ctrl_info_t *ctrl) {
-  if (!lyn_demo_have_record(blocks))
+  if (!lyn_demo_have_record(blocks)) {
     return false;
+  }
   ctrl->value.ptr = &(blocks->*Block);
   return Ask(&(blocks->*Block));
 }
@@ -181,7 +188,7 @@ struct lyn_demo_control_t {
   const char *done[2] = {nullptr, nullptr};
 };
 
-static constexpr lyn_demo_control_t LYN_DEMO_CONTROL[] = {
+static constexpr lyn_demo_control_t lyn_demo_control_rows[] = {
     {.id = OX_LYN_SET_INVALID_E, .name = "Invalid Request"},
     {.id = OX_LYN_SET_LOC_SINGLE_SHOT_STOP_E, .name = "Gps Single shot stop"},
     {.id = OX_LYN_SET_LOC_ROUTINE_BATCHING_STOP_E, .name = "Gps Batching stop"},
@@ -216,11 +223,11 @@ static constexpr lyn_demo_control_t LYN_DEMO_CONTROL[] = {
      .done = {"Install mode config req is success"}},
 };
 
-static_assert(std::size(LYN_DEMO_CONTROL) == OX_LYN_SET_COUNT && lyn_demo_in_order(LYN_DEMO_CONTROL));
+static_assert(std::size(lyn_demo_control_rows) == OX_LYN_SET_COUNT && lyn_demo_in_order(lyn_demo_control_rows));
 
 // The row of a control; of the invalid request for a number that is none.
 static const lyn_demo_control_t &lyn_demo_control_of(int64_t control) {
-  return LYN_DEMO_CONTROL[control > 0 && control < OX_LYN_SET_COUNT ? control : 0];
+  return lyn_demo_control_rows[control > 0 && control < OX_LYN_SET_COUNT ? control : 0];
 }
 
 const char *lyn_demo_control_name(uint32_t control) {
@@ -251,8 +258,10 @@ int32_t lyn_demo_set_info(const int32_t *options, uint32_t count) {
   }
   const lyn_demo_control_t &answered = lyn_demo_control_of(ctrl.control);
   printf("LYN DEMO APP : [%s] \n", answered.name);
-  for (const char *text : answered.done)
-    if (text != nullptr)
+  for (const char *text : answered.done) {
+    if (text != nullptr) {
       puts(text);
+    }
+  }
   return 0;
 }

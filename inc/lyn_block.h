@@ -53,8 +53,9 @@ lyn_block_t<T> lyn_zeroed_block() {
     lyn_block_t<T> owner(static_cast<T *>(malloc(sizeof(T))));
     void *block = owner.get();
     asm("" : "+r"(block));  // or the compiler would make the two calls into one of calloc
-    if (block != nullptr)
+    if (block != nullptr) {
       memset(block, 0, sizeof(T));  // cppcheck-suppress memsetClassFloat ; all bits zero is 0.0
+    }
     return owner;
   }
 }
@@ -63,8 +64,9 @@ lyn_block_t<T> lyn_zeroed_block() {
 template <class T>
 lyn_block_t<T> lyn_new_block(const diag_msg_record_t *place) {
   lyn_block_t<T> block = lyn_zeroed_block<T>();
-  if (!block)
+  if (!block) {
     LYN_LOG_OF(place, "Memory allocation failure");
+  }
   return block;
 }
 

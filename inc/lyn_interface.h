@@ -76,8 +76,9 @@ class lyn_module_guard_t {
  public:
   lyn_module_guard_t() { lyn_lock(); }
   ~lyn_module_guard_t() {
-    if (!is_kept_)
+    if (!is_kept_) {
       lyn_unlock();
+    }
   }
   lyn_module_guard_t(const lyn_module_guard_t &) = delete;
   lyn_module_guard_t &operator=(const lyn_module_guard_t &) = delete;

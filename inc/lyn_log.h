@@ -75,17 +75,21 @@ constexpr bool lyn_log_parse(const char *format, uint8_t *program) {
     for (; *format != '\0' && (*format != '%' || format[1] == '%'); format++) {
       format += *format == '%';
       *program++ = static_cast<uint8_t>(*format);
-      if (++*run == 0)
+      if (++*run == 0) {
         return false;
+      }
     }
-    if (*format == '\0')
+    if (*format == '\0') {
       break;
+    }
     int length = 0;
-    for (format++; *format == 'h' || *format == 'l'; format++)
+    for (format++; *format == 'h' || *format == 'l'; format++) {
       length += *format == 'h' ? -1 : 1;
+    }
     const lyn_log_conversion conversion = lyn_log_conversion_of(*format, length);
-    if (conversion == lyn_log_conversion::end)
+    if (conversion == lyn_log_conversion::end) {
       return false;
+    }
     *program++ = static_cast<uint8_t>(conversion);
     format++;
   }
@@ -100,20 +104,22 @@ void lyn_log_format_is_not_known();
 template <size_t LEN>
 consteval std::array<uint8_t, LEN + 1> lyn_log_compile(const char (&format)[LEN]) {
   std::array<uint8_t, LEN + 1> program{};
-  if (!lyn_log_parse(format, program.data()))
+  if (!lyn_log_parse(format, program.data())) {
     lyn_log_format_is_not_known();
+  }
   return program;
 }
 
 /** An argument as the formatter takes it: a word whose low bits are the argument's. */
 template <class Argument>
 uint64_t lyn_log_word(Argument argument) {
-  if constexpr (std::is_pointer_v<Argument>)
+  if constexpr (std::is_pointer_v<Argument>) {
     return reinterpret_cast<uintptr_t>(argument);
-  else if constexpr (std::is_null_pointer_v<Argument>)
+  } else if constexpr (std::is_null_pointer_v<Argument>) {
     return 0;
-  else
+  } else {
     return static_cast<uint64_t>(argument);
+  }
 }
 
 /** Longest number: the digits of 2^64 - 1, with a sign or a prefix. */

@@ -15,10 +15,11 @@
  * Threads: every operation may be called from any thread but the callback's. Operations are serialised by one lock, in
  * the order of their coming with at most one event in between, and hold it while they talk to the modem: a call may
  * block for up to 50 s per modem request (the request's time-out; a metric, a control or a subscription is at most
- * three), and before that for as long as the calls and the event ahead of it need. The mobile AP and location services have time-outs of their own. The callback runs on the module's own
- * command thread, one event at a time, in the order in which the events happened; it runs under the same lock and must
- * not call any operation. The same thread, under the same lock, sends what an event asks of the module itself: the
- * NR 5G scan behind an LTE one (up to 50 s), the start, teardown and second configuration of a throughput test.
+ * three), and before that for as long as the calls and the event ahead of it need. The mobile AP and location services
+ * have time-outs of their own. The callback runs on the module's own command thread, one event at a time, in the order
+ * in which the events happened; it runs under the same lock and must not call any operation. The same thread, under the
+ * same lock, sends what an event asks of the module itself: the NR 5G scan behind an LTE one (up to 50 s), the start,
+ * teardown and second configuration of a throughput test.
  *
  * Memory: records and parameter blocks handed in belong to the caller and are not kept. Blocks that the module hands
  * out are made with malloc or calloc and released by their receiver with free(); each declaration says which ones.
@@ -50,9 +51,7 @@ extern "C" {
 /** One comparable number: 0x00MMmmpp. */
 #define OX_LYN_VERSION ((OX_LYN_VERSION_MAJOR << 16) | (OX_LYN_VERSION_MINOR << 8) | OX_LYN_VERSION_PATCH)
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Vocabulary                                                                                                         */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Vocabulary */
 
 /** Module handle: drawn by ox_lyn_init, never 0 while valid. There is one module per process. */
 typedef uint32_t ox_lyn_hndl_t;
@@ -450,9 +449,7 @@ enum {
   OX_LYN_NR5G_NBR_CGI_LEN = 11
 };
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Records                                                                                                            */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Records */
 
 /**
  * Get-info record: the caller's own. As callback record: allocated zeroed by the module, freed by the user.
@@ -492,9 +489,7 @@ typedef struct {
                              bits are kept */
 } ox_lyn_dm_ind_info_t;
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Blocks of get info and set info                                                                                    */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Blocks of get info and set info */
 
 /** CQI of one component carrier. */
 typedef struct {
@@ -673,9 +668,7 @@ typedef struct {
   ox_lyn_nr5g_freq_t freqs[OX_LYN_FREQ_LEN];
 } ox_lyn_install_mode_t;
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Delivered blocks: allocated by the module, freed by the user                                                       */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Delivered blocks: allocated by the module, freed by the user */
 
 /** One location. A member is meaningful where its flag is set. */
 typedef struct {
@@ -792,9 +785,7 @@ typedef struct {
   ox_lyn_nr5g_nbr_t cells[OX_LYN_NR5G_NBR_LEN];
 } ox_lyn_nr5g_nbr_info_t;
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Operations                                                                                                         */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Operations */
 
 /**
  * The user's callback, for every subscribed indication, every unsubscribable one and every asynchronous response.
@@ -1001,9 +992,7 @@ int32_t ox_lyn_get_ind_list(ox_lyn_hndl_t hndl, uint32_t *dm_ind_list, uint32_t 
  */
 int32_t ox_lyn_clear_ind_list(ox_lyn_hndl_t hndl, uint32_t *dm_clr_ind_list, uint32_t dm_clr_ind_list_cnt);
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Layouts                                                                                                            */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Layouts */
 
 #define OX_LYN_ASSERT_SIZE(type, size) static_assert(sizeof(type) == (size), #type " has changed its size")
 #define OX_LYN_ASSERT_OFFSET(type, member, offset) \

@@ -32,9 +32,7 @@ static std::atomic<lyn_cmdq_chunk_t *> lyn_cmdq_spare_chunk{nullptr};
 /** What lyn_cmdthrd_main returns when it fails: -1. */
 static void *const LYN_CMDTHRD_FAILED = reinterpret_cast<void *>(intptr_t{-1});
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* State words and pthread calls                                                                                      */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* State words and pthread calls */
 
 static int32_t lyn_cmdq_count(lyn_cmdq_t *cmdq) {
   return std::atomic_ref(cmdq->count).load(std::memory_order_relaxed);
@@ -84,9 +82,7 @@ static void lyn_cmdq_warn(int32_t count, int32_t max) {
   }
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Chunks                                                                                                             */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Chunks */
 
 static void lyn_chunk_free(lyn_cmdq_chunk_t *chunk) {
   if (chunk != nullptr) {
@@ -134,9 +130,7 @@ static void lyn_item_discard(lyn_cmdq_item_t *item) {
   }
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Taking commands off, with the mutex held                                                                           */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Taking commands off, with the mutex held */
 
 /** Begin the next item of the run; null where there is none. The thread does so without the mutex. */
 static lyn_cmdq_item_t *lyn_run_claim(lyn_cmdq_run_t *run) {
@@ -254,9 +248,7 @@ int32_t lyn_cmdq_flush(lyn_cmdq_t *cmdq) {
   return unlocked ? 0 : -1;
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Putting commands in                                                                                                */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Putting commands in */
 
 /** Where a producer comes in. */
 typedef struct {
@@ -393,9 +385,7 @@ lyn_cmdq_post_e lyn_cmdq_post(lyn_cmdq_gate_t *gate, lyn_cmd *cmd, const void *o
   return result;
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* The command thread                                                                                                 */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* The command thread */
 
 /** Run a command. False: the thread ends. */
 static bool lyn_cmdthrd_run(lyn_cmdq_item_t *item) {
@@ -550,9 +540,7 @@ void lyn_cmdthrd_deinit(lyn_cmdq_t *cmdq) {
   }
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Life cycle                                                                                                         */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Life cycle */
 
 /** Make mutex and condition variable. */
 static bool lyn_cmdq_init_sync(lyn_cmdq_t *cmdq) {

@@ -90,9 +90,7 @@ static ox_lyn_location_t lyn_gps_copy(const Location &from) {
           .extra_time = {from.extraTime[0], from.extraTime[1]}};
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Callbacks                                                                                                          */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Callbacks */
 
 static void onCapabilitiesCb(LocationCapabilitiesMask mask) noexcept {
   lyn_gps_capable = true;
@@ -209,9 +207,7 @@ static void batching_routine_location_callback(const std::vector<Location> &loca
   }
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Life cycle                                                                                                         */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Life cycle */
 
 static void lyn_gps_delete_client() {
   delete lyn_gps_client;
@@ -240,9 +236,7 @@ int32_t lyn_gps_deinit(void) {
   return 0;
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Starts and stops                                                                                                   */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Starts and stops */
 
 static bool lyn_gps_is_ready() {
   return lyn_gps_client != nullptr && lyn_gps_capable;

@@ -43,19 +43,22 @@ static void lyn_wipe_state() {
 /** rand() is left unseeded: the first handle of a process is the C library's first value. */
 static ox_lyn_hndl_t lyn_draw_handle() {
   ox_lyn_hndl_t hndl = 0;
-  while (hndl == 0)
+  while (hndl == 0) {
     hndl = static_cast<ox_lyn_hndl_t>(rand());  // NOLINT(cert-msc30-c,cert-msc50-cpp,concurrency-mt-unsafe)
+  }
   return hndl;
 }
 
 /** The sub-initialisations in their order; what a failure leaves up differs from step to step, deliberately. */
 static int32_t lyn_init_clients() {
   int32_t status = lyn_yrp_nas_init();
-  if (status != OX_LYN_SUCCESS)
+  if (status != OX_LYN_SUCCESS) {
     return status;
+  }
   status = lyn_oxmap_init();
-  if (status != OX_LYN_SUCCESS)
+  if (status != OX_LYN_SUCCESS) {
     return status;
+  }
   lyn_nas_sys_info_t sys_info;  // asked for only to seed the network status
   status = lyn_yrp_nas_get_sys_info(&sys_info, 1);
   if (status != OX_LYN_SUCCESS) {
@@ -63,8 +66,9 @@ static int32_t lyn_init_clients() {
     return status;
   }
   status = lyn_gps_init();
-  if (status != OX_LYN_SUCCESS)
+  if (status != OX_LYN_SUCCESS) {
     return status;
+  }
   if (lyn_cmdq_init_behind(&lyn_state.cmdq, LYN_CMDQ_MAX, &lyn_gate) != 0) {
     lyn_yrp_nas_release();
     LYN_LOG_ERROR("Initializing internal command queue for processing async commands failed");
@@ -84,10 +88,12 @@ int32_t ox_lyn_init(ox_lyn_hndl_t *hndl, uint32_t user_data, ox_lyn_user_cb_fn u
     LYN_LOG_ERROR("Device Mmanager module already initialized!!");  // misspelt so, deliberately
     return OX_LYN_ERR_ALREADY_INITIALIZED;
   }
-  if (!lyn_log_init())  // deliberately no reason to stop
+  if (!lyn_log_init()) {  // deliberately no reason to stop
     perror("Diag initialization failed!!");
-  if (lyn_state.cmdq.head != nullptr)  // left by a teardown that failed half way, with or without a thread
+  }
+  if (lyn_state.cmdq.head != nullptr) {  // left by a teardown that failed half way, with or without a thread
     lyn_cmdq_deinit(&lyn_state.cmdq);
+  }
   lyn_wipe_state();
   const int32_t status = lyn_init_clients();
   if (status != OX_LYN_SUCCESS) {
@@ -107,11 +113,13 @@ int32_t ox_lyn_init(ox_lyn_hndl_t *hndl, uint32_t user_data, ox_lyn_user_cb_fn u
 /** The teardown in its order; stops at the first step that fails. */
 static int32_t lyn_deinit_clients() {
   int32_t status = lyn_yrp_nas_release();
-  if (status != OX_LYN_SUCCESS)
+  if (status != OX_LYN_SUCCESS) {
     return status;
+  }
   status = lyn_gps_deinit();
-  if (status != OX_LYN_SUCCESS)
+  if (status != OX_LYN_SUCCESS) {
     return status;
+  }
   if (lyn_cmdq_deinit(&lyn_state.cmdq) != 0) {
     LYN_LOG_ERROR("De-initializing internal command queue for processing async commands failed");
     return OX_LYN_ERR_FAILURE;
@@ -125,14 +133,16 @@ int32_t ox_lyn_deinit(ox_lyn_hndl_t hndl) {
     LYN_LOG_ERROR("Invalid params - hndl[%p]", lyn_log_handle(hndl));
     return OX_LYN_ERR_INVALID_PARAM;
   }
-  if (!lyn_is_initialised())
+  if (!lyn_is_initialised()) {
     return lyn_not_initialised();
+  }
   lyn_set_initialised(false);  // before anything is torn down: a failed teardown counts as down, too
   lyn_cmdq_shut(&lyn_gate);
   lyn_lock_send_thread_off();
   const int32_t status = lyn_deinit_clients();
-  if (status != OX_LYN_SUCCESS)
+  if (status != OX_LYN_SUCCESS) {
     return status;
+  }
   lyn_wipe_state();  // deliberately the handle, too: from here on any handle is a bad one
   LYN_LOG_HIGH("Device Manager module successfully de-initialized!!");
   lyn_log_deinit();

@@ -15,9 +15,7 @@
 
 #include "lyn_interface_event.h"
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Records                                                                                                            */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Records */
 
 lyn_record_t lyn_new_record(uint32_t record_type, uint32_t id, uint32_t value_type) {
   lyn_record_t record = lyn_new_block<ox_lyn_dm_info_t>(LYN_LOG_ERROR_HERE);
@@ -35,20 +33,20 @@ void lyn_deliver(lyn_record_t record) {
 
 bool lyn_deliver_number(uint32_t indication, uint32_t value_type, int64_t value) {
   lyn_record_t record = lyn_new_record(OX_LYN_RECORD_IND_E, indication, value_type);
-  if (!record)
+  if (!record) {
     return false;
+  }
   record->value.i64 = value;
   lyn_deliver(std::move(record));
   return true;
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Modem, registration and signal                                                                                     */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Modem, registration and signal */
 
 static void lyn_modem_status(uint32_t value) {
-  if (lyn_state.ind_table.modem_status != 0)
+  if (lyn_state.ind_table.modem_status != 0) {
     lyn_deliver_number(OX_LYN_IND_MODEM_STATUS_E, OX_LYN_VALUE_UINT32_E, value);
+  }
 }
 
 static void lyn_event_modem_up(const void *) {
@@ -60,8 +58,9 @@ static void lyn_event_modem_down(const void *) {
 }
 
 static void lyn_event_sys_info(const void *data) {
-  if (lyn_state.ind_table.reg_status != 0)
+  if (lyn_state.ind_table.reg_status != 0) {
     lyn_deliver_number(OX_LYN_IND_REG_STATUS_E, OX_LYN_VALUE_UINT32_E, *static_cast<const uint32_t *>(data));
+  }
 }
 
 /** Reads one signal value; false where its part of the message is not valid. Rows in the order of lyn_ind_rows. */
@@ -104,25 +103,23 @@ static void lyn_event_sig_info(const void *data) {
   for (size_t i = 0; i < std::size(lyn_ind_rows); i++) {
     lyn_ind_group_t &group = lyn_state.ind_table.*lyn_ind_rows[i].group;
     int32_t value = 0;
-    if (group.enabled == 0 || !lyn_sig_reads[i](msg, &value) || value == group.last)
+    if (group.enabled == 0 || !lyn_sig_reads[i](msg, &value) || value == group.last) {
       continue;
-    if (lyn_deliver_number(lyn_ind_rows[i].indication, OX_LYN_VALUE_INT64_E, value))
+    }
+    if (lyn_deliver_number(lyn_ind_rows[i].indication, OX_LYN_VALUE_INT64_E, value)) {
       group.last = value;
+    }
   }
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Mobile AP                                                                                                          */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Mobile AP */
 
 static void lyn_event_qos_flow(const void *data) {
   lyn_deliver_copy(LYN_LOG_ERROR_HERE, OX_LYN_RECORD_IND_E, OX_LYN_IND_QOS_FLOW_E, OX_LYN_VALUE_INT64_E,
                    *static_cast<const ox_lyn_qos_flow_t *>(data));
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* mmW panel position and install mode                                                                                */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* mmW panel position and install mode */
 
 /** PPS mode by the modem's mode index. */
 static constexpr uint32_t lyn_pps_modes[] = {OX_LYN_PPS_MODE_START_E, OX_LYN_PPS_MODE_MEASUREMENT_E,
@@ -131,8 +128,9 @@ static constexpr uint32_t lyn_pps_modes[] = {OX_LYN_PPS_MODE_START_E, OX_LYN_PPS
 static void lyn_event_pps(const void *data) {
   const auto &msg = *static_cast<const yrp_nas_pps_ind_t *>(data);
   lyn_block_t<ox_lyn_pps_ind_t> pps = lyn_new_block<ox_lyn_pps_ind_t>(LYN_LOG_ERROR_HERE);
-  if (!pps)
+  if (!pps) {
     return;
+  }
   pps->position_index = msg.position_index;
   pps->mode =
       msg.mode_index < std::size(lyn_pps_modes) ? lyn_pps_modes[msg.mode_index] : uint32_t{OX_LYN_PPS_MODE_INVALID_E};
@@ -158,8 +156,9 @@ static void lyn_log_install_freq(const ox_lyn_install_freq_list_t &list, const o
 static void lyn_event_install_freq(const void *data) {
   const auto &msg = *static_cast<const yrp_nas_install_freq_ind_t *>(data);
   lyn_block_t<ox_lyn_install_freq_list_t> list = lyn_new_block<ox_lyn_install_freq_list_t>(LYN_LOG_ERROR_HERE);
-  if (!list)
+  if (!list) {
     return;
+  }
   list->count = static_cast<uint16_t>(lyn_clamp(msg.freq_len, std::size(list->entries)));
   for (uint32_t i = 0; i < list->count; i++) {
     const auto &from = msg.freqs[i];
@@ -177,9 +176,7 @@ static void lyn_event_install_status(const void *data) {
   lyn_deliver_number(OX_LYN_IND_INSTALL_MODE_STATUS_E, OX_LYN_VALUE_INT64_E, msg.status);
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Location                                                                                                           */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Location */
 
 /** Every single-shot event ends the request, also a refusal; only a stop that is never answered leaves it ongoing. */
 static void lyn_event_single_shot(const void *data) {
@@ -197,8 +194,9 @@ static bool lyn_copy_locations(ox_lyn_loc_batch_t *copy, const ox_lyn_loc_batch_
     LYN_LOG_ERROR("Memory allocation failure");
     return false;
   }
-  if (posted.locations != nullptr)
+  if (posted.locations != nullptr) {
     memcpy(copy->locations, posted.locations, posted.count * sizeof(ox_lyn_location_t));
+  }
   copy->count = posted.count;
   return true;
 }
@@ -206,24 +204,25 @@ static bool lyn_copy_locations(ox_lyn_loc_batch_t *copy, const ox_lyn_loc_batch_
 static void lyn_event_batch(const void *data) {
   const auto &posted = *static_cast<const ox_lyn_loc_batch_t *>(data);
   lyn_block_t<ox_lyn_loc_batch_t> copy = lyn_new_block<ox_lyn_loc_batch_t>(LYN_LOG_ERROR_HERE);
-  if (!copy)
+  if (!copy) {
     return;
+  }
   copy->status = posted.status;
   copy->response = posted.response;
-  if (posted.status == OX_LYN_LOC_BATCH_LOCATIONS_E && !lyn_copy_locations(copy.get(), posted))
+  if (posted.status == OX_LYN_LOC_BATCH_LOCATIONS_E && !lyn_copy_locations(copy.get(), posted)) {
     return;
+  }
   lyn_block_t<ox_lyn_location_t> locations(copy->locations);  // ours until the record is the user's
   lyn_record_t record = lyn_new_record(OX_LYN_RECORD_ASYNC_E, OX_LYN_ASYNC_LOC_BATCH_E, OX_LYN_VALUE_LOCATION_E);
-  if (!record)
+  if (!record) {
     return;
+  }
   (void)locations.release();
   record->value.ptr = copy.release();
   lyn_deliver(std::move(record));
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Dispatch                                                                                                           */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Dispatch */
 
 /** What delivers an event; null for what is none. No `default`: the compiler names an event without a row. */
 static constexpr auto lyn_event_row(lyn_event_e event) -> void (*)(const void *msg_data) {

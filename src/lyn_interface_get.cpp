@@ -48,9 +48,7 @@ struct lyn_metric_row_t {
   bool in_list = true; /**< ox_lyn_get_info_list takes it, too */
 };
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Queries                                                                                                            */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Queries */
 
 /** A query of the NAS client whose record is one member of the answer. */
 template <auto member, auto query>
@@ -73,26 +71,27 @@ static constexpr auto lyn_query_rf = lyn_ask<&lyn_answer_t::rf, lyn_yrp_nas_get_
 /** In EN-DC the NR 5G PCI is reported with the system information; without it the NR 5G part has none. */
 static int32_t lyn_query_pci(lyn_answer_t *answer, const lyn_get_t &get) {
   int32_t status = lyn_yrp_nas_get_cell_info(&answer->cell);
-  if (status != OX_LYN_SUCCESS || get.network_status != OX_LYN_REG_LTE_NR5G_E)
+  if (status != OX_LYN_SUCCESS || get.network_status != OX_LYN_REG_LTE_NR5G_E) {
     return status;
+  }
   lyn_nas_sys_info_t sys_info;
   status = lyn_yrp_nas_get_sys_info(&sys_info, 0);
-  if (status != OX_LYN_SUCCESS)
+  if (status != OX_LYN_SUCCESS) {
     return status;
+  }
   answer->cell.nr5g_serving_cell_info_valid = sys_info.nr5g_pci_valid == 1;
   answer->cell.nr5g.pci = sys_info.nr5g_pci;
   return OX_LYN_SUCCESS;
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Conversions                                                                                                        */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Conversions */
 
 /** An integer of any width, widened by its own sign; without its item the record keeps its value. */
 template <class T>
 static int32_t lyn_put_int(lyn_get_t *get, uint8_t valid, T value) {
-  if (valid == 0)
+  if (valid == 0) {
     return OX_LYN_ERR_INFO_UNAVAILABLE;
+  }
   get->info->value_type = OX_LYN_VALUE_INT64_E;
   get->info->value.i64 = static_cast<int64_t>(value);
   return OX_LYN_SUCCESS;
@@ -100,12 +99,14 @@ static int32_t lyn_put_int(lyn_get_t *get, uint8_t valid, T value) {
 
 /** Three octets: a PLMN or an NR 5G TAC. */
 static int32_t lyn_put_octets(lyn_get_t *get, uint8_t valid, const uint8_t (&octets)[3]) {
-  if (valid == 0)
+  if (valid == 0) {
     return OX_LYN_ERR_INFO_UNAVAILABLE;
+  }
   get->info->value_type = OX_LYN_VALUE_ARRAY_E;
   get->info->count = static_cast<uint32_t>(std::size(octets));
-  for (size_t i = 0; i < std::size(octets); i++)
+  for (size_t i = 0; i < std::size(octets); i++) {
     get->info->value.i64_array[i] = octets[i];
+  }
   return OX_LYN_SUCCESS;
 }
 
@@ -118,8 +119,9 @@ static int32_t lyn_put_code(lyn_get_t *get, uint32_t code) {
 /** A CQI list into the caller's block, which is cleared whole first. */
 template <class Block, size_t N>
 static int32_t lyn_put_cqi(lyn_get_t *get, uint8_t valid, uint32_t len, const ox_lyn_cqi_entry_t (&entries)[N]) {
-  if (valid == 0)
+  if (valid == 0) {
     return OX_LYN_ERR_INFO_UNAVAILABLE;
+  }
   auto *block = static_cast<Block *>(get->info->value.ptr);
   static_assert(std::size(Block{}.entries) == N);
   memset(block, 0, sizeof(*block));
@@ -132,8 +134,9 @@ static int32_t lyn_put_cqi(lyn_get_t *get, uint8_t valid, uint32_t len, const ox
 
 /** The LTE lock list; the caller's enforce flag stays as it is. */
 static int32_t lyn_put_lte_lock(const lyn_answer_t &answer, lyn_get_t *get) {
-  if (answer.lock.lte_cell_list_valid == 0)
+  if (answer.lock.lte_cell_list_valid == 0) {
     return OX_LYN_ERR_INFO_UNAVAILABLE;
+  }
   auto *block = static_cast<ox_lyn_lte_cell_lock_t *>(get->info->value.ptr);
   block->count = static_cast<uint8_t>(answer.lock.count);
   memcpy(block->cells, answer.lock.cells, answer.lock.count * sizeof(answer.lock.cells[0]));
@@ -142,8 +145,9 @@ static int32_t lyn_put_lte_lock(const lyn_answer_t &answer, lyn_get_t *get) {
 }
 
 static int32_t lyn_put_nr5g_lock(const lyn_answer_t &answer, lyn_get_t *get) {
-  if (answer.lock.type_valid == 0)
+  if (answer.lock.type_valid == 0) {
     return OX_LYN_ERR_INFO_UNAVAILABLE;
+  }
   auto *block = static_cast<ox_lyn_nr5g_cell_lock_t *>(get->info->value.ptr);
   block->lock_type = answer.lock.type;  // deliberate: the platform's number, untranslated
   block->pci = answer.lock.pci;
@@ -181,12 +185,15 @@ static lyn_block_t<ox_lyn_mcs_t> lyn_new_mcs(const Radio &radio) {
 
 static int32_t lyn_put_lte_mcs(const lyn_answer_t &answer, lyn_get_t *get) {
   lyn_block_t<ox_lyn_mcs_t> mcs = lyn_new_mcs(answer.mcs.lte);
-  if (!mcs)
+  if (!mcs) {
     return OX_LYN_ERR_FAILURE;
-  for (uint32_t i = 0; i < mcs->dl_len; i++)
+  }
+  for (uint32_t i = 0; i < mcs->dl_len; i++) {
     LYN_LOG_ERROR("MCS LTE down mod type %d\n", static_cast<int>(mcs->dl_mod[i]));
-  for (uint32_t i = 0; i < mcs->ul_len; i++)
+  }
+  for (uint32_t i = 0; i < mcs->ul_len; i++) {
     LYN_LOG_ERROR("MCS LTE up mod type %d\n", static_cast<int>(mcs->ul_mod[i]));
+  }
   return lyn_give_mcs(get, std::move(mcs));
 }
 
@@ -219,14 +226,13 @@ static int32_t lyn_put_nr5g_rrc(const lyn_answer_t &answer, lyn_get_t *get) {
 
 static int32_t lyn_put_rf_bw(const lyn_answer_t &answer, lyn_get_t *get) {
   get->info->count = answer.rf.len;
-  for (uint32_t i = 0; i < answer.rf.len; i++)
+  for (uint32_t i = 0; i < answer.rf.len; i++) {
     get->info->value.i64_array[i] = answer.rf.bw[i];
+  }
   return OX_LYN_SUCCESS;
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Mobile AP and location                                                                                             */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Mobile AP and location */
 
 static std::atomic<void *> lyn_spare_profiles{nullptr};
 
@@ -261,8 +267,9 @@ static int32_t lyn_handle_single_shot(lyn_get_t *get) {
   }
   const auto *req = static_cast<const ox_lyn_loc_single_shot_req_t *>(get->info->value.ptr);
   const int32_t status = lyn_gps_get_single_shot_location_info(req);
-  if (status == OX_LYN_SUCCESS)
+  if (status == OX_LYN_SUCCESS) {
     lyn_state.single_shot_ongoing = 1;
+  }
   return status;
 }
 
@@ -274,14 +281,13 @@ static int32_t lyn_handle_batching(lyn_get_t *get) {
   }
   const auto *req = static_cast<const ox_lyn_loc_batching_req_t *>(get->info->value.ptr);
   const int32_t status = lyn_gps_start_batching_info(req);
-  if (status == OX_LYN_SUCCESS)
+  if (status == OX_LYN_SUCCESS) {
     lyn_state.batching_ongoing = 1;
+  }
   return status;
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* The catalogue                                                                                                      */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* The catalogue */
 
 /** A metric of the NAS client that is one integer: its query, its validity marker and its value in the answer. */
 #define LYN_INT_ROW(metric_id, query_fn, valid_of, value_of, missing)                                          \
@@ -414,17 +420,16 @@ static constexpr lyn_metric_row_t lyn_metric_rows[] = {
 
 static constexpr bool lyn_metric_rows_in_order() {
   for (size_t i = 0; i < std::size(lyn_metric_rows); i++) {
-    if (lyn_metric_rows[i].metric != i)
+    if (lyn_metric_rows[i].metric != i) {
       return false;
+    }
   }
   return true;
 }
 static_assert(std::size(lyn_metric_rows) == OX_LYN_GET_COUNT, "a metric has no row");
 static_assert(lyn_metric_rows_in_order(), "a row stands in another metric's place");
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Operations                                                                                                         */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Operations */
 
 static int32_t lyn_metric_not_supported(uint32_t metric) {
   LYN_LOG_ERROR("Retrieving the diagnostic information for metric[%u] - not supported!!", metric);
@@ -435,11 +440,13 @@ static int32_t lyn_metric_not_supported(uint32_t metric) {
 static int32_t lyn_query_and_convert(const lyn_metric_row_t &row, lyn_get_t *get) {
   lyn_answer_t answer;
   int32_t status = row.query(&answer, *get);
-  if (status != OX_LYN_SUCCESS)
+  if (status != OX_LYN_SUCCESS) {
     return status;
+  }
   status = row.convert(answer, get);
-  if (status == OX_LYN_ERR_INFO_UNAVAILABLE)
+  if (status == OX_LYN_ERR_INFO_UNAVAILABLE) {
     LYN_LOG_ERROR("%s", row.unavailable);
+  }
   return status;
 }
 
@@ -447,8 +454,9 @@ static int32_t lyn_query_and_convert(const lyn_metric_row_t &row, lyn_get_t *get
 static int32_t lyn_get(lyn_get_t *get) {
   lyn_nas_sys_info_t sys_info;
   const int32_t status = lyn_yrp_nas_get_sys_info(&sys_info, 1);
-  if (status != OX_LYN_SUCCESS)
+  if (status != OX_LYN_SUCCESS) {
     return status;
+  }
   get->network_status = sys_info.network_status;
   const uint32_t metric = get->info->metric;
   if (metric == OX_LYN_GET_REG_STATUS_E) {
@@ -461,11 +469,13 @@ static int32_t lyn_get(lyn_get_t *get) {
     LYN_LOG_ERROR("LTE and NR 5G service status unavailable [%u] - retry", sys_info.network_status);
     return OX_LYN_ERR_SERVICE_UNAVAILABLE;
   }
-  if (metric == OX_LYN_GET_INVALID_E || metric >= OX_LYN_GET_COUNT)
+  if (metric == OX_LYN_GET_INVALID_E || metric >= OX_LYN_GET_COUNT) {
     return lyn_metric_not_supported(metric);
+  }
   const lyn_metric_row_t &row = lyn_metric_rows[metric];
-  if (row.needs_ptr && get->info->value.ptr == nullptr)
+  if (row.needs_ptr && get->info->value.ptr == nullptr) {
     return OX_LYN_ERR_INVALID_PARAM;
+  }
   return row.query != nullptr ? lyn_query_and_convert(row, get) : row.handle(get);
 }
 
@@ -475,13 +485,15 @@ int32_t ox_lyn_get_info(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info) {
     LYN_LOG_ERROR("Invalid params - hndl[%p], dm_info[%p]", lyn_log_handle(hndl), static_cast<void *>(dm_info));
     return OX_LYN_ERR_INVALID_PARAM;
   }
-  if (!lyn_is_initialised())
+  if (!lyn_is_initialised()) {
     return lyn_not_initialised();
+  }
   dm_info->value_type = OX_LYN_VALUE_NONE_E;
   lyn_get_t get = {.info = dm_info, .network_status = 0, .keep_lock = false};
   const int32_t status = lyn_get(&get);
-  if (get.keep_lock)
+  if (get.keep_lock) {
     lock.keep();
+  }
   return status;
 }
 
@@ -496,8 +508,9 @@ static int32_t lyn_check_list(ox_lyn_hndl_t hndl, const ox_lyn_dm_info_t *dm_inf
 
 /** Whether an entry would collide with what is ongoing when the list begins. */
 static int32_t lyn_precheck(uint32_t metric) {
-  if (lyn_scan_is_metric(metric) && lyn_scan_is_pending())
+  if (lyn_scan_is_metric(metric) && lyn_scan_is_pending()) {
     return lyn_scan_busy();
+  }
   if (metric == OX_LYN_GET_LOC_SINGLE_SHOT_E && lyn_state.single_shot_ongoing != 0) {
     LYN_LOG_ERROR("Gps scan ongoing single_shot[%d] - wait for completion!!", 1);
     return OX_LYN_ERR_BUSY;
@@ -520,10 +533,12 @@ static int32_t lyn_get_entry(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info) {
 int32_t ox_lyn_get_info_list(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info_list, uint32_t dm_info_list_cnt) {
   lyn_module_guard_t lock;
   int32_t status = lyn_check_list(hndl, dm_info_list, dm_info_list_cnt);
-  for (uint32_t i = 0; status == OX_LYN_SUCCESS && i < dm_info_list_cnt; i++)
+  for (uint32_t i = 0; status == OX_LYN_SUCCESS && i < dm_info_list_cnt; i++) {
     status = lyn_precheck(dm_info_list[i].metric);
-  if (status != OX_LYN_SUCCESS)
+  }
+  if (status != OX_LYN_SUCCESS) {
     return status;
+  }
   for (uint32_t i = 0; i < dm_info_list_cnt; i++) {
     const uint32_t metric = dm_info_list[i].metric;
     LYN_LOG_ERROR("SRS checking metric number %d\n", static_cast<int>(metric));  // deliberately at error level
@@ -532,10 +547,12 @@ int32_t ox_lyn_get_info_list(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info_list,
       status = OX_LYN_SUCCESS;
     } else if (metric < OX_LYN_GET_COUNT && lyn_metric_rows[metric].in_list) {
       status = lyn_get_entry(hndl, &dm_info_list[i]);
-      if (status == OX_LYN_SUCCESS)  // the module may have gone down in between
+      if (status == OX_LYN_SUCCESS) {  // the module may have gone down in between
         status = lyn_check_list(hndl, dm_info_list, dm_info_list_cnt);
-      if (status != OX_LYN_SUCCESS)
+      }
+      if (status != OX_LYN_SUCCESS) {
         return status;  // deliberate: neighbour metrics before it stay pending, without a scan to end them
+      }
     } else {
       // Deliberate: takes back the neighbour metrics and any scan that runs, and counts only as the last entry. 52 and
       // 53 are refused here.

@@ -11,8 +11,9 @@
 /** The group of a signal indication, or null. */
 static lyn_ind_group_t *lyn_ind_group(lyn_ind_table_t *table, uint32_t indication) {
   for (const lyn_ind_row_t &row : lyn_ind_rows) {
-    if (row.indication == indication)
+    if (row.indication == indication) {
       return &(table->*row.group);
+    }
   }
   return nullptr;
 }
@@ -31,8 +32,9 @@ static uint8_t *lyn_ind_flag(lyn_ind_table_t *table, uint32_t indication) {
 
 static int32_t lyn_ind_commit(const lyn_ind_table_t &table) {
   const int32_t status = lyn_yrp_nas_register_ind(&table);
-  if (status == OX_LYN_SUCCESS)
+  if (status == OX_LYN_SUCCESS) {
     lyn_state.ind_table = table;
+  }
   return status;
 }
 
@@ -41,16 +43,19 @@ static int32_t lyn_ind_commit(const lyn_ind_table_t &table) {
 static uint32_t lyn_ind_collect(uint32_t *list, uint32_t room) {
   uint32_t count = 0;
   const auto add = [&](bool enabled, uint32_t indication) {
-    if (!enabled)
+    if (!enabled) {
       return;
-    if (list != nullptr && count < room)
+    }
+    if (list != nullptr && count < room) {
       list[count] = indication;
+    }
     count++;
   };
   add(lyn_state.ind_table.modem_status != 0, OX_LYN_IND_MODEM_STATUS_E);
   add(lyn_state.ind_table.reg_status != 0, OX_LYN_IND_REG_STATUS_E);
-  for (const lyn_ind_row_t &row : lyn_ind_rows)
+  for (const lyn_ind_row_t &row : lyn_ind_rows) {
     add((lyn_state.ind_table.*row.group).enabled != 0, row.indication);
+  }
   return count;
 }
 
@@ -60,8 +65,9 @@ int32_t ox_lyn_set_ind_info(ox_lyn_hndl_t hndl, ox_lyn_dm_ind_info_t *dm_ind_inf
     LYN_LOG_ERROR("Invalid params - hndl[%p], dm_ind_info[%p]", lyn_log_handle(hndl), static_cast<void *>(dm_ind_info));
     return OX_LYN_ERR_INVALID_PARAM;
   }
-  if (!lyn_is_initialised())
+  if (!lyn_is_initialised()) {
     return lyn_not_initialised();
+  }
   lyn_ind_table_t table = lyn_state.ind_table;
   if (uint8_t *flag = lyn_ind_flag(&table, dm_ind_info->indication)) {
     *flag = 1;
@@ -73,8 +79,9 @@ int32_t ox_lyn_set_ind_info(ox_lyn_hndl_t hndl, ox_lyn_dm_ind_info_t *dm_ind_inf
                   dm_ind_info->indication);
     return OX_LYN_ERR_NOT_SUPPORTED;
   }
-  if (dm_ind_info->value_type != OX_LYN_VALUE_INT64_E || dm_ind_info->threshold < 1)
+  if (dm_ind_info->value_type != OX_LYN_VALUE_INT64_E || dm_ind_info->threshold < 1) {
     return OX_LYN_ERR_INVALID_PARAM;
+  }
   // Deliberate: only 16 bits of the threshold are kept, 70000 becomes 4464.
   *group = {.enabled = 1, .threshold = static_cast<uint16_t>(dm_ind_info->threshold), .last = 0};
   return lyn_ind_commit(table);
@@ -86,8 +93,9 @@ int32_t ox_lyn_get_ind_count(ox_lyn_hndl_t hndl, uint32_t *dm_ind_cnt) {
     LYN_LOG_ERROR("Invalid params - hndl[%p], dm_ind_cnt[%p]", lyn_log_handle(hndl), static_cast<void *>(dm_ind_cnt));
     return OX_LYN_ERR_INVALID_PARAM;
   }
-  if (!lyn_is_initialised())
+  if (!lyn_is_initialised()) {
     return lyn_not_initialised();
+  }
   *dm_ind_cnt = lyn_ind_collect(nullptr, 0);
   return OX_LYN_SUCCESS;
 }
@@ -97,16 +105,18 @@ int32_t ox_lyn_get_ind_list(ox_lyn_hndl_t hndl, uint32_t *dm_ind_list, uint32_t 
      caller's capacity all the same. */
   uint32_t count = 0;
   const int32_t status = ox_lyn_get_ind_count(hndl, &count);
-  if (status != OX_LYN_SUCCESS)
+  if (status != OX_LYN_SUCCESS) {
     return status;
+  }
   lyn_module_guard_t lock;
   if (!lyn_is_handle(hndl) || dm_ind_list == nullptr || dm_ind_list_cnt == 0) {
     LYN_LOG_ERROR("Invalid params - hndl[%p], dm_ind_list[%p], dm_ind_list_cnt[%u]", lyn_log_handle(hndl),
                   static_cast<void *>(dm_ind_list), dm_ind_list_cnt);
     return OX_LYN_ERR_INVALID_PARAM;
   }
-  if (!lyn_is_initialised())
+  if (!lyn_is_initialised()) {
     return lyn_not_initialised();
+  }
   if (count > dm_ind_list_cnt) {
     LYN_LOG_ERROR("Indication list count [%u] passed can't store the entire indication list [%u]", dm_ind_list_cnt,
                   count);
@@ -124,8 +134,9 @@ int32_t ox_lyn_clear_ind_list(ox_lyn_hndl_t hndl, uint32_t *dm_clr_ind_list, uin
                   static_cast<void *>(dm_clr_ind_list), dm_clr_ind_list_cnt);
     return OX_LYN_ERR_INVALID_PARAM;
   }
-  if (!lyn_is_initialised())
+  if (!lyn_is_initialised()) {
     return lyn_not_initialised();
+  }
   lyn_ind_table_t table = lyn_state.ind_table;
   for (uint32_t i = 0; i < dm_clr_ind_list_cnt; i++) {
     if (uint8_t *flag = lyn_ind_flag(&table, dm_clr_ind_list[i])) {

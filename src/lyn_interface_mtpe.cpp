@@ -38,10 +38,11 @@ static bool lyn_mtpe_second_direction() {
  */
 static void lyn_mtpe_follow(ox_lyn_mtpe_status_t *status) {
   bool done = true;
-  if (status->test_status == OX_LYN_MTPE_STATUS_CONFIGURED_E)
+  if (status->test_status == OX_LYN_MTPE_STATUS_CONFIGURED_E) {
     done = lyn_oxmap_mtpe_start(1) != 0;
-  else if (status->test_status == OX_LYN_MTPE_STATUS_COMPLETED_E)
+  } else if (status->test_status == OX_LYN_MTPE_STATUS_COMPLETED_E) {
     done = lyn_oxmap_mtpe_start(0) != 0;
+  }
   if (!done) {
     status->failure_reason = OX_LYN_MTPE_FAILURE_START_OR_TEARDOWN_E;
     status->test_status = OX_LYN_MTPE_STATUS_FAILED_E;
@@ -50,8 +51,9 @@ static void lyn_mtpe_follow(ox_lyn_mtpe_status_t *status) {
 
 /** Whether a test still runs after this status; any status but these two ends it. */
 static bool lyn_mtpe_goes_on(const ox_lyn_mtpe_status_t &status) {
-  if (status.test_status == OX_LYN_MTPE_STATUS_CONFIGURED_E)
+  if (status.test_status == OX_LYN_MTPE_STATUS_CONFIGURED_E) {
     return true;
+  }
   return status.test_status == OX_LYN_MTPE_STATUS_COMPLETED_E &&
          lyn_state.mtpe_req.test_type == OX_LYN_MTPE_TYPE_BOTH_E && lyn_mtpe_second_direction();
 }
@@ -59,7 +61,8 @@ static bool lyn_mtpe_goes_on(const ox_lyn_mtpe_status_t &status) {
 void lyn_event_mtpe_status(const void *data) {
   ox_lyn_mtpe_status_t status = *static_cast<const ox_lyn_mtpe_status_t *>(data);
   lyn_mtpe_follow(&status);
-  if (!lyn_mtpe_goes_on(status))
+  if (!lyn_mtpe_goes_on(status)) {
     lyn_state.mtpe_ongoing = 0;
+  }
   lyn_deliver_copy(LYN_LOG_ERROR_HERE, OX_LYN_RECORD_IND_E, OX_LYN_IND_MTPE_STATUS_E, OX_LYN_VALUE_INT64_E, status);
 }

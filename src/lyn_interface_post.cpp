@@ -9,8 +9,9 @@
 #include "lyn_interface.h"
 
 void lyn_free_event_data(uint32_t msg_id, void *msg_data) {
-  if (msg_id == LYN_EVENT_LOC_BATCH && msg_data != nullptr)
+  if (msg_id == LYN_EVENT_LOC_BATCH && msg_data != nullptr) {
     free(static_cast<ox_lyn_loc_batch_t *>(msg_data)->locations);
+  }
   free(msg_data);
 }
 
@@ -19,10 +20,12 @@ static lyn_cmd lyn_event_cmd = {.execute_f = lyn_process_async_event, .free_f = 
 
 void lyn_free_async_event(lyn_cmd *cmd, void *data) {
   auto *event = static_cast<yrp_async_data *>(data);
-  if (event != nullptr)
+  if (event != nullptr) {
     lyn_free_event_data(event->msg_id, event->msg_data);
-  if (cmd == &lyn_event_cmd)
+  }
+  if (cmd == &lyn_event_cmd) {
     return;
+  }
   free(event);
   free(cmd);
 }
@@ -53,9 +56,11 @@ int32_t lyn_post_async_event(uint32_t yrp_msg_id, void *yrp_msg_data) {
   }
   const yrp_async_data event = {.msg_id = yrp_msg_id, .msg_data = yrp_msg_data};
   const lyn_cmdq_post_e result = lyn_cmdq_post(&lyn_gate, &lyn_event_cmd, &event);
-  if (result == LYN_CMDQ_QUEUED)
+  if (result == LYN_CMDQ_QUEUED) {
     return OX_LYN_SUCCESS;
-  if (result != LYN_CMDQ_QUEUED_FAILED)
+  }
+  if (result != LYN_CMDQ_QUEUED_FAILED) {
     lyn_free_event_data(yrp_msg_id, yrp_msg_data);
+  }
   return lyn_refuse_event(result);
 }

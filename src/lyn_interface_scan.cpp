@@ -10,9 +10,7 @@
 
 #include "lyn_interface_event.h"
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Asking                                                                                                             */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Asking */
 
 /** Group and item of each neighbour metric, from OX_LYN_GET_LTE_NBR_EARFCN_E on. */
 static constexpr struct {
@@ -57,8 +55,9 @@ int32_t lyn_scan_busy() {
 int32_t lyn_scan_start() {
   const int32_t status = lyn_yrp_nas_incremental_scan(lyn_state.lte_scan.request, &lyn_state.lte_scan.ongoing,
                                                       lyn_state.nr5g_scan.request, &lyn_state.nr5g_scan.ongoing);
-  if (status != OX_LYN_SUCCESS)
+  if (status != OX_LYN_SUCCESS) {
     lyn_scan_clear();
+  }
   return status;
 }
 
@@ -70,16 +69,15 @@ int32_t lyn_scan_metric(uint32_t metric) {
   return lyn_scan_start();
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* The answer                                                                                                         */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* The answer */
 
 /** Copy a PLMN list of at most N entries; returns its length. */
 template <size_t N>
 static uint32_t lyn_copy_plmn(ox_lyn_plmn_t (&to)[N], const yrp_nas_plmn_t (&from)[N], uint32_t from_count) {
   const uint32_t count = lyn_clamp(from_count, N);
-  for (uint32_t i = 0; i < count; i++)
+  for (uint32_t i = 0; i < count; i++) {
     to[i] = {from[i].plmn_mcc, from[i].plmn_mnc, from[i].plmn_mnc_includes_pcs_digit};
+  }
   return count;
 }
 
@@ -113,8 +111,9 @@ static void lyn_fill_lte_serving(ox_lyn_lte_nbr_info_t *info, const yrp_nas_incr
                                  const uint8_t *item) {
   auto &serving = info->serving;
   serving.valid = 1;
-  if (!cells)
+  if (!cells) {
     return;
+  }
   serving.earfcn = msg.lte_highest_signal_nbr.earfcn;
   serving.pci = msg.lte_highest_signal_nbr.pci;
   if (item[LYN_NBR_RSRP] != 0) {
@@ -131,16 +130,19 @@ static void lyn_fill_lte(ox_lyn_lte_nbr_info_t *info, const yrp_nas_incremental_
   const bool cells = msg.lte_nbr_info_valid != 0 && msg.lte_nbr_count > 0;
   const bool list =
       item[LYN_NBR_EARFCN] != 0 || item[LYN_NBR_PCI] != 0 || item[LYN_NBR_CGI] != 0 || item[LYN_NBR_PLMN] != 0;
-  if (cells && list)
+  if (cells && list) {
     lyn_fill_lte_cells(info, msg, item);
-  if (item[LYN_NBR_RSRP] != 0 || item[LYN_NBR_RSRQ] != 0)
+  }
+  if (item[LYN_NBR_RSRP] != 0 || item[LYN_NBR_RSRQ] != 0) {
     lyn_fill_lte_serving(info, msg, cells, item);
+  }
 }
 
 static void lyn_fill_nr5g(ox_lyn_nr5g_nbr_info_t *info, const yrp_nas_incremental_scan_ind_t &msg,
                           const uint8_t *item) {
-  if (msg.nr5g_nbr_info_valid == 0)
+  if (msg.nr5g_nbr_info_valid == 0) {
     return;
+  }
   const uint32_t count = lyn_clamp(msg.nr5g_nbr_count, std::size(info->cells));
   for (uint32_t i = 0; i < count; i++) {
     const auto &from = msg.nr5g_nbr[i];
@@ -164,12 +166,14 @@ static void lyn_deliver_scan(uint32_t async, uint32_t value_type, const yrp_nas_
                              const uint8_t *item,
                              void (*fill)(Info *, const yrp_nas_incremental_scan_ind_t &, const uint8_t *)) {
   lyn_record_t record = lyn_new_record(OX_LYN_RECORD_ASYNC_E, async, OX_LYN_VALUE_NONE_E);
-  if (!record)
+  if (!record) {
     return;
+  }
   if (msg.scan_status == 0) {
     lyn_block_t<Info> info = lyn_new_block<Info>(LYN_LOG_ERROR_HERE);
-    if (!info)
+    if (!info) {
       return;
+    }
     fill(info.get(), msg, item);
     record->value_type = value_type;
     record->value.ptr = info.release();
@@ -180,8 +184,9 @@ static void lyn_deliver_scan(uint32_t async, uint32_t value_type, const yrp_nas_
 /** The LTE scan is answered while the NR 5G one is pending: send that now, so that two scans never overlap. */
 static void lyn_scan_nr5g_next() {
   lyn_scan_group_t &nr5g = lyn_state.nr5g_scan;
-  if (lyn_yrp_nas_incremental_scan(0, &lyn_state.lte_scan.ongoing, nr5g.request, &nr5g.ongoing) != OX_LYN_SUCCESS)
+  if (lyn_yrp_nas_incremental_scan(0, &lyn_state.lte_scan.ongoing, nr5g.request, &nr5g.ongoing) != OX_LYN_SUCCESS) {
     nr5g = {};
+  }
 }
 
 /** Deliberate: while no LTE scan runs, every answer is one of NR 5G, asked for or not. */
@@ -192,8 +197,9 @@ void lyn_event_scan(const void *data) {
   group.request = 0;
   group.ongoing = 0;
   if (lte_answer) {
-    if (lyn_state.nr5g_scan.request != 0)
+    if (lyn_state.nr5g_scan.request != 0) {
       lyn_scan_nr5g_next();
+    }
     lyn_deliver_scan(OX_LYN_ASYNC_LTE_NBR_INFO_E, OX_LYN_VALUE_LTE_NBR_E, msg, group.item, lyn_fill_lte);
   } else {
     lyn_deliver_scan(OX_LYN_ASYNC_NR5G_NBR_INFO_E, OX_LYN_VALUE_NR5G_NBR_E, msg, group.item, lyn_fill_nr5g);

@@ -9,9 +9,7 @@
 #include "lyn_gps.h"
 #include "lyn_interface.h"
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Location stops                                                                                                     */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Location stops */
 
 /** Deliberate: the flag stays set; only a delivered single-shot event clears it. */
 static int32_t lyn_control_single_shot_stop(const ox_lyn_dm_ctrl_info_t &) {
@@ -28,14 +26,13 @@ static int32_t lyn_control_batching_stop(const ox_lyn_dm_ctrl_info_t &) {
     return OX_LYN_ERR_FAILURE;
   }
   const int32_t status = lyn_gps_set_batch_location_stop();
-  if (status == OX_LYN_SUCCESS)
+  if (status == OX_LYN_SUCCESS) {
     lyn_state.batching_ongoing = 0;
+  }
   return status;
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Cell lock                                                                                                          */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Cell lock */
 
 /** Deliberate: a count of 0 leaves the list not valid, and more than 60 cells are cut without a word. */
 static void lyn_translate_lte_lock(const ox_lyn_lte_cell_lock_t &lock, lyn_nas_cell_lock_req_t *req) {
@@ -64,14 +61,16 @@ static void lyn_translate_nr5g_lock(const ox_lyn_nr5g_cell_lock_t &lock, lyn_nas
 
 /** Fill one radio's side of a lock request from a control's block. */
 static int32_t lyn_translate_lock(const ox_lyn_dm_ctrl_info_t *control, lyn_nas_cell_lock_req_t *req) {
-  if (control == nullptr)
+  if (control == nullptr) {
     return OX_LYN_ERR_FAILURE;
-  if (control->control == OX_LYN_SET_LTE_CELL_LOCK_LIST_E)
+  }
+  if (control->control == OX_LYN_SET_LTE_CELL_LOCK_LIST_E) {
     lyn_translate_lte_lock(*static_cast<const ox_lyn_lte_cell_lock_t *>(control->value.ptr), req);
-  else if (control->control == OX_LYN_SET_NR5G_CELL_LOCK_LIST_E)
+  } else if (control->control == OX_LYN_SET_NR5G_CELL_LOCK_LIST_E) {
     lyn_translate_nr5g_lock(*static_cast<const ox_lyn_nr5g_cell_lock_t *>(control->value.ptr), req);
-  else
+  } else {
     LYN_LOG_ERROR("Invalid cell lock request id  received");
+  }
   return OX_LYN_SUCCESS;
 }
 
@@ -83,14 +82,13 @@ static int32_t lyn_control_lock(const ox_lyn_dm_ctrl_info_t &control) {
     return status;
   }
   status = lyn_yrp_nas_set_cell_lock_list(&req);
-  if (status != OX_LYN_SUCCESS)
+  if (status != OX_LYN_SUCCESS) {
     LYN_LOG_ERROR("LTE/NR5G Set NAS Cell lock list failed\n");
+  }
   return status;
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* NR 5G de-prioritisation, mmW panel position and install mode                                                       */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* NR 5G de-prioritisation, mmW panel position and install mode */
 
 static int32_t lyn_control_deprioritize(const ox_lyn_dm_ctrl_info_t &control) {
   return lyn_yrp_nas_set_nr5g_deprioritize(control.value.u8);
@@ -99,16 +97,18 @@ static int32_t lyn_control_deprioritize(const ox_lyn_dm_ctrl_info_t &control) {
 static int32_t lyn_control_pps_config(const ox_lyn_dm_ctrl_info_t &control) {
   const ox_lyn_pps_config_t config = *static_cast<const ox_lyn_pps_config_t *>(control.value.ptr);
   const int32_t status = lyn_yrp_nas_set_pps_config(&config);
-  if (status != OX_LYN_SUCCESS)
+  if (status != OX_LYN_SUCCESS) {
     LYN_LOG_ERROR("mmW pps config request is failed\n");
+  }
   return status;
 }
 
 static int32_t lyn_control_pps_change_status(const ox_lyn_dm_ctrl_info_t &control) {
   const auto change = *static_cast<const ox_lyn_pps_change_status_t *>(control.value.ptr);
   const int32_t status = lyn_yrp_nas_set_pps_change_status(&change);
-  if (status != OX_LYN_SUCCESS)
+  if (status != OX_LYN_SUCCESS) {
     LYN_LOG_ERROR("mmW pps change status is failed\n");
+  }
   return status;
 }
 
@@ -117,14 +117,13 @@ static int32_t lyn_control_install_mode(const ox_lyn_dm_ctrl_info_t &control) {
   const ox_lyn_install_mode_t mode = *static_cast<const ox_lyn_install_mode_t *>(control.value.ptr);
   const int32_t status = lyn_yrp_nas_set_install_mode(&mode);
   LYN_LOG_HIGH(" Install request return success\n");
-  if (status != OX_LYN_SUCCESS)
+  if (status != OX_LYN_SUCCESS) {
     LYN_LOG_ERROR("Safe install mode config request is failed\n");
+  }
   return status;
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* The controls                                                                                                       */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* The controls */
 
 typedef struct {
   uint32_t control;
@@ -146,8 +145,9 @@ static constexpr lyn_control_row_t lyn_control_rows[] = {
 
 static constexpr bool lyn_control_rows_in_order() {
   for (size_t i = 0; i < std::size(lyn_control_rows); i++) {
-    if (lyn_control_rows[i].control != i)
+    if (lyn_control_rows[i].control != i) {
       return false;
+    }
   }
   return true;
 }
@@ -161,14 +161,16 @@ int32_t ox_lyn_set_info(ox_lyn_hndl_t hndl, ox_lyn_dm_ctrl_info_t *dm_ctrl_info)
                   static_cast<void *>(dm_ctrl_info));
     return OX_LYN_ERR_INVALID_PARAM;
   }
-  if (!lyn_is_initialised())
+  if (!lyn_is_initialised()) {
     return lyn_not_initialised();
+  }
   if (dm_ctrl_info->control == OX_LYN_SET_INVALID_E || dm_ctrl_info->control >= OX_LYN_SET_COUNT) {
     LYN_LOG_ERROR("Setting diagnostic control information for metric[%u] - not supported!!", dm_ctrl_info->control);
     return OX_LYN_ERR_NOT_SUPPORTED;
   }
   const lyn_control_row_t &row = lyn_control_rows[dm_ctrl_info->control];
-  if (row.needs_ptr && dm_ctrl_info->value.ptr == nullptr)
+  if (row.needs_ptr && dm_ctrl_info->value.ptr == nullptr) {
     return OX_LYN_ERR_INVALID_PARAM;
+  }
   return row.handle(*dm_ctrl_info);
 }

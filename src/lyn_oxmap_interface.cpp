@@ -50,9 +50,7 @@ static lyn_oxmap_result lyn_oxmap_call(bool (OXMAP_Client::*method)(Params...), 
   return result;
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Life cycle                                                                                                         */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Life cycle */
 
 /** Make the client anew. False: there is none, or the manager does not answer. */
 static bool lyn_oxmap_make_client() {
@@ -80,9 +78,7 @@ int32_t lyn_oxmap_init(void) {
   return 0;
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Throughput estimation                                                                                              */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Throughput estimation */
 
 static int32_t lyn_oxmap_start_test() {
   const lyn_oxmap_result started = lyn_oxmap_call(&OXMAP_Client::StartMTPE);
@@ -210,9 +206,7 @@ int32_t lyn_oxmap_get_mtpe_test_info(ox_lyn_dm_info_t *dm_info) {
   return 0;
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Statistics, QoS flows, profiles                                                                                    */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Statistics, QoS flows, profiles */
 
 static void lyn_oxmap_log_stats(const ox_lyn_wwan_stats_t *wwan_stats) {
   LYN_LOG_HIGH("Get WWAN Stats succeeded...\n");
@@ -306,9 +300,7 @@ int32_t lyn_oxmap_get_profile_handle(ox_lyn_wwan_profile_list_t *list) {
   return 1;
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Indications                                                                                                        */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Indications */
 
 /** An encoded indication as the client hands it over. */
 struct lyn_oxmap_ind {

@@ -12,22 +12,22 @@
 /* The modem's codes. */
 
 /** Sub-carrier spacing, by ox_lyn_scs_e; "unknown" becomes the smallest. */
-static constexpr uint32_t LYN_NAS_SCS_CODES[] = {0, 0, 1, 2, 3, 4};
-static_assert(std::size(LYN_NAS_SCS_CODES) == OX_LYN_SCS_240_KHZ_E + 1);
+static constexpr uint32_t lyn_nas_scs_codes[] = {0, 0, 1, 2, 3, 4};
+static_assert(std::size(lyn_nas_scs_codes) == OX_LYN_SCS_240_KHZ_E + 1);
 
 /** Panel position mode, by ox_lyn_pps_mode_e; 0 is refused. */
-static constexpr uint32_t LYN_NAS_PPS_MODES[] = {0, 0, 1, 2};
-static_assert(std::size(LYN_NAS_PPS_MODES) == OX_LYN_PPS_MODE_3_E + 1);
+static constexpr uint32_t lyn_nas_pps_modes[] = {0, 0, 1, 2};
+static_assert(std::size(lyn_nas_pps_modes) == OX_LYN_PPS_MODE_3_E + 1);
 
 /** Cell lock type, by ox_lyn_lock_type_e; 0 is refused. */
-static constexpr uint32_t LYN_NAS_LOCK_TYPES[] = {0, 0, 1, 2};
-static_assert(std::size(LYN_NAS_LOCK_TYPES) == OX_LYN_LOCK_UNLOCK_E + 1);
+static constexpr uint32_t lyn_nas_lock_types[] = {0, 0, 1, 2};
+static_assert(std::size(lyn_nas_lock_types) == OX_LYN_LOCK_UNLOCK_E + 1);
 
 /** Install mode. */
 enum : uint32_t { LYN_NAS_INSTALL_START = 0, LYN_NAS_INSTALL_STOP = 1 };
 
 static constexpr bool lyn_nas_scs_known(uint32_t scs) {
-  return scs < std::size(LYN_NAS_SCS_CODES);
+  return scs < std::size(lyn_nas_scs_codes);
 }
 
 /** A list of frequencies that fits the request, each with a known spacing. */
@@ -41,7 +41,7 @@ static void lyn_nas_fill_freqs(uint32_t count, const ox_lyn_nr5g_freq_t (&freqs)
                                yrp_nas_freq_t (&to)[YRP_NAS_FREQ_MAX]) {
   static_assert(static_cast<int>(OX_LYN_FREQ_LEN) == static_cast<int>(YRP_NAS_FREQ_MAX));
   std::transform(freqs, freqs + count, to, [](const ox_lyn_nr5g_freq_t &freq) {
-    return yrp_nas_freq_t{.arfcn = freq.arfcn, .band = freq.band, .scs = LYN_NAS_SCS_CODES[freq.scs]};
+    return yrp_nas_freq_t{.arfcn = freq.arfcn, .band = freq.band, .scs = lyn_nas_scs_codes[freq.scs]};
   });
 }
 
@@ -134,7 +134,7 @@ static void lyn_nas_fill_lock_cell(const lyn_nas_cell_lock_req_t &lock, yrp_nas_
   static_assert(sizeof(req.cell_identity.blocks) == sizeof(lock.cell_blocks));
   req.cell_identity_valid = 1;
   req.cell_identity.pci = lock.pci;
-  req.cell_identity.scs = LYN_NAS_SCS_CODES[lock.scs];
+  req.cell_identity.scs = lyn_nas_scs_codes[lock.scs];
   req.cell_identity.arfcn = lock.arfcn;
   memcpy(req.cell_identity.blocks, lock.cell_blocks, sizeof(req.cell_identity.blocks));
   LYN_LOG_HIGH("NR 5G multi-lock cell list - type[%d],cell_identity_valid [%d],pci[%d],arfcn[%d],scs[%d]",
@@ -147,7 +147,7 @@ static void lyn_nas_fill_lock_arfcns(const lyn_nas_cell_lock_req_t &lock, yrp_na
   req.arfcn_list_len = lyn_nas_clamp(lock.arfcn_list_len, lock.arfcn_list, req.arfcn_list);
   for (uint32_t i = 0; i < req.arfcn_list_len; i++) {
     req.arfcn_list[i] = {.arfcn = static_cast<uint32_t>(lock.arfcn_list[i].arfcn),
-                         .scs = LYN_NAS_SCS_CODES[lock.arfcn_list[i].scs]};
+                         .scs = lyn_nas_scs_codes[lock.arfcn_list[i].scs]};
   }
   LYN_LOG_HIGH("NR 5G multi-lock cell list - arfcn_list_len[%d]", lock.arfcn_list_len);
   LYN_LOG_HIGH("NR 5G multi-lock cell list - type[%d],arfcn list valid  [%d],arfcn list len [%d]", lock.nr5g_type,
@@ -156,10 +156,10 @@ static void lyn_nas_fill_lock_arfcns(const lyn_nas_cell_lock_req_t &lock, yrp_na
 
 /** False for a lock that names neither a cell nor frequencies and is no unlock, or whose type is unknown. */
 static bool lyn_nas_fill_nr5g_lock(const lyn_nas_cell_lock_req_t &lock, yrp_nas_set_nr5g_cell_lock_list_req_t &req) {
-  if (lock.nr5g_type == 0 || lock.nr5g_type >= std::size(LYN_NAS_LOCK_TYPES)) {
+  if (lock.nr5g_type == 0 || lock.nr5g_type >= std::size(lyn_nas_lock_types)) {
     return false;
   }
-  req.type = LYN_NAS_LOCK_TYPES[lock.nr5g_type];
+  req.type = lyn_nas_lock_types[lock.nr5g_type];
   if (lock.cell_identity_valid != 0) {
     lyn_nas_fill_lock_cell(lock, req);
     return true;
@@ -265,13 +265,13 @@ int32_t lyn_yrp_nas_set_pps_config(const ox_lyn_pps_config_t *pps_config) {
  */
 static int32_t lyn_nas_fill_pps_change(const ox_lyn_pps_change_status_t &change,
                                        yrp_nas_set_pps_change_status_req_t &req) {
-  if (change.pps_mode == OX_LYN_PPS_MODE_INVALID_E || change.pps_mode >= std::size(LYN_NAS_PPS_MODES)) {
+  if (change.pps_mode == OX_LYN_PPS_MODE_INVALID_E || change.pps_mode >= std::size(lyn_nas_pps_modes)) {
     LYN_LOG_ERROR("PPS mode is %d is invalid\n.", change.pps_mode);
     return OX_LYN_ERR_FAILURE;
   }
   req.position_index = change.position_index;
   req.position_changed = change.position_changed;
-  req.pps_mode = LYN_NAS_PPS_MODES[change.pps_mode];
+  req.pps_mode = lyn_nas_pps_modes[change.pps_mode];
   return OX_LYN_SUCCESS;
 }
 

@@ -25,8 +25,9 @@ TEST(endc_list_fault, metric_38_in_a_list_without_memory_never_returns_and_keeps
     ox_lyn_get_info_list(board.hndl, list, 3);
     returned = true;
   }).detach();
-  while (alloc_fault_seen() < 7)
+  while (alloc_fault_seen() < 7) {
     std::this_thread::yield();
+  }
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   ASSERT_TRUE(alloc_fault_disarm());
   EXPECT_FALSE(returned);

@@ -15,8 +15,9 @@ namespace {
 
 /** Whether the module lock is held by somebody now. */
 bool module_locked() {
-  if (!lyn_lock_try())
+  if (!lyn_lock_try()) {
     return true;
+  }
   lyn_unlock();
   return false;
 }
@@ -48,8 +49,9 @@ TEST(endc_lock_fault, metric_38_without_memory_reports_success_and_keeps_the_mod
     ox_lyn_get_info(board.hndl, &later);
     answered = true;
   }).detach();
-  while (!started)
+  while (!started) {
     std::this_thread::yield();
+  }
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
   EXPECT_FALSE(answered);
   EXPECT_THAT(metric_asked(), testing::ElementsAre("77", "77"));

@@ -20,8 +20,9 @@ namespace {
 enum { NULL_POINTER, WHAT_WAS_GIVEN } left_in_record;
 
 int32_t succeed_without_block(ox_lyn_dm_info_t *infos, uint32_t count) {
-  for (uint32_t i = 0; left_in_record == NULL_POINTER && i < count; ++i)
+  for (uint32_t i = 0; left_in_record == NULL_POINTER && i < count; ++i) {
     infos[i].value.i64 = 0;
+  }
   return OX_LYN_SUCCESS;
 }
 
@@ -79,9 +80,9 @@ struct allocated_metric {
   const char *last_said_in_list;
 };
 
-constexpr char ANNOUNCED[] = "] metric information.\n";
-constexpr char ADDRESS_ASKED[] = "\n Please Enter V4 Address Value =>";
-constexpr char HANDLE_ASKED[] = "Please enter the selected profile handle number from the WWAN profiles list\n";
+constexpr char announced[] = "] metric information.\n";
+constexpr char address_asked[] = "\n Please Enter V4 Address Value =>";
+constexpr char handle_asked[] = "Please enter the selected profile handle number from the WWAN profiles list\n";
 
 class lyn_demo_allocated : public testing::TestWithParam<allocated_metric> {
  protected:
@@ -101,13 +102,13 @@ class lyn_demo_allocated : public testing::TestWithParam<allocated_metric> {
 };
 
 INSTANTIATE_TEST_SUITE_P(metric, lyn_demo_allocated,
-                         testing::Values(allocated_metric{35, "\n", ANNOUNCED, ANNOUNCED},
-                                         allocated_metric{36, "\n", ANNOUNCED, ANNOUNCED},
-                                         allocated_metric{38, "\n", ANNOUNCED, ANNOUNCED},
-                                         allocated_metric{44, "\n", ANNOUNCED, ANNOUNCED},
-                                         allocated_metric{45, "7\n", HANDLE_ASKED, "metric id 45\n"},
-                                         allocated_metric{46, "7\n", HANDLE_ASKED, "metric id 46\n"},
-                                         allocated_metric{47, "4\n192.0.2.1\n", ADDRESS_ASKED, ADDRESS_ASKED}),
+                         testing::Values(allocated_metric{35, "\n", announced, announced},
+                                         allocated_metric{36, "\n", announced, announced},
+                                         allocated_metric{38, "\n", announced, announced},
+                                         allocated_metric{44, "\n", announced, announced},
+                                         allocated_metric{45, "7\n", handle_asked, "metric id 45\n"},
+                                         allocated_metric{46, "7\n", handle_asked, "metric id 46\n"},
+                                         allocated_metric{47, "4\n192.0.2.1\n", address_asked, address_asked}),
                          [](const auto &test) { return std::to_string(test.param.id); });
 
 TEST_P(lyn_demo_allocated, metric_that_succeeds_without_its_block_prints_no_result) {

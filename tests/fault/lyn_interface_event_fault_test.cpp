@@ -37,15 +37,17 @@ void __wrap_msg_sprintf(const diag_msg_record_t *record, ...) {
   va_start(arguments, record);
   const char *text = va_arg(arguments, const char *);
   va_end(arguments);
-  if (pthread_mutex_trylock(&lyn_gate.mutex) == 0)
+  if (pthread_mutex_trylock(&lyn_gate.mutex) == 0) {
     pthread_mutex_unlock(&lyn_gate.mutex);
-  else
+  } else {
     logged_under_gate++;
+  }
   __real_msg_sprintf(record, text);
 }
 int __wrap_pthread_mutex_lock(pthread_mutex_t *mutex) {
-  if (mutex == &lyn_gate.mutex && up_at_gate != nullptr)
+  if (mutex == &lyn_gate.mutex && up_at_gate != nullptr) {
     up_at_gate->push_back(lyn_is_initialised());
+  }
   return gate_lock_fails && mutex == &lyn_gate.mutex ? -1 : __real_pthread_mutex_lock(mutex);
 }
 int __wrap_pthread_cond_signal(pthread_cond_t *cond) {
@@ -99,8 +101,9 @@ bool run_failing(uint32_t msg_id, void *data, uint32_t pass, uint32_t *seen = nu
   *event = {.msg_id = msg_id, .msg_data = data};
   alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, pass);
   lyn_process_async_event(cmd, event);
-  if (seen != nullptr)
+  if (seen != nullptr) {
     *seen = alloc_fault_seen();
+  }
   const bool met = alloc_fault_disarm();
   lyn_free_async_event(cmd, event);
   return met;
@@ -194,8 +197,9 @@ TEST_F(lyn_interface_event_fault, one_signal_value_is_skipped_and_delivered_by_t
     EXPECT_TRUE(run_failing(LYN_EVENT_SIG_INFO, make(ind), pass));
     std::vector<delivered> expected;
     for (uint32_t i = 0; i < 6; i++) {
-      if (i != pass)
+      if (i != pass) {
         expected.push_back(number(order[i], value));
+      }
     }
     EXPECT_EQ(taken(), expected);
     EXPECT_FALSE(run_failing(LYN_EVENT_SIG_INFO, make(ind), 1000));
@@ -238,8 +242,9 @@ TEST_F(lyn_interface_event_fault, nothing_that_posting_says_is_logged_while_the_
   diag_log_take();
   {
     const held_delivery held;
-    for (int i = 0; i < 150; i++)
+    for (int i = 0; i < 150; i++) {
       EXPECT_EQ(lyn_post_async_event(LYN_EVENT_QOS_FLOW, make(ox_lyn_qos_flow_t{1, 2, 3})), 0);
+    }
   }
   EXPECT_EQ(diag_log_texts("HIGH").size(), 49U) << "warnings";
   EXPECT_EQ(board.settled().size(), 150U);

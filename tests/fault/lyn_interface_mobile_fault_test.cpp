@@ -107,8 +107,9 @@ void let_it_happen(size_t wanted, uint32_t failing) {
     sim_board_wait_idle(1000);
     after_failure += alloc_fault_seen() > failing;
     const std::lock_guard guard(board.lock);
-    if (board.deliveries.size() >= wanted)
+    if (board.deliveries.size() >= wanted) {
       return;
+    }
   }
 }
 
@@ -171,8 +172,9 @@ TEST_F(mobile_fault, batch_that_lacks_any_allocation_is_dropped_and_the_next_one
   constexpr uint32_t of_one_batch = 8;  // two blocks, command, event, queue node; two blocks and record of the delivery
   for (uint32_t failing = 0; failing < 2 * of_one_batch; failing++) {
     alloc_fault_arm(ALLOC_FAULT_OTHER_THREADS, failing);
-    while (alloc_fault_seen() <= failing)
+    while (alloc_fault_seen() <= failing) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     EXPECT_TRUE(alloc_fault_disarm());
     mobile.take(1);  // may have been under way
     EXPECT_THAT(mobile.take(2), Each(AnyOf("batch status 1 response 0 of 2", "batch status 1 response -1 of 2")));

@@ -33,10 +33,12 @@ void claim_too_much(unsigned int msg_id, void *resp) {
   } else if (msg_id == YRP_NAS_GET_CQI_INFO) {
     auto &cqi = as<yrp_nas_cqi_info_resp_t>(resp);
     cqi.lte_cc_cqi_len = cqi.nr5g_cc_cqi_len = length;
-    for (yrp_nas_cc_cqi_t &carrier : cqi.lte_cc_cqi)
+    for (yrp_nas_cc_cqi_t &carrier : cqi.lte_cc_cqi) {
       carrier.cw_cqi_len = length;
-    for (yrp_nas_cc_cqi_t &carrier : cqi.nr5g_cc_cqi)
+    }
+    for (yrp_nas_cc_cqi_t &carrier : cqi.nr5g_cc_cqi) {
       carrier.cw_cqi_len = length;
+    }
   }
 }
 }  // namespace
@@ -52,8 +54,9 @@ yrp_client_error_type __wrap_yrp_client_send_msg_sync(yrp_client_type user_handl
                                                       unsigned int req_len, void *resp, unsigned int resp_len,
                                                       unsigned int timeout_ms) {
   const auto status = __real_yrp_client_send_msg_sync(user_handle, msg_id, req, req_len, resp, resp_len, timeout_ms);
-  if (lists_too_long)
+  if (lists_too_long) {
     claim_too_much(msg_id, resp);
+  }
   return status;
 }
 }
@@ -150,8 +153,9 @@ starved_get get_starved(uint32_t metric, uint32_t pass, void *buffer) {
 TEST_F(lyn_yrp_nas_query_fault, metric_without_memory_has_no_value_whichever_allocation_fails) {
   ox_lyn_nr5g_cell_lock_t buffer = {}; /* the largest of the callers' buffers */
   for (uint32_t metric = 1; metric <= OX_LYN_GET_NR5G_RF_BANDWIDTH_E; metric++) {
-    if (metric >= OX_LYN_GET_LTE_NBR_EARFCN_E && metric <= OX_LYN_GET_LTE_NBR_RSRQ_E)
+    if (metric >= OX_LYN_GET_LTE_NBR_EARFCN_E && metric <= OX_LYN_GET_LTE_NBR_RSRQ_E) {
       continue;
+    }
     const bool own_block = metric == OX_LYN_GET_LTE_MCS_E || metric == OX_LYN_GET_NR5G_MCS_E;
     const bool pci = metric == OX_LYN_GET_LTE_SERV_PCI_E || metric == OX_LYN_GET_NR5G_SERV_PCI_E;
     const uint32_t of_queries = metric == OX_LYN_GET_REG_STATUS_E ? 2 : pci ? 6 : 4;
@@ -167,20 +171,23 @@ TEST_F(lyn_yrp_nas_query_fault, metric_without_memory_has_no_value_whichever_all
                                                      ? "ERROR lyn_yrp_nas_query.cpp Memory allocation failure"
                                                      : "ERROR lyn_interface_get.cpp Memory allocation failure");
     }
-    if (metric == OX_LYN_GET_LTE_ENDC_MODE_E)
+    if (metric == OX_LYN_GET_LTE_ENDC_MODE_E) {
       continue; /* its block has a test program of its own */
+    }
     const starved_get fed = get_starved(metric, of_queries + own_block, &buffer);
     EXPECT_FALSE(fed.met) << "there is no further allocation";
     EXPECT_EQ(fed.status, 0) << metric;
-    if (own_block)
+    if (own_block) {
       free(fed.info.value.ptr);
+    }
   }
 }
 
 TEST_F(lyn_yrp_nas_query_fault, list_without_memory_ends_at_its_entry_and_gives_the_lock_back) {
   ox_lyn_dm_info_t list[3] = {};
-  for (ox_lyn_dm_info_t &info : list)
+  for (ox_lyn_dm_info_t &info : list) {
     info = metric_request(OX_LYN_GET_LTE_SERV_RSRP_E);
+  }
   alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, 6);
   EXPECT_EQ(ox_lyn_get_info_list(board.hndl, list, 3), -3);
   EXPECT_TRUE(alloc_fault_disarm());
@@ -198,8 +205,9 @@ TEST_F(lyn_yrp_nas_query_fault, lists_that_claim_to_be_longer_are_cut_to_the_roo
   EXPECT_EQ(rf->len, 16U);
   auto mcs = std::make_unique<lyn_nas_mcs_info_t>();
   ASSERT_EQ(lyn_yrp_nas_get_mcs_info(mcs.get()), 0);
-  for (const uint32_t len : {mcs->lte.dl_len, mcs->lte.ul_len, mcs->nr5g.dl_len, mcs->nr5g.ul_len})
+  for (const uint32_t len : {mcs->lte.dl_len, mcs->lte.ul_len, mcs->nr5g.dl_len, mcs->nr5g.ul_len}) {
     EXPECT_EQ(len, 2U);
+  }
   auto locks = std::make_unique<lyn_nas_cell_lock_list_t>();
   ASSERT_EQ(lyn_yrp_nas_get_cell_lock_list(locks.get()), 0);
   EXPECT_EQ(locks->count, 60U);

@@ -53,8 +53,9 @@ struct sim_file_fault : testing::Test {
 const std::string scenario_text = "[board]\nseed = 2\n" + std::string(100000, '\n') + "[scan]\nstatus = 3\n";
 const std::string trace_text = [] {
   std::string text = "Longitude,Latitude,Speed,NetworkMode,RSRP,RSRQ,SNR,CQI,LACHEX,RAWCELLID,NRxRSRP,NRxRSRQ\n";
-  for (int row = 0; row < 5000; ++row)
+  for (int row = 0; row < 5000; ++row) {
     text += "-8.4,51.9,36,LTE,-90,-8,5.0,10,9CBA,11016962,-95.0,-10.0\n";
+  }
   return text;
 }();
 

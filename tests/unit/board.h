@@ -84,8 +84,9 @@ std::vector<Row> board_journal(const std::string &lib, const std::string &dir) {
   std::vector<Row> rows;
   for (const std::string &line : sim_board_journal()) {
     Row row = Row::parse(line);
-    if (row["lib"] == lib && row["dir"] == dir)
+    if (row["lib"] == lib && row["dir"] == dir) {
       rows.push_back(std::move(row));
+    }
   }
   return rows;
 }
@@ -189,8 +190,9 @@ struct module_board {
 
   int32_t get_list(const std::vector<uint32_t> &metrics, const void *ptr = nullptr) {
     std::vector<ox_lyn_dm_info_t> list;
-    for (const uint32_t metric : metrics)
+    for (const uint32_t metric : metrics) {
       list.push_back(metric_request(metric, ptr));
+    }
     return ox_lyn_get_info_list(hndl, list.data(), static_cast<uint32_t>(list.size()));
   }
 
@@ -206,8 +208,9 @@ struct module_board {
   board_requests asked() {
     board_requests found;
     for (const auto &row : board_journal("nas", "request")) {
-      if (row["id"] != YRP_NAS_GET_SYS_INFO)
+      if (row["id"] != YRP_NAS_GET_SYS_INFO) {
         found.emplace_back(row["id"], row["fields"]);
+      }
     }
     sim_board_journal_keep(true);
     return found;
@@ -216,8 +219,9 @@ struct module_board {
   int32_t subscribe(uint32_t indication, int64_t threshold = 0) { return ::subscribe(hndl, indication, threshold); }
 
   void subscribe_all() {
-    for (uint32_t indication = OX_LYN_IND_MODEM_STATUS_E; indication <= OX_LYN_IND_NR5G_SINR_E; indication++)
+    for (uint32_t indication = OX_LYN_IND_MODEM_STATUS_E; indication <= OX_LYN_IND_NR5G_SINR_E; indication++) {
       EXPECT_EQ(subscribe(indication, 1), OX_LYN_SUCCESS);
+    }
   }
 
   /** Wait until `count` events were delivered; takes all there are. */

@@ -84,8 +84,9 @@ inline delivered take_delivered(ox_lyn_dm_info_t *info) {
     if (info->record_type == OX_LYN_RECORD_ASYNC_E && info->metric == OX_LYN_ASYNC_LOC_BATCH_E) {
       auto *batch = static_cast<ox_lyn_loc_batch_t *>(info->value.ptr);
       const auto *array = reinterpret_cast<const uint8_t *>(batch->locations);
-      if (array != nullptr)
+      if (array != nullptr) {
         one.locations.assign(array, array + batch->count * sizeof(ox_lyn_location_t));
+      }
       free(batch->locations);
     }
     free(info->value.ptr);

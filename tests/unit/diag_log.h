@@ -80,8 +80,9 @@ inline std::vector<std::string> diag_log_texts(const std::string &level = "") {
 inline std::vector<std::string> diag_log_placed(const std::string &level = "") {
   std::vector<std::string> lines;
   for (const diag_log_record &record : diag_log_take()) {
-    if (level.empty() || record.level == level)
+    if (level.empty() || record.level == level) {
       lines.push_back(record.level + " " + record.file + " " + record.text);
+    }
   }
   return lines;
 }
@@ -90,8 +91,9 @@ inline std::vector<std::string> diag_log_placed(const std::string &level = "") {
 inline std::vector<std::string> diag_log_lines(std::initializer_list<std::string_view> files = {}) {
   std::vector<std::string> lines;
   for (const diag_log_record &record : diag_log_take()) {
-    if (files.size() == 0 || std::ranges::find(files, record.file) != files.end())
+    if (files.size() == 0 || std::ranges::find(files, record.file) != files.end()) {
       lines.push_back(record.level + " " + record.text);
+    }
   }
   return lines;
 }

@@ -43,18 +43,21 @@ void lyn_log_deinit() {}
 void lyn_log_emit(const diag_msg_record_t *record, const uint8_t *program, const uint64_t *words) {
   lyn_log_text_t text;
   lyn_log_format(text, program, words);
-  if (record->level == DIAG_LEVEL_ERROR)
+  if (record->level == DIAG_LEVEL_ERROR) {
     ind_bytes_failure = text;
-  if (std::string_view(record->file).find("lyn_cmdq") == std::string_view::npos)
+  }
+  if (std::string_view(record->file).find("lyn_cmdq") == std::string_view::npos) {
     ind_bytes_said = text;
+  }
 }
 
 /* What the mobile AP client says last of a record. */
 
 inline std::string ind_bytes_say_state(const void *record) {
   const auto &ind = *static_cast<const oxmap_mobile_ap_state_ind_t *>(record);
-  if (ind.state != 1 && ind.state != 2)
+  if (ind.state != 1 && ind.state != 2) {
     return "";
+  }
   return std::string("oxmap_msgr_yrp_oxmap_ind: Mobile AP ") + (ind.state == 1 ? "Connected..." : "Disconnected...");
 }
 
@@ -170,13 +173,16 @@ inline bool ind_bytes_within(const ox_lyn_nr5g_nbr_info_t &info) {
 
 inline bool ind_bytes_within(const ox_lyn_dm_info_t &info) {
   const void *block = info.value.ptr;
-  if (info.record_type == OX_LYN_RECORD_ASYNC_E)
+  if (info.record_type == OX_LYN_RECORD_ASYNC_E) {
     return info.value_type != OX_LYN_VALUE_NR5G_NBR_E ||
            ind_bytes_within(*static_cast<const ox_lyn_nr5g_nbr_info_t *>(block));
-  if (info.metric == OX_LYN_IND_INSTALL_MODE_FREQ_INFO_E)
+  }
+  if (info.metric == OX_LYN_IND_INSTALL_MODE_FREQ_INFO_E) {
     return static_cast<const ox_lyn_install_freq_list_t *>(block)->count <= OX_LYN_FREQ_LEN;
-  if (info.metric == OX_LYN_IND_MTPE_STATUS_E)
+  }
+  if (info.metric == OX_LYN_IND_MTPE_STATUS_E) {
     return static_cast<const ox_lyn_mtpe_status_t *>(block)->test_status <= 3;
+  }
   if (info.metric == OX_LYN_IND_QOS_FLOW_E) {
     const auto *flow = static_cast<const ox_lyn_qos_flow_t *>(block);
     return flow->tx_5g_qci <= 7 && flow->rx_5g_qci <= 7;
@@ -185,8 +191,9 @@ inline bool ind_bytes_within(const ox_lyn_dm_info_t &info) {
 }
 
 inline bool ind_bytes_has_block(const ox_lyn_dm_info_t &info) {
-  if (info.record_type == OX_LYN_RECORD_ASYNC_E)
+  if (info.record_type == OX_LYN_RECORD_ASYNC_E) {
     return info.value_type != OX_LYN_VALUE_NONE_E;
+  }
   return info.metric == OX_LYN_IND_MTPE_STATUS_E || info.metric == OX_LYN_IND_QOS_FLOW_E ||
          info.metric == OX_LYN_IND_PPS_CHANGE_E || info.metric == OX_LYN_IND_INSTALL_MODE_FREQ_INFO_E;
 }
@@ -194,20 +201,24 @@ inline bool ind_bytes_has_block(const ox_lyn_dm_info_t &info) {
 inline void ind_bytes_on_event(ox_lyn_hndl_t, ox_lyn_dm_info_t *info, uint32_t) {
   ind_bytes_beyond += !ind_bytes_within(*info);
   ind_bytes_delivered[info->metric + (info->record_type == OX_LYN_RECORD_ASYNC_E ? ind_bytes_response : 0)]++;
-  if (ind_bytes_has_block(*info))
+  if (ind_bytes_has_block(*info)) {
     free(info->value.ptr);
+  }
   free(info);
 }
 
 /** The module up on a quiet board, everything subscribed; 0 where that failed. */
 inline ox_lyn_hndl_t ind_bytes_start() {
   ox_lyn_hndl_t hndl = 0;
-  if (!sim_board_load("[board]\nnoise_db = 0\n").empty() || ox_lyn_init(&hndl, 0, ind_bytes_on_event) != OX_LYN_SUCCESS)
+  if (!sim_board_load("[board]\nnoise_db = 0\n").empty() ||
+      ox_lyn_init(&hndl, 0, ind_bytes_on_event) != OX_LYN_SUCCESS) {
     return 0;
+  }
   for (uint32_t ind = OX_LYN_IND_MODEM_STATUS_E; ind <= OX_LYN_IND_NR5G_SINR_E; ind++) {
     ox_lyn_dm_ind_info_t info = {OX_LYN_RECORD_IND_E, ind, OX_LYN_VALUE_INT64_E, 1};
-    if (ox_lyn_set_ind_info(hndl, &info) != OX_LYN_SUCCESS)
+    if (ox_lyn_set_ind_info(hndl, &info) != OX_LYN_SUCCESS) {
       return 0;
+    }
   }
   sim_board_wait_idle(5000);
   return hndl;
@@ -222,10 +233,11 @@ inline yrp_client_type ind_bytes_handle(sim_lib lib) {
 /** Call the client's callback as the library does. */
 inline void ind_bytes_indicate(sim_lib lib, uint32_t id, std::vector<uint8_t> &bytes) {
   const auto size = static_cast<unsigned int>(bytes.size());
-  if (lib == sim_lib::nas)
+  if (lib == sim_lib::nas) {
     lyn_yrp_nas_ind_cb(ind_bytes_handle(lib), id, bytes.data(), size, nullptr);
-  else
+  } else {
     lyn_oxmap_ind_cb(ind_bytes_handle(lib), id, bytes.data(), size);
+  }
 }
 
 /**
@@ -260,11 +272,13 @@ inline std::string ind_bytes_settle() {
   for (const ind_bytes_kind &kind : ind_bytes_kinds) {
     const auto &delivered = ind_bytes_delivered[kind.delivered];
     const size_t decoded = ind_bytes_decoded[kind.delivered];
-    for (int ms = 0; kind.delivered != 0 && ms < 60000 && delivered < decoded; ms++)
+    for (int ms = 0; kind.delivered != 0 && ms < 60000 && delivered < decoded; ms++) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    if (kind.delivered != 0 && delivered != decoded)
+    }
+    if (kind.delivered != 0 && delivered != decoded) {
       return std::to_string(kind.id) + ": " + std::to_string(delivered) + " of " + std::to_string(decoded) +
              " delivered";
+    }
   }
   return ind_bytes_beyond == 0 ? "" : std::to_string(ind_bytes_beyond) + " out of their range delivered";
 }

@@ -93,13 +93,15 @@ TEST(lyn_demo_cb, numbers_have_a_line_each) {
       {12, 3, "LYN DEMO APP indication for install status mode  3\n"},
       {12, 0x1FFFFFFFF, "LYN DEMO APP indication for install status mode  -1\n"},
   };
-  for (const auto &row : rows)
+  for (const auto &row : rows) {
     EXPECT_EQ(indication(row.id, row.value), row.line);
+  }
 }
 
 TEST(lyn_demo_cb, an_unknown_indication_is_not_supported) {
-  for (const uint32_t id : {0U, 14U, 4294967295U})
+  for (const uint32_t id : {0U, 14U, 4294967295U}) {
     EXPECT_EQ(indication(id, 5), "LYN DEMO APP : Invalid indication[" + std::to_string(id) + "] - Not Supported!!\n");
+  }
 }
 
 TEST(lyn_demo_cb, an_indication_without_value_is_named_or_has_a_placeholder) {
@@ -112,9 +114,10 @@ TEST(lyn_demo_cb, an_indication_without_value_is_named_or_has_a_placeholder) {
               {6, "NR 5G Serving Cell RSRQ"}, {7, "LTE Serving Cell SINR"},
               {8, "NR 5G Serving Cell SINR"}, {9, "Unknown Indication"},
               {13, "Unknown Indication"},     {4294967295, "Unknown Indication"}};
-  for (const auto &row : rows)
+  for (const auto &row : rows) {
     EXPECT_EQ(indication(row.id, 9, OX_LYN_VALUE_NONE_E),
               callback + "Metric information not valid for indication[" + row.name + "].\n");
+  }
 }
 
 TEST(lyn_demo_cb, a_throughput_status_has_lines_for_rate_and_failure_where_they_apply) {
@@ -140,8 +143,9 @@ TEST(lyn_demo_cb, a_panel_position_has_two_lines) {
 }
 
 TEST(lyn_demo_cb, indications_without_their_block_print_nothing) {
-  for (const uint32_t id : {9U, 10U, 11U, 13U})
+  for (const uint32_t id : {9U, 10U, 11U, 13U}) {
     EXPECT_EQ(indication(id, 0), "");
+  }
 }
 
 /* Install mode */
@@ -185,8 +189,9 @@ TEST(lyn_demo_cb, the_install_screen_ends_with_the_lists_room) {
   list.count = 65535;
   const std::string text = install_screen(list);
   size_t entries = 0;
-  for (size_t at = 0; (at = text.find(" Arfcn ", at)) != std::string::npos; at++)
+  for (size_t at = 0; (at = text.find(" Arfcn ", at)) != std::string::npos; at++) {
     entries++;
+  }
   EXPECT_EQ(entries, 16U);
 }
 
@@ -269,7 +274,7 @@ TEST(lyn_demo_cb, nr5g_neighbours_lines_are_numbered_by_neighbour) {
 
 TEST(lyn_demo_cb, neighbour_lists_end_with_their_room) {
   ox_lyn_lte_nbr_info_t lte = {};
-  for (auto &cell : lte.cells)
+  for (auto &cell : lte.cells) {
     cell = {.present = 1,
             .index = 0,
             .earfcn = 0,
@@ -279,6 +284,7 @@ TEST(lyn_demo_cb, neighbour_lists_end_with_their_room) {
             .plmn_valid = 1,
             .plmn_count = UINT32_MAX,
             .plmn = {}};
+  }
   const std::string lte_text = response(1, lte, OX_LYN_VALUE_LTE_NBR_E);
   EXPECT_EQ(std::count(lte_text.begin(), lte_text.end(), '\n'), 1 + 5 * (2 + 4 * 3));
   ox_lyn_nr5g_nbr_info_t nr5g = {};
@@ -310,9 +316,10 @@ TEST(lyn_demo_cb, a_response_without_value_is_named_or_has_a_placeholder) {
     const char *name;
   } rows[] = {{0, "Invalid Async Response"}, {1, "LTE Neighbor Info"},      {2, "NR 5G Neighbor Info"},
               {3, "Unknown Async Response"}, {4, "Unknown Async Response"}, {4294967295, "Unknown Async Response"}};
-  for (const auto &row : rows)
+  for (const auto &row : rows) {
     EXPECT_EQ(printed(record(OX_LYN_RECORD_ASYNC_E, row.id, OX_LYN_VALUE_NONE_E)),
               callback + "Metric information not valid for async response[" + row.name + "].\n");
+  }
 }
 
 /* Location */
@@ -351,10 +358,12 @@ TEST(lyn_demo_cb, a_single_shot_prints_its_location_where_there_is_one) {
               {1, 0, false, true}, {1, 4, false, true}, {2, 0, false, false}};
   for (const auto &row : rows) {
     std::string text = "single shot location response is " + std::to_string(row.response) + " \n";
-    if (row.location)
+    if (row.location) {
       text += location_text(5);
-    if (row.stop)
+    }
+    if (row.stop) {
       text += "single shot location stop successful is " + std::to_string(row.response) + " \n";
+    }
     EXPECT_EQ(response(3, ox_lyn_loc_single_shot_t{row.kind, row.response, somewhere(5)}), text);
   }
 }
@@ -374,8 +383,9 @@ ox_lyn_loc_batch_t batch(int32_t status, int32_t code, uint8_t count, bool array
   block.count = count;
   if (array) {
     block.locations = static_cast<ox_lyn_location_t *>(calloc(count + 1U, sizeof(ox_lyn_location_t)));
-    for (uint8_t i = 0; i < count; i++)
+    for (uint8_t i = 0; i < count; i++) {
       block.locations[i] = somewhere(i);
+    }
   }
   return block;
 }
@@ -397,8 +407,9 @@ TEST(lyn_demo_cb, a_batch_that_failed_prints_its_status_only_and_frees_the_array
 }
 
 TEST(lyn_demo_cb, a_location_response_without_its_block_prints_nothing) {
-  for (const uint32_t id : {3U, 4U})
+  for (const uint32_t id : {3U, 4U}) {
     EXPECT_EQ(printed(record(OX_LYN_RECORD_ASYNC_E, id, OX_LYN_VALUE_LOCATION_E)), "");
+  }
 }
 
 /* What nobody knows: the event is deliberately not freed, so the test does it. */

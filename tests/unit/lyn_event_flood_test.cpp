@@ -29,8 +29,9 @@ bool full() {
 
 template <typename Done>
 bool wait_until(Done done, int seconds = 300) {
-  for (int i = 0; i < seconds * 1000 && !done(); i++)
+  for (int i = 0; i < seconds * 1000 && !done(); i++) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
   return done();
 }
 
@@ -71,10 +72,11 @@ constexpr int64_t flood_values[] = {-90, -91, -92};
 
 void count_signal(ox_lyn_hndl_t, ox_lyn_dm_info_t *info, uint32_t) {
   const delivered one = take_delivered(info);
-  if (one.id == OX_LYN_IND_LTE_RSRP_E)
+  if (one.id == OX_LYN_IND_LTE_RSRP_E) {
     counts.wrong += one.value != flood_values[counts.signals++ % std::size(flood_values)];
-  else if (one.id == OX_LYN_IND_INSTALL_MODE_STATUS_E)
+  } else if (one.id == OX_LYN_IND_INSTALL_MODE_STATUS_E) {
     counts.statuses++;
+  }
 }
 
 TEST(lyn_event_flood, a_million_signal_indications_are_delivered_where_they_changed_and_in_order) {
@@ -99,8 +101,9 @@ TEST(lyn_event_flood, a_million_signal_indications_are_delivered_where_they_chan
   /* The command thread frees the last event after its delivery, and the board's queue keeps its index of two octets an
      indication; the smallest block lost for each would be thirty-two. */
   const size_t limit = before + 256 * 1024 + 4 * 4 * each;
-  for (int i = 0; i < 50 && allocated() > limit; i++)
+  for (int i = 0; i < 50 && allocated() > limit; i++) {
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
   EXPECT_LE(allocated(), limit) << "before: " << before;
   EXPECT_EQ(ox_lyn_deinit(hndl), OX_LYN_SUCCESS);
 }
@@ -108,12 +111,14 @@ TEST(lyn_event_flood, a_million_signal_indications_are_delivered_where_they_chan
 /** Deliveries may come until the stop has returned, and not one after it. */
 void count_life(ox_lyn_hndl_t, ox_lyn_dm_info_t *info, uint32_t) {
   counts.running++;
-  if (counts.stopped)
+  if (counts.stopped) {
     counts.after_stop++;
+  }
   (void)take_delivered(info);
   counts.signals++;
-  if (counts.stopped)
+  if (counts.stopped) {
     counts.after_stop++;
+  }
   counts.running--;
 }
 
@@ -170,8 +175,9 @@ TEST(lyn_event_flood, two_hundred_register_subscribe_deregister_cycles_on_a_busy
   life_run run;
   for (int cycle = 0; cycle < 200; cycle++) {
     run.up();
-    for (uint32_t ind = OX_LYN_IND_MODEM_STATUS_E; ind <= OX_LYN_IND_NR5G_SINR_E; ind++)
+    for (uint32_t ind = OX_LYN_IND_MODEM_STATUS_E; ind <= OX_LYN_IND_NR5G_SINR_E; ind++) {
       EXPECT_EQ(subscribe(run.hndl, ind, 1), OX_LYN_SUCCESS);
+    }
     uint32_t subscribed = 0;
     EXPECT_EQ(ox_lyn_get_ind_count(run.hndl, &subscribed), OX_LYN_SUCCESS);
     EXPECT_EQ(subscribed, 8U);
@@ -204,10 +210,12 @@ TEST(lyn_event_flood, a_stop_while_events_pour_in_returns_and_nothing_is_deliver
             lyn_post_async_event(LYN_EVENT_LOC_BATCH, posted_copy(batch)),
             lyn_post_async_event(LYN_EVENT_QOS_FLOW, posted_copy(ox_lyn_qos_flow_t{1, 2, 3})),
             lyn_post_async_event(LYN_EVENT_INSTALL_STATUS, posted_copy(yrp_nas_install_status_ind_t{1, 2}))};
-        for (const int32_t status : statuses)
+        for (const int32_t status : statuses) {
           (status == OX_LYN_SUCCESS ? queued : status == OX_LYN_ERR_FAILURE ? refused : other)++;
-        if (statuses[0] != OX_LYN_SUCCESS)
+        }
+        if (statuses[0] != OX_LYN_SUCCESS) {
           std::this_thread::sleep_for(std::chrono::microseconds(50));
+        }
       }
     });
   }
@@ -221,8 +229,9 @@ TEST(lyn_event_flood, a_stop_while_events_pour_in_returns_and_nothing_is_deliver
   }
   std::this_thread::sleep_for(std::chrono::milliseconds(20));
   done = true;
-  for (std::thread &producer : producers)
+  for (std::thread &producer : producers) {
     producer.join();
+  }
   EXPECT_EQ(counts.after_stop, 0U);
   EXPECT_GT(queued, 0U);
   EXPECT_GT(refused, 0U);
@@ -255,8 +264,9 @@ void call_everything(const std::atomic<bool> &done, std::atomic<size_t> *calls) 
         ox_lyn_set_info(hndl, &control),     subscribe(hndl, OX_LYN_IND_REG_STATUS_E, 0),
         ox_lyn_get_ind_count(hndl, &count),  ox_lyn_get_ind_list(hndl, indications, std::size(indications)),
         ox_lyn_clear_ind_list(hndl, &one, 1)};
-    for (const int32_t status : statuses)
+    for (const int32_t status : statuses) {
       EXPECT_TRUE(is_stated(status)) << status;
+    }
     *calls += std::size(statuses);
   }
 }
@@ -268,13 +278,15 @@ struct four_callers {
   std::vector<std::thread> threads;
 
   four_callers() {
-    for (int i = 0; i < 4; i++)
+    for (int i = 0; i < 4; i++) {
       threads.emplace_back([this] { call_everything(done, &calls); });
+    }
   }
   ~four_callers() {
     done = true;
-    for (std::thread &thread : threads)
+    for (std::thread &thread : threads) {
       thread.join();
+    }
     EXPECT_GT(calls, 0U);
   }
   four_callers(const four_callers &) = delete;
@@ -290,8 +302,9 @@ TEST(lyn_event_flood, a_hundred_thousand_events_and_four_callers_of_every_operat
   shared_hndl = run.hndl;
   {
     const four_callers callers;
-    for (size_t i = 0; i < events; i++)
+    for (size_t i = 0; i < events; i++) {
       ASSERT_EQ(lyn_post_async_event(LYN_EVENT_INSTALL_STATUS, posted_copy(yrp_nas_install_status_ind_t{1, 2})), 0);
+    }
     EXPECT_TRUE(wait_until([] { return counts.signals >= events; }));
   }
   shared_hndl = 0;
@@ -305,8 +318,9 @@ TEST(lyn_event_flood, a_thousand_register_deregister_cycles_under_a_flood_and_fo
   std::atomic<bool> done{false};
   std::thread producer([&done] {
     while (!done) {
-      if (lyn_post_async_event(LYN_EVENT_QOS_FLOW, posted_copy(ox_lyn_qos_flow_t{1, 2, 3})) != OX_LYN_SUCCESS)
+      if (lyn_post_async_event(LYN_EVENT_QOS_FLOW, posted_copy(ox_lyn_qos_flow_t{1, 2, 3})) != OX_LYN_SUCCESS) {
         std::this_thread::yield();
+      }
     }
   });
   {

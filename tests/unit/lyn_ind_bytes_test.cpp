@@ -38,8 +38,9 @@ uint64_t seed() {
 
 octets random_bytes(std::mt19937_64 &random) {
   octets bytes(random() % 64);
-  for (uint8_t &octet : bytes)
+  for (uint8_t &octet : bytes) {
     octet = static_cast<uint8_t>(random());
+  }
   return bytes;
 }
 
@@ -50,19 +51,23 @@ octets sample(const ind_bytes_kind &kind, uint64_t number) {
 /** Put a value into the codes of a whole message. */
 void set_codes(const ind_bytes_kind &kind, uint32_t value, octets &bytes) {
   for (const uint8_t at : kind.codes) {
-    if (at != 0)
+    if (at != 0) {
       memcpy(&bytes[at], &value, sizeof value);
+    }
   }
 }
 
 octets mutated(const ind_bytes_kind &kind, std::mt19937_64 &random) {
   octets bytes = sample(kind, random());
-  if (kind.few != 0 && random() % 2)
+  if (kind.few != 0 && random() % 2) {
     set_codes(kind, static_cast<uint32_t>(random() % kind.few), bytes);
-  for (uint64_t hits = random() % 4; hits > 0 && !bytes.empty(); hits--)
+  }
+  for (uint64_t hits = random() % 4; hits > 0 && !bytes.empty(); hits--) {
     bytes[random() % bytes.size()] = static_cast<uint8_t>(random());
-  if (random() % 4 == 0 && !bytes.empty())
+  }
+  if (random() % 4 == 0 && !bytes.empty()) {
     bytes.resize(random() % bytes.size());
+  }
   if (random() % 8 == 0) {
     const octets more = random() % 2 ? random_bytes(random) : octets(bytes); /* a part twice */
     bytes.insert(bytes.end(), more.begin(), more.end());
@@ -72,8 +77,9 @@ octets mutated(const ind_bytes_kind &kind, std::mt19937_64 &random) {
 
 std::string repeated(const std::string &text, size_t count) {
   std::string all;
-  for (size_t i = 0; i < count; i++)
+  for (size_t i = 0; i < count; i++) {
     all += text;
+  }
   return all;
 }
 
@@ -84,8 +90,9 @@ struct lyn_ind_bytes : testing::Test {
   void SetUp() override {
     hndl = ind_bytes_start();
     ASSERT_NE(hndl, 0U);
-    for (auto &count : ind_bytes_delivered)
+    for (auto &count : ind_bytes_delivered) {
       count = 0;
+    }
     ind_bytes_decoded = {};
     ind_bytes_beyond = 0;
   }
@@ -115,8 +122,9 @@ struct lyn_ind_bytes : testing::Test {
 };
 
 TEST_F(lyn_ind_bytes, random_bytes_are_decoded_or_logged) {
-  for (const ind_bytes_kind &kind : ind_bytes_kinds)
+  for (const ind_bytes_kind &kind : ind_bytes_kinds) {
     feed(kind, rounds(), [this](size_t) { return random_bytes(random); });
+  }
 }
 
 TEST_F(lyn_ind_bytes, mutated_messages_are_decoded_or_logged) {
@@ -161,16 +169,18 @@ TEST_F(lyn_ind_bytes, bytes_of_an_id_that_the_client_does_not_handle_are_ignored
     ignores(sim_lib::nas, id);
     ignores(sim_lib::oxmap, id);
   }
-  for (const ind_bytes_kind &kind : ind_bytes_kinds)
+  for (const ind_bytes_kind &kind : ind_bytes_kinds) {
     ignores(kind.lib == sim_lib::nas ? sim_lib::oxmap : sim_lib::nas, kind.id);
+  }
 }
 
 /** Hold a file of the corpus to a kind and its message. LYN_CORPUS names a folder to write it to. */
 void check_seed(const std::string &name, size_t kind, octets bytes) {
   bytes.insert(bytes.begin(), static_cast<uint8_t>(kind));
-  if (const char *target = getenv("LYN_CORPUS"))
+  if (const char *target = getenv("LYN_CORPUS")) {
     std::ofstream(std::filesystem::path(target) / name, std::ios::binary)
         .write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  }
   std::ifstream file(source_path("tests/fuzz/corpus/ind/" + name), std::ios::binary);
   const octets kept{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
   EXPECT_EQ(kept, bytes) << name;
@@ -180,8 +190,9 @@ void check_seed(const std::string &name, size_t kind, octets bytes) {
 TEST_F(lyn_ind_bytes, the_fuzz_targets_seeds_are_made_of_real_messages) {
   for (size_t index = 0; index < std::size(ind_bytes_kinds); index++) {
     const ind_bytes_kind &kind = ind_bytes_kinds[index];
-    for (uint64_t number = 1; number <= 3; number++)
+    for (uint64_t number = 1; number <= 3; number++) {
       check_seed(std::to_string(kind.id) + "-" + std::to_string(number), index, sample(kind, number));
+    }
     octets cut = sample(kind, 3);
     ASSERT_FALSE(cut.empty()) << kind.id;
     cut.pop_back();

@@ -40,8 +40,9 @@ yrp_nas_sig_info_ind_t full_signal(int16_t rsrp, int16_t rsrq, int16_t snr) {
 std::vector<std::string> texts_of(const std::string &level, const std::string &file) {
   std::vector<std::string> texts;
   for (const diag_log_record &record : diag_log_take()) {
-    if (record.level == level && record.file == file)
+    if (record.level == level && record.file == file) {
       texts.push_back(record.text);
+    }
   }
   return texts;
 }
@@ -158,8 +159,9 @@ TEST_F(lyn_interface_event, a_panel_position_is_delivered_with_its_mode_translat
 TEST_F(lyn_interface_event, an_install_measurement_is_delivered_with_its_spacing_translated) {
   yrp_nas_install_freq_ind_t ind = {};
   ind.freq_len = 7; /* the flag is 0: delivered all the same */
-  for (uint32_t i = 0; i < 7; i++)
+  for (uint32_t i = 0; i < 7; i++) {
     ind.freqs[i] = {2079167 + i, 261, i, static_cast<int16_t>(-88 - static_cast<int>(i)), 12};
+  }
   const auto got = board.deliver(LYN_EVENT_INSTALL_FREQ, ind);
   ASSERT_EQ(got.size(), 1U);
   EXPECT_EQ(got[0].id, OX_LYN_IND_INSTALL_MODE_FREQ_INFO_E);
@@ -278,12 +280,14 @@ TEST_F(lyn_interface_event, each_producers_events_are_delivered_in_its_order) {
   std::vector<std::thread> threads;
   for (uint32_t producer = 0; producer < producers; producer++) {
     threads.emplace_back([producer] {
-      for (uint32_t i = 0; i < each; i++)
+      for (uint32_t i = 0; i < each; i++) {
         EXPECT_EQ(lyn_post_async_event(LYN_EVENT_SYS_INFO, posted_copy(producer * each + i)), OX_LYN_SUCCESS);
+      }
     });
   }
-  for (std::thread &thread : threads)
+  for (std::thread &thread : threads) {
     thread.join();
+  }
   uint32_t next[producers] = {};
   for (const delivered &one : board.settled()) {
     const uint32_t value = static_cast<uint32_t>(one.value);
@@ -326,8 +330,9 @@ TEST_F(lyn_interface_event, events_of_the_board_come_in_its_order) {
   std::vector<delivered> got;
   for (int i = 0; i < 500 && (got.empty() || got.back() != number(12, 4)); i++) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    for (const delivered &one : board.settled())
+    for (const delivered &one : board.settled()) {
       got.push_back(one);
+    }
   }
   EXPECT_THAT(got, ElementsAre(number(2, 3, 4), number(12, 3), number(1, 8, 4), number(1, 9, 4), number(2, 5, 4),
                                number(12, 4)));
@@ -340,13 +345,15 @@ TEST_F(lyn_interface_event, after_a_modem_restart_nothing_is_registered_again) {
   std::vector<delivered> got;
   for (int i = 0; i < 500 && got.size() < 2; i++) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    for (const delivered &one : board.settled())
+    for (const delivered &one : board.settled()) {
       got.push_back(one);
+    }
   }
   EXPECT_THAT(got, ElementsAre(number(1, 8, 4), number(1, 9, 4)));
   size_t registrations = 0;
-  for (const std::string &line : sim_board_journal())
+  for (const std::string &line : sim_board_journal()) {
     registrations += line.find(R"("dir": "request", "id": 3,)") != std::string::npos;
+  }
   EXPECT_EQ(registrations, 2U); /* at the start, and by the subscription */
 }
 

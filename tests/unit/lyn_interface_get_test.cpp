@@ -63,8 +63,9 @@ ox_lyn_dm_info_t record_for(uint32_t metric, caller_buffers *buffers = nullptr) 
   memset(&info, filler, sizeof info);
   info.record_type = OX_LYN_RECORD_GET_E;
   info.metric = metric;
-  if (buffers != nullptr && buffers->of(metric) != nullptr)
+  if (buffers != nullptr && buffers->of(metric) != nullptr) {
     info.value.ptr = buffers->of(metric);
+  }
   return info;
 }
 
@@ -80,30 +81,34 @@ bool only_type_written(const ox_lyn_dm_info_t &info, const ox_lyn_dm_info_t &bef
 template <typename range>
 std::string listed(const range &numbers, size_t count) {
   std::string text = "[";
-  for (size_t i = 0; i < count; i++)
+  for (size_t i = 0; i < count; i++) {
     text += (i == 0 ? "" : ", ") + std::to_string(numbers[i]);
+  }
   return text + "]";
 }
 
 template <typename block>
 std::string cqi_text(const block &cqi) {
   std::string text = cqi.valid == 1 ? "" : "not valid ";
-  for (uint32_t i = 0; i < cqi.count; i++)
+  for (uint32_t i = 0; i < cqi.count; i++) {
     text += listed(cqi.entries[i].cw_cqi, cqi.entries[i].cw_cqi_len);
+  }
   return text;
 }
 
 std::string lte_lock_text(const ox_lyn_lte_cell_lock_t &lock) {
   std::string text;
-  for (uint32_t i = 0; i < lock.count; i++)
+  for (uint32_t i = 0; i < lock.count; i++) {
     text += text_of("[", lock.cells[i].pci, " at ", lock.cells[i].freq, "]");
+  }
   return text;
 }
 
 std::string nr5g_lock_text(const ox_lyn_nr5g_cell_lock_t &lock) {
   std::string text = text_of("lock ", lock.lock_type, ", ", lock.pci, " at ", lock.arfcn, " scs ", lock.scs, ", ");
-  for (uint32_t i = 0; i < lock.arfcn_list_len; i++)
+  for (uint32_t i = 0; i < lock.arfcn_list_len; i++) {
     text += text_of("[", lock.arfcn_list[i].arfcn, " scs ", lock.arfcn_list[i].scs, "]");
+  }
   return text;
 }
 
@@ -206,10 +211,12 @@ texts messages(uint32_t metric, uint32_t network_status) {
   const bool lte = network_status != OX_LYN_REG_NR5G_E, nr5g = network_status != OX_LYN_REG_LTE_E;
   const auto per_radio = [=](const std::string &of_lte, const std::string &of_nr5g) {
     texts asked = {"77"};
-    if (lte && !of_lte.empty())
+    if (lte && !of_lte.empty()) {
       asked.push_back(of_lte);
-    if (nr5g && !of_nr5g.empty())
+    }
+    if (nr5g && !of_nr5g.empty()) {
       asked.push_back(of_nr5g);
+    }
     return asked;
   };
   switch (metric) {
@@ -298,8 +305,9 @@ struct lyn_interface_get : board_test {
   std::vector<ox_lyn_dm_info_t> infos;
   int32_t get_list(std::initializer_list<uint32_t> wanted) {
     infos.clear();
-    for (const uint32_t metric : wanted)
+    for (const uint32_t metric : wanted) {
       infos.push_back(record_for(metric));
+    }
     return get_list(infos);
   }
 };
@@ -328,8 +336,9 @@ TEST_F(lyn_interface_get, without_service_every_metric_but_the_status_is_refused
     const std::string text =
         "LTE and NR 5G service status unavailable [" + std::to_string(network_status) + "] - retry";
     for (uint32_t metric = 0; metric <= known_metrics + 1; metric++) {
-      if (metric == 1)
+      if (metric == 1) {
         continue;
+      }
       board_forget();
       EXPECT_EQ(get(metric), "-16") << metric;
       EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre(text));
@@ -355,8 +364,9 @@ TEST_F(lyn_interface_get, every_number_inside_the_catalogue_is_supported) {
     ox_lyn_dm_info_t info = metric_request(metric);
     EXPECT_NE(ox_lyn_get_info(board.hndl, &info), OX_LYN_ERR_NOT_SUPPORTED) << metric;
     const std::set<uint32_t> with_block = {35, 36, 38, 44, 45, 46, 47};
-    if (with_block.contains(metric))
+    if (with_block.contains(metric)) {
       free(info.value.ptr);
+    }
   }
 }
 
@@ -391,8 +401,9 @@ TEST_F(lyn_interface_get, each_validity_marker_takes_away_its_own_metrics_and_no
     std::set<uint32_t> missing;
     for (const metric_row &metric : metrics) {
       metric_board(6, metric_with(metric_fault(row.id, row.skip, "clear = [\"" + row.flag + "\"]")));
-      if (get(metric.metric) != "-17")
+      if (get(metric.metric) != "-17") {
         continue;
+      }
       missing.insert(metric.metric);
       EXPECT_THAT(diag_log_texts("ERROR"), ElementsAre(metric.missing + " information is not available!!"));
     }
@@ -717,8 +728,9 @@ TEST_F(lyn_interface_get, list_of_99_entries_answers_each_in_order) {
     buffers.push_back(std::make_unique<caller_buffers>());
     const uint32_t metric = metrics[i % metrics.size()].metric;
     list.push_back(record_for(metric, buffers.back().get()));
-    for (const std::string &message : messages(metric, 6))
+    for (const std::string &message : messages(metric, 6)) {
       asked.push_back(message);
+    }
   }
   EXPECT_EQ(get_list(list), 0);
   for (size_t i = 0; i < list.size(); i++) {
@@ -737,8 +749,9 @@ constexpr char never_answered[] = "[scan]\nanswer_ms = -1\n";
 texts scans(const texts &asked) {
   texts found;
   for (const std::string &message : asked) {
-    if (message.starts_with("133"))
+    if (message.starts_with("133")) {
       found.push_back(message);
+    }
   }
   return found;
 }
@@ -879,8 +892,9 @@ TEST_F(lyn_interface_get, calls_and_lists_of_several_threads_each_get_their_own_
   threads.emplace_back(single, 21, 150);
   threads.emplace_back(lists);
   threads.emplace_back(lists);
-  for (std::thread &thread : threads)
+  for (std::thread &thread : threads) {
     thread.join();
+  }
   EXPECT_EQ(wrong, 0);
 }
 

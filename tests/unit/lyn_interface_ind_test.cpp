@@ -42,8 +42,9 @@ struct lyn_interface_ind : board_test {
   std::vector<nlohmann::json> sent(int id) {
     std::vector<nlohmann::json> requests;
     for (const auto &row : board_journal("nas", "request")) {
-      if (row["id"] == id)
+      if (row["id"] == id) {
         requests.push_back(row["fields"]);
+      }
     }
     return requests;
   }
@@ -67,8 +68,9 @@ TEST_F(lyn_interface_ind, three_of_them_are_listed_in_that_order_and_the_rest_of
 }
 
 TEST_F(lyn_interface_ind, the_modem_gets_the_threshold_of_every_signal_subscribed) {
-  for (uint32_t ind = OX_LYN_IND_LTE_RSRP_E; ind <= OX_LYN_IND_NR5G_SINR_E; ind++)
+  for (uint32_t ind = OX_LYN_IND_LTE_RSRP_E; ind <= OX_LYN_IND_NR5G_SINR_E; ind++) {
     EXPECT_EQ(board.subscribe(ind, 10 + ind), 0);
+  }
   const auto deltas = sent(YRP_NAS_CONFIG_SIG_INFO);
   ASSERT_EQ(deltas.size(), 6U);
   EXPECT_EQ(deltas[0], nlohmann::json::parse(R"({"lte_rsrp_delta_valid": 1, "lte_rsrp_delta": 13})"));

@@ -96,8 +96,9 @@ TEST_F(location, a_refused_shot_delivers_its_response_and_not_the_fix_that_comes
     mobile.expect({text_of("shot kind 0 response ", response, " at 0 0")});
     EXPECT_EQ(shoot(), OX_LYN_SUCCESS) << "the refusal has ended the request";
     mobile.expect({fix_line});
-    if (response != 77)
+    if (response != 77) {
       board.stop();
+    }
   }
 }
 
@@ -193,12 +194,14 @@ TEST_F(location, batches_of_every_size_arrive_with_their_locations_up_to_255) {
     EXPECT_EQ(stop_batching(), OX_LYN_SUCCESS);
     mobile.settled();
     ASSERT_GE(mobile.fixes.size(), count);
-    for (uint32_t i = 0; i < count; i++)
+    for (uint32_t i = 0; i < count; i++) {
       EXPECT_EQ(mobile.fixes[i].timestamp, 5001 + i) << "one location of each interval, in its order";
+    }
     EXPECT_THAT(mobile.calls("location", "startRoutineBatchingSession"),
                 ElementsAre(R"(startRoutineBatchingSession {"min_interval_ms":1,"min_distance_m":0})"));
-    if (size != 300)
+    if (size != 300) {
       board.stop();
+    }
   }
 }
 
@@ -252,8 +255,9 @@ TEST_F(location, a_batch_of_another_status_has_no_locations) {
     mobile.start(text_of("location.batch = 2\nlocation.batch_status = ", status, "\n"));
     EXPECT_EQ(start_batching(), OX_LYN_SUCCESS);
     EXPECT_EQ(mobile.take(1)[0], text_of("batch status ", status, " response 0 of 0 without array"));
-    if (status != -1)
+    if (status != -1) {
       board.stop();
+    }
   }
 }
 
@@ -287,8 +291,9 @@ TEST_F(location, what_comes_due_after_the_module_went_down_reaches_nobody) {
     mobile.start("location.fix_ms = 1\nlocation.batch = 1\nlocation.late_ms = 1\nlocation.repeat_fix = 20\n");
     EXPECT_EQ(shoot(), OX_LYN_SUCCESS);
     EXPECT_EQ(start_batching(), OX_LYN_SUCCESS);
-    if (cycle % 3 == 1)
+    if (cycle % 3 == 1) {
       mobile.take(1);
+    }
     board.stop();
     const std::unique_lock guard(board.lock);
     const size_t delivered = board.deliveries.size();
@@ -312,8 +317,9 @@ class location_down : public testing::Test {
     EXPECT_EQ(work(), 0);
     lines failures;
     while (failures.size() < 2) {
-      for (const std::string &text : diag_log_texts("ERROR"))
+      for (const std::string &text : diag_log_texts("ERROR")) {
         failures.push_back(text);
+      }
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     EXPECT_EQ(lyn_gps_deinit(), 0);
@@ -347,8 +353,9 @@ using place = std::pair<double, double>;
 std::vector<std::string> fields_of(const std::string &line) {
   std::vector<std::string> fields;
   std::istringstream in(line);
-  for (std::string field; std::getline(in, field, ',');)
+  for (std::string field; std::getline(in, field, ',');) {
     fields.push_back(field);
+  }
   return fields;
 }
 
@@ -381,16 +388,18 @@ void replay(const std::string &file, int rows_a_second) {
   mobile.start(text_of("location.batch = 1\n[trace]\nfile = \"", file, "\"\nspeed = ", rows_a_second,
                        "\nafter = \"location.startRoutineBatchingSession\"\n"));
   ASSERT_EQ(start_batching(), OX_LYN_SUCCESS);
-  for (place at; at != places.back(); at = {mobile.last_fix().latitude, mobile.last_fix().longitude})
+  for (place at; at != places.back(); at = {mobile.last_fix().latitude, mobile.last_fix().longitude}) {
     ASSERT_THAT(mobile.take(1), Not(IsEmpty()));
+  }
   ASSERT_EQ(stop_batching(), OX_LYN_SUCCESS);
   mobile.settled();
   size_t row = 0, distinct = 0;
   for (const ox_lyn_location_t &fix : mobile.fixes) {
     const place at = {fix.latitude, fix.longitude};
     const size_t before = row;
-    while (row < places.size() && places[row] != at)
+    while (row < places.size() && places[row] != at) {
       row++;
+    }
     ASSERT_LT(row, places.size()) << "a fix that no later row has: " << text_of(at.first, " ", at.second);
     distinct += row != before;
   }
@@ -414,10 +423,12 @@ TEST_F(location, on_a_drive_each_shot_has_the_place_of_its_row_to_the_last_digit
   size_t shots = 0;
   for (size_t row = 0; std::getline(drive, line); row++) {
     const std::string mode = fields_of(line).at(6);
-    if ((mode != "LTE" && mode != "5G") || row % 4 != 0)
+    if ((mode != "LTE" && mode != "5G") || row % 4 != 0) {
       continue;  // without service a shot is refused; a quarter of the rows will do
-    if (shots++ > 0)
+    }
+    if (shots++ > 0) {
       board.stop();
+    }
     std::ofstream(file) << header << '\n' << line << '\n';
     mobile.start("location.fix_ms = 0\n[trace]\nfile = \"" + file + "\"\n");
     ASSERT_EQ(shoot(), OX_LYN_SUCCESS);
@@ -431,8 +442,9 @@ TEST_F(location, on_a_drive_each_shot_has_the_place_of_its_row_to_the_last_digit
 class location_on_recorded_drive : public location, public testing::WithParamInterface<const char *> {
  protected:
   void SetUp() override {
-    if (getenv("LYN_DRIVES") == nullptr)
+    if (getenv("LYN_DRIVES") == nullptr) {
       GTEST_SKIP() << "LYN_DRIVES does not name the folder of the recorded drives";
+    }
   }
 };
 

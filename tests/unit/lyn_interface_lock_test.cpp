@@ -35,8 +35,9 @@ extern "C" {
 int __real_pthread_cond_wait(pthread_cond_t *cond, pthread_mutex_t *mutex);
 
 int __wrap_pthread_cond_wait(pthread_cond_t *cond, pthread_mutex_t *mutex) {
-  if (waits_cut_short <= 0)
+  if (waits_cut_short <= 0) {
     return __real_pthread_cond_wait(cond, mutex);
+  }
   pthread_mutex_unlock(mutex);
   waits_cut_short--;
   return pthread_mutex_lock(mutex);
@@ -50,8 +51,9 @@ constexpr uint32_t may_pass = 2; /* callbacks between a caller's coming and its 
 constexpr uint32_t flood_length = 200;
 
 void wait_for(const std::function<bool()> &done, int seconds = 60) {
-  for (int ms = 0; ms < seconds * 1000 && !done(); ms++)
+  for (int ms = 0; ms < seconds * 1000 && !done(); ms++) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
 }
 
 /** Whether a thread of this process sleeps. */
@@ -78,8 +80,9 @@ struct caller {
   bool is_at_the_lock() const { return at_the_call != 0 && sleeps(at_the_call); }
   bool has_come_to_rest() const { return returned || is_at_the_lock(); }
   void wait_until_it_sleeps() const {
-    for (int seen = 0; seen < 3; seen = is_at_the_lock() ? seen + 1 : 0)
+    for (int seen = 0; seen < 3; seen = is_at_the_lock() ? seen + 1 : 0) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
   }
 };
 
@@ -103,18 +106,20 @@ void judge_callers() {
     return std::all_of(flood.callers.begin(), flood.callers.end(),
                        [](const caller &one) { return one.has_come_to_rest(); });
   });
-  if (!callers_returned() && --flood.comings == 0)
+  if (!callers_returned() && --flood.comings == 0) {
     flood.starved = true;
+  }
   flood.free_until += may_pass;
 }
 
 void on_flood(ox_lyn_hndl_t, ox_lyn_dm_info_t *info, uint32_t) {
   (void)take_delivered(info);
   const uint32_t number = flood.begun++;
-  if (number == 0)
+  if (number == 0) {
     wait_for([] { return !flood.first_held; });
-  else if (number > flood.free_until && !flood.starved && !callers_returned())
+  } else if (number > flood.free_until && !flood.starved && !callers_returned()) {
     judge_callers();
+  }
   flood.ended++;
 }
 
@@ -135,8 +140,9 @@ struct lyn_interface_lock : testing::Test {
   }
 
   static void post(uint32_t count) {
-    for (uint32_t i = 0; i < count; i++)
+    for (uint32_t i = 0; i < count; i++) {
       EXPECT_EQ(lyn_post_async_event(LYN_EVENT_INSTALL_STATUS, posted_copy(yrp_nas_install_status_ind_t{1, i})), 0);
+    }
   }
 
   /** Let `calls` meet a flood, each on a thread of its own that comes while a callback runs. */
@@ -148,11 +154,13 @@ struct lyn_interface_lock : testing::Test {
     flood.starved = false;
     post(flood_length);
     wait_for([] { return flood.begun == 1; });
-    for (const auto &call : calls)
+    for (const auto &call : calls) {
       flood.callers.emplace_back(call).wait_until_it_sleeps();
+    }
     flood.first_held = false;
-    for (caller &one : flood.callers)
+    for (caller &one : flood.callers) {
       one.thread.join();
+    }
     EXPECT_FALSE(flood.starved);
     wait_for([] { return flood.ended == flood_length || !lyn_is_initialised(); });
     flood.callers.clear();
@@ -208,8 +216,9 @@ TEST_F(lyn_interface_lock, in_a_flood_at_most_two_callbacks_lie_between_any_call
 TEST_F(lyn_interface_lock, in_a_flood_at_most_two_callbacks_pass_however_many_callers_wait) {
   meet(operations(), 3);
   std::vector<std::function<void()>> many;
-  for (int i = 0; i < 30; i++)
+  for (int i = 0; i < 30; i++) {
     many.push_back(operations().back());
+  }
   meet(many);
 }
 
@@ -233,8 +242,9 @@ TEST_F(lyn_interface_lock, callers_are_served_in_the_order_of_their_coming) {
         .wait_until_it_sleeps();
   }
   lyn_unlock();
-  for (caller &one : callers)
+  for (caller &one : callers) {
     one.thread.join();
+  }
   EXPECT_THAT(turns, ElementsAre(0, 1, 2, 3, 4, 5, 6, 7));
 }
 
@@ -244,16 +254,18 @@ TEST_F(lyn_interface_lock, callers_that_never_rest_do_not_keep_events_from_being
   std::vector<std::thread> callers;
   for (int i = 0; i < 4; i++) {
     callers.emplace_back([this, &done] {
-      for (uint32_t count = 0; !done;)
+      for (uint32_t count = 0; !done;) {
         EXPECT_EQ(ox_lyn_get_ind_count(hndl, &count), OX_LYN_SUCCESS);
+      }
     });
   }
   post(2000);
   wait_for([] { return flood.begun == 2000; });
   EXPECT_EQ(flood.begun, 2000U);
   done = true;
-  for (std::thread &one : callers)
+  for (std::thread &one : callers) {
     one.join();
+  }
 }
 
 TEST_F(lyn_interface_lock, a_lock_that_is_given_back_is_free_for_anybody) {
@@ -304,8 +316,9 @@ TEST_F(lyn_interface_lock, the_command_thread_is_sent_off_from_any_place_and_the
         .wait_until_it_sleeps();
     lyn_unlock();
     for (caller &one : callers) {
-      if (one.thread.joinable())
+      if (one.thread.joinable()) {
         one.thread.join();
+      }
     }
     EXPECT_THAT(turns, testing::SizeIs(3));
     EXPECT_TRUE(std::is_sorted(turns.begin(), turns.end()));

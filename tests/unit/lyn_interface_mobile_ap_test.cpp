@@ -51,15 +51,17 @@ std::string configuration(uint32_t test_type, uint32_t ip_family, int src_port, 
 }
 
 std::string as_asked(uint32_t test_type, uint32_t ip_family) {
-  if (ip_family == 4)
+  if (ip_family == 4) {
     return configuration(test_type, 4, 5001, 6001, "192.0.2.1", "198.51.100.2", "::", "::");
+  }
   return configuration(test_type, ip_family, 5001, 6001, "0.0.0.0", "0.0.0.0", "2001:db8::1", "2001:db8:ffff::2");
 }
 
 /** The second direction: client and server have changed their roles, and nothing else has changed. */
 std::string swapped(uint32_t ip_family) {
-  if (ip_family == 4)
+  if (ip_family == 4) {
     return configuration(DOWNLINK, 4, 6001, 5001, "198.51.100.2", "192.0.2.1", "::", "::");
+  }
   return configuration(DOWNLINK, ip_family, 6001, 5001, "0.0.0.0", "0.0.0.0", "2001:db8:ffff::2", "2001:db8::1");
 }
 
@@ -136,10 +138,12 @@ TEST_F(mobile_ap, another_test_while_one_is_ongoing_is_refused_without_a_message
     EXPECT_EQ(test_throughput(req, OX_LYN_GET_MTPE_NR5G_INFO_E), OX_LYN_ERR_BUSY);
     EXPECT_EQ(diag_log_texts("ERROR"), lines());
     EXPECT_EQ(board.get_list({OX_LYN_GET_MTPE_LTE_INFO_E}, &req), OX_LYN_ERR_BUSY);
-    for (const uint32_t metric : {OX_LYN_GET_MTPE_LTE_INFO_E, OX_LYN_GET_MTPE_NR5G_INFO_E})
+    for (const uint32_t metric : {OX_LYN_GET_MTPE_LTE_INFO_E, OX_LYN_GET_MTPE_NR5G_INFO_E}) {
       EXPECT_EQ(board.get(metric, nullptr), OX_LYN_ERR_BUSY) << "a missing request is not looked at";
-    if (phase == 0)
+    }
+    if (phase == 0) {
       mobile.expect({status_line(UPLINK, 1)});
+    }
   }
   EXPECT_EQ(mobile.calls("oxmap", "ConfigureMTPE").size(), 1U);
 }
@@ -201,8 +205,9 @@ TEST_F(mobile_ap, after_every_way_of_ending_the_next_test_is_accepted) {
     EXPECT_EQ(test_throughput(request(DOWNLINK, 6)), OX_LYN_SUCCESS);
     EXPECT_EQ(mobile.take(1).at(0), status_line(DOWNLINK, 1));
     EXPECT_EQ(mobile.calls("oxmap", "ConfigureMTPE"), lines{as_asked(DOWNLINK, 6)});
-    if (&of != std::end(endings) - 1)
+    if (&of != std::end(endings) - 1) {
       board.stop();
+    }
   }
 }
 
@@ -218,8 +223,9 @@ TEST_F(mobile_ap, a_refused_configuration_is_logged_and_deliberately_no_failure_
 TEST_F(mobile_ap, a_missing_request_is_refused_and_is_no_test) {
   mobile.start(quick);
   mobile.forget_calls();
-  for (uint32_t metric : {OX_LYN_GET_MTPE_SERVER_CONFIG_E, OX_LYN_GET_MTPE_LTE_INFO_E, OX_LYN_GET_MTPE_NR5G_INFO_E})
+  for (uint32_t metric : {OX_LYN_GET_MTPE_SERVER_CONFIG_E, OX_LYN_GET_MTPE_LTE_INFO_E, OX_LYN_GET_MTPE_NR5G_INFO_E}) {
     EXPECT_EQ(board.get(metric), OX_LYN_ERR_INVALID_PARAM);
+  }
   EXPECT_THAT(mobile.calls("oxmap"), IsEmpty());
   EXPECT_EQ(test_throughput(request(UPLINK)), OX_LYN_SUCCESS);
   mobile.expect(run(UPLINK));
@@ -273,8 +279,9 @@ TEST_F(mobile_ap, indications_that_come_while_the_module_is_down_reach_nobody) {
     req.duration = 0;
     EXPECT_EQ(test_throughput(req), OX_LYN_SUCCESS);
     EXPECT_EQ(board.get(OX_LYN_GET_IPV4_QOS_TFT_E), OX_LYN_SUCCESS);
-    if (cycle % 2 == 1)
+    if (cycle % 2 == 1) {
       mobile.take(1);
+    }
     board.stop();
     {
       const std::lock_guard guard(board.lock);
@@ -328,10 +335,11 @@ TEST_F(mobile_ap, a_second_qos_query_before_the_answer_fails_and_only_error_118_
 /** `count` profiles that differ in every field. */
 std::string profiles(uint32_t count) {
   std::string toml = count == 0 ? "wwan.profile = []\n" : "";
-  for (uint32_t i = 0; i < count; i++)
+  for (uint32_t i = 0; i < count; i++) {
     toml += text_of("[[wwan.profile]]\nindex = ", 1000 + i, "\nsubscription = ", i % 3, "\ntechnology = ", (i + 1) % 3,
                     "\nip_family = ", i % 2 == 0 ? 6 : 10, "\nid_3gpp = ", i, "\nid_3gpp2 = ", 255 - i, "\napn = \"apn",
                     i, "\"\n");
+  }
   return toml;
 }
 
@@ -357,8 +365,9 @@ TEST_F(mobile_ap, none_three_fifty_or_sixty_profiles_are_listed_up_to_fifty_with
           text_of(1000 + i, " ", i % 3 + 1, " ", (i + 1) % 3, " ", i % 2 == 0 ? 6 : 10, " ", i, " ", 255 - i, " apn",
                   i));
     }
-    if (count != 60)
+    if (count != 60) {
       board.stop();
+    }
   }
 }
 

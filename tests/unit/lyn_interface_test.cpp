@@ -30,7 +30,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-constexpr char NOT_INITIALISED[] = "ERROR Device Manager module is not initialized!!";
+constexpr char not_initialised[] = "ERROR Device Manager module is not initialized!!";
 
 /** What the user's callback does with a record before it frees it; null: nothing. */
 std::atomic<void (*)()> on_record{nullptr};
@@ -38,8 +38,9 @@ std::atomic<uint32_t> records{0};
 
 void user_cb(ox_lyn_hndl_t, ox_lyn_dm_info_t *dm_info, uint32_t) {
   records++;
-  if (void (*act)() = on_record)
+  if (void (*act)() = on_record) {
     act();
+  }
   free(dm_info);
 }
 
@@ -49,10 +50,11 @@ std::vector<std::string> crossings() {
   for (const std::string &line : sim_board_journal()) {
     const auto row = nlohmann::json::parse(line);
     const std::string lib = row["lib"];
-    if (row["dir"] == "request")
+    if (row["dir"] == "request") {
       names.push_back(lib + "." + std::to_string(row["id"].get<int>()));
-    else if (row["dir"] == "call" && row["name"] != "message_decode")  // on the threads of the indications
+    } else if (row["dir"] == "call" && row["name"] != "message_decode") {  // on the threads of the indications
       names.push_back(lib + "." + row["name"].get<std::string>());
+    }
   }
   return names;
 }
@@ -64,9 +66,11 @@ size_t times_called(const std::string &name) {
 /** Whether the last that happened to the mobile AP client is its end; a new one takes the place of an old one. */
 bool mobile_ap_is_taken_down() {
   std::string last;
-  for (const std::string &name : crossings())
-    if (name.starts_with("oxmap."))
+  for (const std::string &name : crossings()) {
+    if (name.starts_with("oxmap.")) {
       last = name;
+    }
+  }
   return last == "oxmap.~OXMAP_Client";
 }
 
@@ -115,8 +119,9 @@ struct lyn_interface : testing::Test {
 
   /** Whatever a test left: half a teardown is mended by a start and a stop. */
   void TearDown() override {
-    if (ox_lyn_deinit(hndl) == OX_LYN_ERR_NOT_INITIALIZED && init() == OX_LYN_SUCCESS)
+    if (ox_lyn_deinit(hndl) == OX_LYN_ERR_NOT_INITIALIZED && init() == OX_LYN_SUCCESS) {
       ox_lyn_deinit(hndl);
+    }
     diag_log_lines();
   }
 };
@@ -186,9 +191,7 @@ const operation operations[] = {
      }},
 };
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Arguments, order, handle                                                                                           */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Arguments, order, handle */
 
 TEST_F(lyn_interface, init_refuses_null_arguments_and_asks_nothing_of_the_board) {
   board();
@@ -231,8 +234,9 @@ TEST_F(lyn_interface, first_handle_of_a_process_is_the_first_value_of_rand) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process that has not drawn any yet
   const auto draw = [] {
     ox_lyn_hndl_t first = 0;
-    if (ox_lyn_init(&first, 0, user_cb) != OX_LYN_SUCCESS)
+    if (ox_lyn_init(&first, 0, user_cb) != OX_LYN_SUCCESS) {
       _exit(1);
+    }
     srand(1);  // what an unseeded rand() starts from
     _exit(first == static_cast<ox_lyn_hndl_t>(rand()) ? 0 : 2);
   };
@@ -301,9 +305,7 @@ TEST_F(lyn_interface, before_the_first_init_every_operation_refuses_any_handle_a
   }
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Starts that fail                                                                                                   */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Starts that fail */
 
 struct failed_start {
   const char *name;
@@ -326,9 +328,11 @@ TEST_P(lyn_interface_failed_start, leaves_the_module_down_and_can_be_repeated) {
   EXPECT_EQ(hndl, 5U) << "no handle is given out";
 
   std::vector<std::string> errors;
-  for (const diag_log_record &record : diag_log_take())
-    if (record.level == "ERROR")
+  for (const diag_log_record &record : diag_log_take()) {
+    if (record.level == "ERROR") {
       errors.push_back(record.text);
+    }
+  }
   EXPECT_EQ(errors, expected.errors);
   EXPECT_EQ(times_called("yrp.release"), expected.nas_releases);
   EXPECT_FALSE(mobile_ap_is_taken_down());
@@ -343,7 +347,7 @@ TEST_P(lyn_interface_failed_start, leaves_the_module_down_and_can_be_repeated) {
   EXPECT_EQ(ox_lyn_deinit(hndl), OX_LYN_SUCCESS);
 }
 
-constexpr char AP_ENABLED[] = "\nMobileAP Enable succeeds.";
+constexpr char ap_enabled[] = "\nMobileAP Enable succeeds.";
 
 const failed_start failed_starts[] = {
     {"no_service_object",
@@ -405,7 +409,7 @@ const failed_start failed_starts[] = {
     {"no_system_information",
      "on = \"nas.77\"\nresult = 1\nerror = 3\n",
      {"Retrieving system info failed - error[0], response[1/3]"},
-     AP_ENABLED,
+     ap_enabled,
      2,
      false},
 };
@@ -439,9 +443,7 @@ TEST_F(lyn_interface, init_waits_until_the_service_is_offered) {
   EXPECT_THAT(diag_log_lines(), Contains(StartsWith("ERROR Retrieving YRP NAS service list failed with status[")));
 }
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Stops that fail                                                                                                    */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Stops that fail */
 
 struct failed_stop {
   const char *name;
@@ -461,7 +463,7 @@ TEST_P(lyn_interface_failed_stop, counts_as_down_until_the_next_init) {
 
   for (const operation &each : operations) {
     EXPECT_EQ(each.call(first), OX_LYN_ERR_NOT_INITIALIZED) << each.name;
-    EXPECT_THAT(diag_log_lines(), ElementsAre(NOT_INITIALISED)) << each.name;
+    EXPECT_THAT(diag_log_lines(), ElementsAre(not_initialised)) << each.name;
     EXPECT_EQ(each.call(first + 1), OX_LYN_ERR_INVALID_PARAM) << each.name;
     diag_log_lines();
   }
@@ -485,8 +487,9 @@ TEST_P(lyn_interface_failed_stop, leaves_a_module_that_hears_of_a_restart_of_the
   ASSERT_EQ(init(), OX_LYN_SUCCESS);
   diag_log_lines();
   subscribe_modem_status();
-  for (int ms = 0; ms < 5000 && records < 2; ms++)
+  for (int ms = 0; ms < 5000 && records < 2; ms++) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
   EXPECT_EQ(records, 2U);
   EXPECT_TRUE(sim_board_wait_idle(5000));
   const std::vector<std::string> log = diag_log_lines({"lyn_yrp_nas.cpp"});
@@ -504,9 +507,7 @@ const failed_stop failed_stops[] = {
 INSTANTIATE_TEST_SUITE_P(by_fault, lyn_interface_failed_stop, testing::ValuesIn(failed_stops),
                          [](const auto &row) { return row.param.name; });
 
-/* ------------------------------------------------------------------------------------------------------------------ */
-/* Stops while other threads are at work                                                                              */
-/* ------------------------------------------------------------------------------------------------------------------ */
+/* Stops while other threads are at work */
 
 /** A callback that waits until it is let go. */
 struct gate {
@@ -555,8 +556,9 @@ TEST_F(lyn_interface, deinit_waits_for_the_callback_that_runs_and_none_runs_afte
   gate running;
   callback_gate = &running;
   on_record = [] { callback_gate->pass(); };
-  for (int i = 0; i < 200; i++)
+  for (int i = 0; i < 200; i++) {
     ASSERT_EQ(post_modem_status(), OX_LYN_SUCCESS);
+  }
   running.wait_entered();
 
   std::atomic<bool> returned{false};
@@ -588,10 +590,12 @@ TEST_F(lyn_interface, deinit_ends_while_the_command_thread_waits_for_the_lock) {
       info.metric = OX_LYN_GET_LTE_SERV_RSRP_E;
       ox_lyn_get_info(hndl, &info);
     });
-    while (times_called("nas.79") == 0)
+    while (times_called("nas.79") == 0) {
       std::this_thread::yield();
-    for (int i = 0; i < 10; i++)
+    }
+    for (int i = 0; i < 10; i++) {
       EXPECT_EQ(post_modem_status(), OX_LYN_SUCCESS);
+    }
     EXPECT_EQ(ox_lyn_deinit(hndl), OX_LYN_SUCCESS);
     const uint32_t delivered = records;
     holder.join();
@@ -604,26 +608,29 @@ TEST_F(lyn_interface, pairs_of_init_and_deinit_end_while_others_post) {
   board("[[at]]\nms = 0\nlte = { rsrp = -90 }\n");
   std::atomic<bool> done{false};
   std::vector<std::thread> posters;
-  for (int i = 0; i < 2; i++)
+  for (int i = 0; i < 2; i++) {
     posters.emplace_back([&done] {
       while (!done) {
         (void)post_modem_status();
         std::this_thread::yield();
       }
     });
+  }
   const int pairs = is_long_run() ? 1000 : 100;
   for (int i = 0; i < pairs; i++) {
     ASSERT_EQ(init(), OX_LYN_SUCCESS);
-    if (i % 2 == 0)
+    if (i % 2 == 0) {
       subscribe_modem_status();
+    }
     ASSERT_EQ(ox_lyn_deinit(hndl), OX_LYN_SUCCESS);
     const uint32_t delivered = records;
     std::this_thread::yield();
     ASSERT_EQ(records, delivered);
   }
   done = true;
-  for (std::thread &poster : posters)
+  for (std::thread &poster : posters) {
     poster.join();
+  }
 }
 
 TEST_F(lyn_interface, quick_pairs_of_init_and_deinit_leave_nothing_behind) {

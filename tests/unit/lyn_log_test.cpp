@@ -80,8 +80,9 @@ void expect_as_vsnprintf(const std::string &format, Arguments... arguments) {
 #pragma GCC diagnostic pop
   lyn_log_write(&record, program.data(), format.c_str(), arguments...);
   std::string escaped;
-  for (const char *at = expected; *at != '\0'; at++)
+  for (const char *at = expected; *at != '\0'; at++) {
     escaped += *at == '\n' ? "\\n" : std::string(1, *at);
+  }
   EXPECT_EQ(diag_log_texts(), std::vector<std::string>{escaped}) << format;
 }
 
@@ -99,8 +100,9 @@ constexpr const char *conversions[] = {"%d",  "%i",   "%hd", "%hi", "%ld", "%lld
 std::string some_text(std::mt19937_64 &random) {
   const size_t length = random() % 16 == 0 ? random() % 40 : random() % 20;  // runs stay below 256
   std::string text;
-  for (size_t i = 0; i < length; i++)
+  for (size_t i = 0; i < length; i++) {
     text += static_cast<char>(random() % 128 < 32 || random() % 20 == 0 ? '\n' : 'a' + random() % 26);
+  }
   return text;
 }
 
@@ -111,8 +113,9 @@ TEST_F(lyn_log, any_text_is_the_one_that_vsnprintf_writes) {
   std::mt19937_64 random(seed);
   for (int run = 0; run < 20000 && !HasFailure(); run++) {
     std::string format;
-    for (size_t count = random() % 6; count > 0; count--)
+    for (size_t count = random() % 6; count > 0; count--) {
       format += some_text(random) + conversions[random() % std::size(conversions)];
+    }
     format += some_text(random);
     // Arguments of a full word each: what a narrower conversion reads of it is the same for both.
     expect_as_vsnprintf(format, some_value(random), some_value(random), some_value(random), some_value(random),
@@ -145,10 +148,12 @@ bool is_known(const std::string &format) {
 }
 
 TEST_F(lyn_log, a_format_with_an_unknown_conversion_or_too_long_a_run_is_found) {
-  for (const char *format : {"%c", "%5d", "a %03u", "%hs", "%lp", "%"})
+  for (const char *format : {"%c", "%5d", "a %03u", "%hs", "%lp", "%"}) {
     EXPECT_FALSE(is_known(format)) << format;
-  for (const char *format : {"", "text", "%d", "100%% of %s", "%llu%p%hx", "%%%%%d%%"})
+  }
+  for (const char *format : {"", "text", "%d", "100%% of %s", "%llu%p%hx", "%%%%%d%%"}) {
     EXPECT_TRUE(is_known(format)) << format;
+  }
   EXPECT_TRUE(is_known(std::string(255, 'a')));
   EXPECT_TRUE(is_known(std::string(255, 'a') + "%d" + std::string(255, 'b')));
   EXPECT_FALSE(is_known(std::string(256, 'a')));

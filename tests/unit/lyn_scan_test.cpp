@@ -25,8 +25,9 @@ const board_request nr5g_scan = {
 std::string full_neighbourhood() {
   const auto repeated = [](int count, const std::string &one) {
     std::string all;
-    for (int i = 0; i < count; i++)
+    for (int i = 0; i < count; i++) {
       all += (i == 0 ? "" : ", ") + one;
+    }
     return all;
   };
   std::string toml = "[scan]\nanswer_ms = 0\n";
@@ -54,8 +55,9 @@ bool flags_clear() {
 
 std::vector<uint32_t> ids(const std::vector<delivered> &answers) {
   std::vector<uint32_t> found;
-  for (const delivered &answer : answers)
+  for (const delivered &answer : answers) {
     found.push_back(answer.id);
+  }
   return found;
 }
 
@@ -287,8 +289,9 @@ TEST_F(lyn_scan,
   EXPECT_EQ(board.get(OX_LYN_GET_LTE_NBR_RSRP_E), OX_LYN_SUCCESS);
   EXPECT_EQ(board.get_list({OX_LYN_GET_REG_STATUS_E}), OX_LYN_SUCCESS);
   EXPECT_EQ(board.asked(), (board_requests{lte_scan, lte_scan}));
-  for (int i = 0; i < 2; i++)
+  for (int i = 0; i < 2; i++) {
     sim_board_post("nas", 133, {0x01, 0x04, 0x00, 0, 0, 0, 0});
+  }
   EXPECT_THAT(ids(board.take(2)), ElementsAre(1, 2));
   EXPECT_TRUE(flags_clear());
 }
@@ -355,8 +358,9 @@ TEST_F(lyn_scan, deinit_waits_for_the_request_that_the_command_thread_sends_for_
     const auto rows = board_journal("nas", direction);
     return std::ranges::count_if(rows, [](const json &row) { return row["id"] == 133; });
   };
-  while (scans("request") < 2)
+  while (scans("request") < 2) {
     std::this_thread::yield();
+  }
   EXPECT_EQ(ox_lyn_deinit(board.hndl), OX_LYN_SUCCESS);
   board.hndl = 0;
   EXPECT_EQ(scans("response"), 2);
@@ -438,8 +442,9 @@ TEST_F(lyn_scan, an_answer_that_does_not_decode_is_dropped_and_the_scan_goes_on)
 TEST_F(lyn_scan, without_service_a_neighbour_metric_is_refused_but_one_of_a_list_is_not) {
   for (uint32_t status = OX_LYN_REG_NO_SERVICE_E; status <= OX_LYN_REG_LIMITED_REGIONAL_E; status++) {
     board.start(status, at_once);
-    for (uint32_t metric = OX_LYN_GET_LTE_NBR_EARFCN_E; metric <= OX_LYN_GET_LTE_NBR_RSRQ_E; metric++)
+    for (uint32_t metric = OX_LYN_GET_LTE_NBR_EARFCN_E; metric <= OX_LYN_GET_LTE_NBR_RSRQ_E; metric++) {
       EXPECT_EQ(board.get(metric), OX_LYN_ERR_SERVICE_UNAVAILABLE);
+    }
     EXPECT_TRUE(board.asked().empty());
     /* A list asks nobody about the service: its scan goes out. */
     EXPECT_EQ(board.get_list({22}), OX_LYN_SUCCESS);

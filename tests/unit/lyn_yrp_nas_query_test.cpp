@@ -86,8 +86,9 @@ std::vector<numbers> parts(const lyn_nas_rf_bw_info_t &r) {
 std::vector<numbers> parts(const lyn_nas_cqi_info_t &r) {
   const auto radio = [](uint8_t valid, uint32_t len, const auto &entries) {
     numbers part = {valid, len};
-    for (const ox_lyn_cqi_entry_t &entry : entries)
+    for (const ox_lyn_cqi_entry_t &entry : entries) {
       part = part + numbers{entry.cw_cqi_len} + first(entry.cw_cqi);
+    }
     return part;
   };
   return {radio(r.lte_cc_cqi_valid, r.lte_cc_cqi_len, r.lte), radio(r.nr5g_cc_cqi_valid, r.nr5g_cc_cqi_len, r.nr5g)};
@@ -95,12 +96,14 @@ std::vector<numbers> parts(const lyn_nas_cqi_info_t &r) {
 
 std::vector<numbers> parts(const lyn_nas_cell_lock_list_t &r) {
   numbers lte = {r.lte_cell_list_valid, r.count};
-  for (const ox_lyn_lte_lock_cell_t &cell : r.cells)
+  for (const ox_lyn_lte_lock_cell_t &cell : r.cells) {
     lte = lte + numbers{cell.pci, cell.freq};
+  }
   numbers nr5g = {r.type_valid, r.type, r.cell_identity_valid,  r.pci,
                   r.arfcn,      r.scs,  r.arfcn_identity_valid, r.arfcn_list_len};
-  for (const ox_lyn_nr5g_lock_arfcn_t &entry : r.arfcn_list)
+  for (const ox_lyn_nr5g_lock_arfcn_t &entry : r.arfcn_list) {
     nr5g = nr5g + numbers{entry.arfcn, entry.scs};
+  }
   return {lte, nr5g};
 }
 
@@ -358,8 +361,9 @@ numbers padded(numbers part, size_t size) {
 
 /** The whole record after the first `done` steps, as large as `actual` is. */
 std::vector<numbers> record_after(const query_row &query, size_t done, std::vector<numbers> actual) {
-  for (numbers &part : actual)
+  for (numbers &part : actual) {
     part.assign(part.size(), 0);
+  }
   for (size_t i = 0; i < done; i++) {
     numbers &part = actual[query.shared ? 0 : i];
     part = padded(query.steps[i].part, part.size());
@@ -370,8 +374,9 @@ std::vector<numbers> record_after(const query_row &query, size_t done, std::vect
 std::vector<std::string> log_of(const query_row &query, size_t steps) {
   std::vector<std::string> lines;
   for (size_t i = 0; i < steps; i++) {
-    for (const std::string &line : query.steps[i].log)
+    for (const std::string &line : query.steps[i].log) {
       lines.push_back("HIGH " + line);
+    }
   }
   return lines;
 }
@@ -379,8 +384,9 @@ std::vector<std::string> log_of(const query_row &query, size_t steps) {
 /** How often a board has answered this message before the step of the query is asked: connecting asks 77 once. */
 int passings_before(const query_row &query, size_t step) {
   int passings = query.steps[step].id == 77 ? 1 : 0;
-  for (size_t i = 0; i < step; i++)
+  for (size_t i = 0; i < step; i++) {
     passings += query.steps[i].id == query.steps[step].id;
+  }
   return passings;
 }
 
@@ -424,8 +430,9 @@ TEST_F(lyn_yrp_nas_query, each_network_status_asks_its_radios_and_no_other) {
       board_forget();
       std::vector<std::string> wanted;
       for (const query_step &step : query.steps) {
-        if (asked_at(step, network_status))
+        if (asked_at(step, network_status)) {
           wanted.push_back(std::to_string(step.id) + step.fields);
+        }
       }
       const query_answer answer = query.ask(false);
       EXPECT_EQ(answer.status, 0);
@@ -452,8 +459,9 @@ TEST_F(lyn_yrp_nas_query, each_answer_fills_its_whole_record_and_logs_every_valu
 TEST_F(lyn_yrp_nas_query, with_nr5g_alone_only_its_part_is_read) {
   board(OX_LYN_REG_NR5G_E);
   for (const query_row &query : queries) {
-    if (query.steps.size() < 2)
+    if (query.steps.size() < 2) {
       continue;
+    }
     SCOPED_TRACE(query.name);
     const query_answer answer = query.ask(false);
     const numbers &part = query.shared ? answer.parts[0] : answer.parts[1];
@@ -758,8 +766,9 @@ TEST_F(lyn_yrp_nas_query, frequency_lock_is_logged_entry_by_entry_with_the_trans
 
 std::string repeated(const std::string &entry, size_t count) {
   std::string list = "[";
-  for (size_t i = 0; i < count; i++)
+  for (size_t i = 0; i < count; i++) {
     list += (i == 0 ? "" : ", ") + entry;
+  }
   return list + "]";
 }
 
@@ -773,21 +782,25 @@ TEST_F(lyn_yrp_nas_query, lists_are_read_up_to_their_last_place) {
   board(6, tables);
   const query_answer cqi = query_named("cqi_info").ask(false);
   numbers wanted = {1, 7};
-  for (int i = 0; i < 7; i++)
+  for (int i = 0; i < 7; i++) {
     wanted = wanted + numbers{4, 1, 2, 3, 4};
+  }
   EXPECT_EQ(cqi.parts[0], wanted);
   wanted = {1, 12};
-  for (int i = 0; i < 12; i++)
+  for (int i = 0; i < 12; i++) {
     wanted = wanted + numbers{4, 5, 6, 7, 8};
+  }
   EXPECT_EQ(cqi.parts[1], wanted);
   const query_answer locks = query_named("cell_lock_list").ask(false);
   wanted = {1, 60};
-  for (int i = 0; i < 60; i++)
+  for (int i = 0; i < 60; i++) {
     wanted = wanted + numbers{5, 6};
+  }
   EXPECT_EQ(locks.parts[0], wanted);
   wanted = {1, 2, 0, 0, 0, 0, 1, 32};
-  for (int i = 0; i < 32; i++)
+  for (int i = 0; i < 32; i++) {
     wanted = wanted + numbers{9, 5};
+  }
   EXPECT_EQ(locks.parts[1], wanted);
   EXPECT_EQ(query_named("get_rf_bw_status").ask(false).parts[0], (numbers{1, 16} + numbers(16, 19)));
 }
@@ -797,16 +810,20 @@ TEST_F(lyn_yrp_nas_query, lists_are_read_up_to_their_last_place) {
 /** What the network status is for each state of the two radios. */
 int64_t status_of(const std::string &lte_state, const std::string &nr5g_state, bool pci) {
   const auto restricted = [](const std::string &state, int64_t other) -> int64_t {
-    if (state == "limited")
+    if (state == "limited") {
       return 3;
-    if (state == "limited_regional")
+    }
+    if (state == "limited_regional") {
       return 4;
+    }
     return state == "power_save" ? 2 : other;
   };
-  if (nr5g_state == "service")
+  if (nr5g_state == "service") {
     return 7;
-  if (lte_state == "service")
+  }
+  if (lte_state == "service") {
     return pci ? 6 : 5;
+  }
   return restricted(lte_state, restricted(nr5g_state, 1));
 }
 

@@ -164,8 +164,9 @@ const broken_life broken_lives[] = {
 /** How many calls of this name have succeeded. */
 int succeeded(const std::string &name) {
   int calls = 0;
-  for (const auto &entry : board_journal("yrp", "return"))
+  for (const auto &entry : board_journal("yrp", "return")) {
     calls += entry["name"] == name && entry["fields"]["status"] == 0;
+  }
   return calls;
 }
 
@@ -190,8 +191,9 @@ TEST_F(lyn_yrp_nas, when_a_release_failed_half_way_then_the_next_connection_is_w
     const lyn_ind_table_t table = {};
     ASSERT_EQ(lyn_yrp_nas_register_ind(&table), 0);
     std::vector<uint32_t> ids;
-    for (const posted_event &event : nas_wait_for_events(3))
+    for (const posted_event &event : nas_wait_for_events(3)) {
       ids.push_back(event.id);
+    }
     EXPECT_THAT(ids, testing::UnorderedElementsAre(LYN_EVENT_MODEM_DOWN, LYN_EVENT_MODEM_UP, LYN_EVENT_PPS));
     EXPECT_EQ(lyn_yrp_nas_release(), 0);
     EXPECT_EQ(open_handles(), 0);

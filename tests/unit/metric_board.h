@@ -74,8 +74,9 @@ inline std::vector<std::string> metric_asked() {
   std::vector<std::string> asked;
   for (const auto &row : board_journal("nas", "request")) {
     std::string fields;
-    for (const auto &[name, value] : row["fields"].items())
+    for (const auto &[name, value] : row["fields"].items()) {
       fields += (fields.empty() ? "" : ", ") + name + ": " + value.dump();
+    }
     asked.push_back(row["id"].dump() + (fields.empty() ? "" : " {" + fields + "}"));
   }
   return asked;

@@ -57,30 +57,38 @@ inline std::string mobile_line(const delivered &one) {
   const auto is = [&one](uint32_t record_type, uint32_t id, uint32_t value_type) {
     return one.record_type == record_type && one.id == id && one.value_type == value_type;
   };
-  if (is(OX_LYN_RECORD_IND_E, OX_LYN_IND_MTPE_STATUS_E, OX_LYN_VALUE_INT64_E))
+  if (is(OX_LYN_RECORD_IND_E, OX_LYN_IND_MTPE_STATUS_E, OX_LYN_VALUE_INT64_E)) {
     return mobile_throughput_line(one.as<ox_lyn_mtpe_status_t>());
-  if (is(OX_LYN_RECORD_IND_E, OX_LYN_IND_QOS_FLOW_E, OX_LYN_VALUE_INT64_E))
+  }
+  if (is(OX_LYN_RECORD_IND_E, OX_LYN_IND_QOS_FLOW_E, OX_LYN_VALUE_INT64_E)) {
     return mobile_flow_line(one.as<ox_lyn_qos_flow_t>());
-  if (is(OX_LYN_RECORD_ASYNC_E, OX_LYN_ASYNC_LOC_BATCH_E, OX_LYN_VALUE_LOCATION_E))
+  }
+  if (is(OX_LYN_RECORD_ASYNC_E, OX_LYN_ASYNC_LOC_BATCH_E, OX_LYN_VALUE_LOCATION_E)) {
     return mobile_batch_line(one.as<ox_lyn_loc_batch_t>());
-  if (is(OX_LYN_RECORD_ASYNC_E, OX_LYN_ASYNC_LOC_SINGLE_SHOT_E, OX_LYN_VALUE_LOCATION_E))
+  }
+  if (is(OX_LYN_RECORD_ASYNC_E, OX_LYN_ASYNC_LOC_SINGLE_SHOT_E, OX_LYN_VALUE_LOCATION_E)) {
     return mobile_shot_line(one.as<ox_lyn_loc_single_shot_t>());
+  }
   return text_of("type ", one.record_type, " id ", one.id, " value type ", one.value_type);
 }
 
 /** The fixes of a shot or a batch; of anything else there are none. */
 inline std::vector<ox_lyn_location_t> mobile_fixes(const delivered &one) {
-  if (one.record_type != OX_LYN_RECORD_ASYNC_E || one.value_type != OX_LYN_VALUE_LOCATION_E)
+  if (one.record_type != OX_LYN_RECORD_ASYNC_E || one.value_type != OX_LYN_VALUE_LOCATION_E) {
     return {};
-  if (one.id == OX_LYN_ASYNC_LOC_SINGLE_SHOT_E)
+  }
+  if (one.id == OX_LYN_ASYNC_LOC_SINGLE_SHOT_E) {
     return {one.as<ox_lyn_loc_single_shot_t>().location};
+  }
   std::vector<ox_lyn_location_t> fixes(one.locations.size() / sizeof(ox_lyn_location_t));
-  if (!fixes.empty())
+  if (!fixes.empty()) {
     memcpy(fixes.data(), one.locations.data(), one.locations.size());
+  }
   return fixes;
 }
 
-struct mobile_board {
+class mobile_board {
+ public:
   std::vector<ox_lyn_location_t> fixes; /**< of the shots and batches taken since the start */
 
   /** Bring the module up; its receiver has told its capabilities where `toml` does not say when it does. */
@@ -113,8 +121,9 @@ struct mobile_board {
   static lines calls(const std::string &lib, const std::string &name = "") {
     lines made;
     for (const auto &row : board_journal<nlohmann::ordered_json>(lib, "call")) {
-      if (name.empty() || row["name"] == name)
+      if (name.empty() || row["name"] == name) {
         made.push_back(row["name"].get<std::string>() + " " + row["fields"].dump());
+      }
     }
     return made;
   }
@@ -123,8 +132,9 @@ struct mobile_board {
   static bool logged(std::string_view text) {
     for (int ms = 0; ms < 60000; ms++) {
       const lines texts = diag_log_texts();
-      if (std::find(texts.begin(), texts.end(), text) != texts.end())
+      if (std::find(texts.begin(), texts.end(), text) != texts.end()) {
         return true;
+      }
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return false;

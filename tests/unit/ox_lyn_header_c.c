@@ -20,8 +20,9 @@ const header_size_t *header_c_sizes(size_t *count) {
 static void on_event(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *event, uint32_t user_data) {
   (void)hndl;
   (void)user_data;
-  if (event->record_type == OX_LYN_RECORD_IND_E && event->metric == OX_LYN_IND_LTE_RSRP_E)
+  if (event->record_type == OX_LYN_RECORD_IND_E && event->metric == OX_LYN_IND_LTE_RSRP_E) {
     printf("LTE RSRP now %lld dBm\n", (long long)event->value.i64);
+  }
   free(event);
 }
 
@@ -31,8 +32,9 @@ int32_t header_c_example_session(int64_t *rsrp) {
   if (ox_lyn_init(&hndl, 0, on_event) == OX_LYN_SUCCESS) {
     ox_lyn_dm_info_t info = {.record_type = OX_LYN_RECORD_GET_E, .metric = OX_LYN_GET_LTE_SERV_RSRP_E};
     status = ox_lyn_get_info(hndl, &info);
-    if (status == OX_LYN_SUCCESS)
+    if (status == OX_LYN_SUCCESS) {
       *rsrp = info.value.i64;
+    }
     ox_lyn_deinit(hndl);
   }
   return status;

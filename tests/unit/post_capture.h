@@ -21,8 +21,9 @@ struct post_release {
   uint32_t id = 0;
 
   void operator()(void *data) const {
-    if (id == LYN_EVENT_LOC_BATCH)
+    if (id == LYN_EVENT_LOC_BATCH) {
       free(static_cast<ox_lyn_loc_batch_t *>(data)->locations);
+    }
     free(data);
   }
 };
