@@ -559,6 +559,9 @@ TEST_F(lyn_cmdq_fault, a_stop_without_lock_stops_all_the_same) {
 
 TEST_F(lyn_cmdq_fault, a_failed_join_is_logged_and_deinit_goes_on) {
   ASSERT_EQ(lyn_cmdq_init(&queue, 100), 0);
+  fault_join.arm(reinterpret_cast<const void *>(queue.thread), EINVAL);
+  EXPECT_EQ(lyn_cmdq_join_thread(&queue), -1);
+  EXPECT_EQ(diag_log_texts("ERROR"), texts{"pthread_join failed:"});
   fault_join.arm(reinterpret_cast<const void *>(queue.thread), EINVAL, 0, true);
   EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
   EXPECT_EQ(queue.head, nullptr);
