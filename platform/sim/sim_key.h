@@ -1,6 +1,6 @@
 /*
- * One row per key of a scenario: its name, what it may be, its default, where it is stored, and what it means.
- * The reader (sim_key_read.cpp) and the tests walk the same rows.
+ * One row per key of a scenario: its name, what it may be, its default, where it is stored, and its line in
+ * docs/simulator.md. The reader (sim_key_read.cpp), the document (sim_key_doc.cpp) and the tests walk the same rows.
  *
  * To add a key, add its row to the table of its subject (sim_key_SUBJECT.cpp) and the member to sim_scenario.h. What a
  * key may be follows from the member, unless the row narrows it: its wire type gives the range, sizes of lists are the
@@ -97,7 +97,7 @@ struct sim_key {
   std::string_view name;
   sim_key_type type;
   std::string_view initial = {}; /**< the default as TOML; empty: none, or that of the keys inside */
-  std::string_view text = {};    /**< what it means */
+  std::string_view text = {};    /**< for the document */
   bool required = false;
   bool traced = false; /**< a trace owns the value */
   bool event = false;  /**< a table with such keys needs one of them */
@@ -127,5 +127,8 @@ std::string sim_key_number_text(double value);
 /** "a, b, c". */
 std::string sim_key_names(sim_keys keys);
 std::string sim_key_word_names(std::span<const sim_key_word> words);
+
+/** The keys of these tables of a scenario in Markdown, as docs/simulator.md shows them. */
+std::string sim_key_table_markdown(std::span<const std::string> tables);
 
 #endif
