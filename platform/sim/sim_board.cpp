@@ -5,6 +5,7 @@
 
 #include <cstring>
 
+#include "sim_journal.h"
 #include "sim_state.h"
 
 namespace {

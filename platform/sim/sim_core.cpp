@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "sim_diag.h"
+#include "sim_journal.h"
 #include "sim_state.h"
 
 namespace {

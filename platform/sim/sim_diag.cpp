@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "sim_diag.h"
 #include "sim_state.h"
 
 namespace {

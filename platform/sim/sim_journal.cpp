@@ -12,6 +12,8 @@
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 
+#include "sim_diag.h"
+#include "sim_journal.h"
 #include "sim_state.h"
 
 namespace {

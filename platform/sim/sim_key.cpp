@@ -35,6 +35,11 @@ std::string sim_key_number_text(double value) {
   return std::string(text, end.ptr);
 }
 
+std::string sim_key_real_range_text(const sim_key_type &type) {
+  const std::string lone = type.lone ? sim_key_number_text(*type.lone) + ", or " : "";
+  return lone + (type.range.empty() ? sim_key_range_text(type.min, type.max) : std::string(type.range));
+}
+
 std::string sim_key_names(sim_keys keys) {
   return names_of(keys);
 }

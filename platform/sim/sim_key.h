@@ -68,6 +68,9 @@ inline constexpr int64_t sim_key_no_maximum = std::numeric_limits<int64_t>::max(
 
 inline constexpr size_t sim_key_no_limit = std::numeric_limits<size_t>::max();
 
+/** Octets of a text that has no limit of its own. */
+inline constexpr size_t sim_key_longest_text = 4096;
+
 /** A day: what is longer is a slip, and would look like a board that hangs. */
 inline constexpr int64_t sim_key_longest_ms = 86'400'000;
 
@@ -124,6 +127,8 @@ sim_keys sim_keys_trace();
 std::string sim_key_range_text(int64_t min, int64_t max);
 /** The shortest text that is this number. */
 std::string sim_key_number_text(double value);
+/** What a real number may be: "-1, or from 0 to 86400000". */
+std::string sim_key_real_range_text(const sim_key_type &type);
 /** "a, b, c". */
 std::string sim_key_names(sim_keys keys);
 std::string sim_key_word_names(std::span<const sim_key_word> words);

@@ -17,11 +17,6 @@ std::string limits_text(const sim_key_type &type) {
   return both ? range.substr(from.size()) : range;
 }
 
-std::string real_text(const sim_key_type &type) {
-  const std::string lone = type.lone ? sim_key_number_text(*type.lone) + ", or " : "";
-  return lone + (type.range.empty() ? limits_text(type) : std::string(type.range));
-}
-
 /** "up to 2 u32", "3 u8", "up to 11, each from 0". */
 std::string list_text(const sim_key_type &type, size_t fewest, size_t most) {
   const std::string amount = (fewest == most ? "" : "up to ") + std::to_string(most);
@@ -40,7 +35,7 @@ std::string allowed_text(const sim_key &row) {
     case sim_key_kind::integer:
       return limits_text(type);
     case sim_key_kind::real:
-      return real_text(type);
+      return type.range.empty() ? limits_text(type) : sim_key_real_range_text(type);
     case sim_key_kind::time:
       return type.lone ? "time, -1" : "time";
     case sim_key_kind::measured:

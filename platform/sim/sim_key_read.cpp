@@ -66,15 +66,10 @@ std::optional<int64_t> read_integer(sim_key_reader &in, const std::string &path,
   return {};
 }
 
-std::string real_range(const sim_key_type &type) {
-  const std::string lone = type.lone ? sim_key_number_text(*type.lone) + ", or " : "";
-  return lone + (type.range.empty() ? sim_key_range_text(type.min, type.max) : std::string(type.range));
-}
-
 std::optional<double> read_real(sim_key_reader &in, const std::string &path, const toml::node &node,
                                 const sim_key_type &type) {
   if (!node.is_number()) {
-    fail_type(in, node, path, "a number (" + real_range(type) + ")");
+    fail_type(in, node, path, "a number (" + sim_key_real_range_text(type) + ")");
     return {};
   }
   const double value =
@@ -82,7 +77,7 @@ std::optional<double> read_real(sim_key_reader &in, const std::string &path, con
   if (value == type.lone || (value >= type.least && value <= type.most_real)) {
     return value;
   }
-  sim_key_fail(in, node, path, sim_key_number_text(value) + " is out of range (" + real_range(type) + ")");
+  sim_key_fail(in, node, path, sim_key_number_text(value) + " is out of range (" + sim_key_real_range_text(type) + ")");
   return {};
 }
 
@@ -221,7 +216,7 @@ std::optional<std::vector<std::vector<int64_t>>> read_carriers(sim_key_reader &i
 std::optional<std::vector<std::string>> read_flags(sim_key_reader &in, const std::string &path, const toml::node &node,
                                                    const sim_key_type &type) {
   return read_entries<std::string>(in, path, node, type.most, [&in](const std::string &place, const toml::node &entry) {
-    return read_text(in, place, entry, 4096);
+    return read_text(in, place, entry, sim_key_longest_text);
   });
 }
 

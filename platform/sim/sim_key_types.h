@@ -124,8 +124,6 @@ constexpr sim_key_type sim_key_boolean() {
   return sim_key_plain<members...>(sim_key_kind::boolean);
 }
 
-inline constexpr size_t sim_key_longest_text = 4096;
-
 template <auto... members>
 constexpr sim_key_type sim_key_text(size_t longest = sim_key_longest_text) {
   sim_key_type type = sim_key_plain<members...>(sim_key_kind::text);

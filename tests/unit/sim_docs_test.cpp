@@ -41,6 +41,14 @@ std::string generated(const std::string &mark) {
   return '\n' + sim_key_table_markdown(std::span(words).subspan(1)) + '\n';
 }
 
+std::string begin_of(const std::string &mark) {
+  return mark_begin + mark + mark_end;
+}
+
+std::string end_of(const std::string &mark) {
+  return mark_begin + mark + ":end -->";
+}
+
 /** The names of the marks, in their order. */
 std::vector<std::string> marks_of(const std::string &text) {
   std::vector<std::string> marks;
@@ -54,8 +62,9 @@ std::vector<std::string> marks_of(const std::string &text) {
 /** The document with what is between its marks as it should be. */
 std::string updated(std::string text) {
   for (const std::string &mark : marks_of(text)) {
-    const size_t from = text.find(mark_begin + mark + mark_end) + (mark_begin + mark + mark_end).size();
-    const size_t to = text.find(mark_begin + mark + ":end -->", from);
+    const std::string begin = begin_of(mark);
+    const size_t from = text.find(begin) + begin.size();
+    const size_t to = text.find(end_of(mark), from);
     EXPECT_NE(to, std::string::npos) << mark;
     text.replace(from, to - from, generated(mark));
   }

@@ -1,0 +1,36 @@
+/*
+ * What is due later: timeline entries, rows of the trace and work. Call with sim_lock held.
+ */
+#ifndef SIM_TIMELINE_H
+#define SIM_TIMELINE_H
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "sim_scenario.h"
+
+using sim_clock = std::chrono::steady_clock;
+
+/** Something that the timeline thread does when it is due, with sim_lock held. Equal times run by `rank`, then by
+ * order. */
+struct sim_due {
+  sim_clock::time_point at;
+  int64_t rank;
+  uint64_t order;
+  int64_t repeats;            /**< of a timeline entry: how many are left, this one included */
+  std::function<void()> work; /**< null: timeline entry `rank`, or the trace */
+};
+
+/** Ranks of what is no timeline entry. */
+enum : int64_t { SIM_RANK_TRACE = -2, SIM_RANK_WORK = -1 };
+
+void sim_timeline_run(); /**< the thread */
+void sim_timeline_reset();
+void sim_timeline_at(sim_clock::time_point at, std::function<void()> work);
+void sim_timeline_start_entries(const std::string &after, int64_t passing);
+/** A trace or timeline entry waits for such calls. */
+bool sim_timeline_waits(const sim_scenario &scenario);
+
+#endif
