@@ -42,15 +42,18 @@ void fill_field(const sim_field &field, uint8_t *base, std::mt19937_64 &random) 
     count = static_cast<uint32_t>(random() % (field.capacity + 1));
     memcpy(base + field.count_offset, &count, sizeof count);
   }
-  for (uint32_t i = 0; i < count; i++)
+  for (uint32_t i = 0; i < count; i++) {
     fill_entry(field, base + field.offset + i * field.size, random);
+  }
 }
 
 void fill_entry(const sim_field &field, uint8_t *entry, std::mt19937_64 &random) {
-  for (const sim_field &inner : field.fields)
+  for (const sim_field &inner : field.fields) {
     fill_field(inner, entry, random);
-  if (field.kind == sim_kind::record)
+  }
+  if (field.kind == sim_kind::record) {
     return;
+  }
   const uint64_t value = random();
   memcpy(entry, &value, field.size);
 }
@@ -60,13 +63,15 @@ void fill_entry(const sim_field &field, uint8_t *entry, std::mt19937_64 &random)
 std::string sim_board_load(std::string_view text, const std::string &folder) {
   std::string error;
   std::optional<sim_scenario> scenario = sim_scenario_parse(text, "scenario", folder, error);
-  if (!scenario)
+  if (!scenario) {
     return error;
+  }
   sim_board_preset(*scenario);
-  if (sim_board_started())
+  if (sim_board_started()) {
     restart_with(*std::move(scenario));
-  else
+  } else {
     sim_board();
+  }
   return {};
 }
 
@@ -83,8 +88,9 @@ void sim_board_post(std::string_view lib, uint32_t id, std::vector<uint8_t> byte
 bool sim_board_wait_idle(unsigned int timeout_ms) {
   const sim_clock::time_point until = sim_clock::now() + std::chrono::milliseconds(timeout_ms);
   while (!idle()) {
-    if (sim_clock::now() > until)
+    if (sim_clock::now() > until) {
       return false;
+    }
     std::this_thread::sleep_for(std::chrono::microseconds(200));
   }
   return true;
@@ -100,16 +106,19 @@ std::vector<std::string> sim_board_journal() {
 
 std::vector<uint8_t> sim_board_sample(std::string_view lib, uint32_t id, uint64_t seed) {
   const sim_message *message = sim_message_find(lib_of(lib), sim_direction::indication, id);
-  if (!message)
+  if (!message) {
     return {};
+  }
   std::mt19937_64 random(seed);
   std::vector<uint64_t> record(message->size / sizeof(uint64_t) + 1);  // aligned for any struct
   uint8_t *base = reinterpret_cast<uint8_t *>(record.data());
   for (const sim_part &part : message->parts) {
-    if (part.valid_name)
+    if (part.valid_name) {
       base[part.valid_offset] = static_cast<uint8_t>(random() % 4 != 0);
-    for (const sim_field &field : part.fields)
+    }
+    for (const sim_field &field : part.fields) {
       fill_field(field, base, random);
+    }
   }
   std::vector<uint8_t> bytes;
   sim_message_encode(*message, base, bytes);

@@ -32,8 +32,9 @@ bool sim_client_close(yrp_client_type handle) {
   sim_state &board = sim_board();
   std::unique_lock guard(board.lock);
   const auto found = board.clients.find(handle);
-  if (found == board.clients.end() || found->second->closed)
+  if (found == board.clients.end() || found->second->closed) {
     return false;
+  }
   const std::shared_ptr<sim_client> client = found->second;
   client->closed = true;
   board.changed.wait(
@@ -51,8 +52,9 @@ std::shared_ptr<sim_client> sim_client_find(yrp_client_type handle, sim_client_k
 std::vector<std::pair<yrp_client_type, std::shared_ptr<sim_client>>> sim_clients_of(sim_client_kind kind) {
   std::vector<std::pair<yrp_client_type, std::shared_ptr<sim_client>>> found;
   for (const auto &[handle, client] : sim_board_raw().clients) {
-    if (client->kind == kind)
+    if (client->kind == kind) {
       found.emplace_back(handle, client);
+    }
   }
   return found;
 }
@@ -61,8 +63,9 @@ void sim_call_back(const std::shared_ptr<sim_client> &client, const std::functio
   sim_state &board = sim_board();
   {
     const std::lock_guard guard(board.lock);
-    if (client->closed)
+    if (client->closed) {
       return;
+    }
     client->in_callback = true;
     client->callback_thread = std::this_thread::get_id();
   }
@@ -82,8 +85,9 @@ void sim_call_back(const std::shared_ptr<sim_client> &client, const std::functio
 
 void sim_signal_notifiers() {
   for (const auto &[handle, client] : sim_board_raw().clients) {
-    if (client->os_params && !client->closed)
+    if (client->os_params && !client->closed) {
       client->os_params->signal = 1;
+    }
   }
   sim_board_raw().changed.notify_all();
 }

@@ -27,28 +27,32 @@ sim_scenario load_scenario(std::vector<sim_file> &taken) {
   if (!preset && file && *file) {
     std::string error;
     std::optional<sim_scenario> read = sim_scenario_load(file, error);
-    if (!read)
+    if (!read) {
       sim_give_up(error);
+    }
     scenario = *std::move(read);
     taken.push_back({"the scenario", file});
   }
-  if (!scenario.trace.file.empty())
+  if (!scenario.trace.file.empty()) {
     taken.push_back({"the trace", scenario.trace.file});
+  }
   return scenario;
 }
 
 /** The first row of a trace is in force before the client starts. */
 void apply_first_row(sim_state &board) {
-  if (board.scenario.rows.empty())
+  if (board.scenario.rows.empty()) {
     return;
+  }
   board.row = &board.scenario.rows.front();
   sim_trace_apply(*board.row, board.scenario.radio.sys_info.nr5g_pci, board.base);
   sim_journal_text("sim", "event", "trace_row", "\"row\": 0");
 }
 
 void offer_service(sim_state &board) {
-  if (!board.scenario.nas.available)
+  if (!board.scenario.nas.available) {
     return;
+  }
   if (board.scenario.nas.available_after_ms <= 0) {
     board.offered = true;
     return;
@@ -72,8 +76,9 @@ void start() {
 }
 
 bool rule_matches(const sim_fault_rule &rule, const std::string &name, int64_t passing) {
-  if (rule.on != name || passing < rule.skip)
+  if (rule.on != name || passing < rule.skip) {
     return false;
+  }
   return rule.times < 0 || passing - rule.skip < rule.times;
 }
 
@@ -105,8 +110,9 @@ sim_state &sim_board_raw() {
 }
 
 sim_state &sim_board() {
-  if (!started.load(std::memory_order_acquire))
+  if (!started.load(std::memory_order_acquire)) {
     std::call_once(start_once, start);
+  }
   return sim_board_raw();
 }
 
@@ -115,8 +121,9 @@ bool sim_board_started() {
 }
 
 void sim_board_preset(sim_scenario scenario) {
-  if (!preset)
+  if (!preset) {
     preset = new sim_scenario;
+  }
   *preset = std::move(scenario);
 }
 
@@ -135,15 +142,17 @@ void sim_board_reset(sim_scenario scenario) {
   board.time0 = false;
   board.passings.clear();
   board.counting = !board.scenario.fault.empty() || sim_timeline_waits(board.scenario);
-  for (auto &[handle, client] : board.clients)
+  for (auto &[handle, client] : board.clients) {
     client->nas = {};
+  }
   sim_timeline_reset();
   apply_first_row(board);
   board.now = board.base;
   sim_nas_reset();
   offer_service(board);
-  for (void (*reset)() : board.restart_hooks)
+  for (void (*reset)() : board.restart_hooks) {
     reset();
+  }
 }
 
 void sim_on_restart(void (*reset)()) {
@@ -174,14 +183,16 @@ double sim_random() {
 }
 
 void sim_wait_ms(double ms) {
-  if (ms > 0)
+  if (ms > 0) {
     std::this_thread::sleep_for(std::chrono::duration<double, std::milli>(ms));
+  }
 }
 
 void sim_time0() {
   sim_state &board = sim_board_raw();
-  if (board.time0)
+  if (board.time0) {
     return;
+  }
   board.time0 = true;
   sim_timeline_start_entries("", 0);
 }
@@ -190,12 +201,14 @@ sim_fault_hit sim_cross_enter(const std::string &name, double &delay_ms) {
   sim_state &board = sim_board();
   delay_ms = 0;
   const std::lock_guard guard(board.lock);
-  if (!board.counting)
+  if (!board.counting) {
     return {};
+  }
   const int64_t passing = board.passings[name].entered++;
   for (const sim_fault_rule &rule : board.scenario.fault) {
-    if (!rule_matches(rule, name, passing))
+    if (!rule_matches(rule, name, passing)) {
       continue;
+    }
     delay_ms = rule.delay_ms.value_or(0);
     return fault_of(rule);
   }
@@ -205,8 +218,9 @@ sim_fault_hit sim_cross_enter(const std::string &name, double &delay_ms) {
 void sim_cross_leave(const std::string &name) {
   sim_state &board = sim_board();
   const std::lock_guard guard(board.lock);
-  if (board.counting)
+  if (board.counting) {
     sim_timeline_start_entries(name, board.passings[name].left++);
+  }
 }
 
 sim_fault_hit sim_cross(const std::string &name) {

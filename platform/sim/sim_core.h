@@ -91,8 +91,9 @@ void sim_call_return_text(const char *lib, const char *name, const std::string &
 
 /** The status of a call that met `fault`: 0 where it goes on. */
 inline int32_t sim_fault_status(const sim_fault_hit &fault) {
-  if (fault.fails)
+  if (fault.fails) {
     return -1;
+  }
   return fault.has_transport ? fault.transport : 0;
 }
 

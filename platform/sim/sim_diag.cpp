@@ -21,8 +21,9 @@ std::atomic<int> sink = -1;
 std::atomic<bool> dropping;
 
 const char *level_name(uint32_t level) {
-  if (level == DIAG_LEVEL_HIGH)
+  if (level == DIAG_LEVEL_HIGH) {
     return "HIGH";
+  }
   return level == DIAG_LEVEL_ERROR ? "ERROR" : "LEVEL?";
 }
 
@@ -31,8 +32,9 @@ std::string text_of(const char *format, va_list arguments) {
   va_copy(again, arguments);
   const int length = vsnprintf(nullptr, 0, format, again);
   va_end(again);
-  if (length < 0)
+  if (length < 0) {
     return "(format)";
+  }
   std::string text(static_cast<size_t>(length), '\0');
   vsnprintf(text.data(), text.size() + 1, format, arguments);
   return text;
@@ -40,10 +42,11 @@ std::string text_of(const char *format, va_list arguments) {
 
 void add_escaped(std::string &line, const std::string &text) {
   for (const char c : text) {
-    if (c == '\n')
+    if (c == '\n') {
       line += "\\n";
-    else
+    } else {
       line += c;
+    }
   }
 }
 
@@ -64,8 +67,9 @@ void sim_diag_open(std::vector<sim_file> &taken) {
   }
   std::string error;
   sink = strcmp(file, "-") == 0 ? STDERR_FILENO : sim_file_create(file, "the diagnostic log", taken, error);
-  if (sink < 0)
+  if (sink < 0) {
     sim_give_up(error);
+  }
 }
 
 int Diag_LSM_Init(void *) {
@@ -77,11 +81,13 @@ int Diag_LSM_DeInit(void) {
 }
 
 void msg_sprintf(const diag_msg_record_t *record, ...) {
-  if (dropping.load(std::memory_order_relaxed))
+  if (dropping.load(std::memory_order_relaxed)) {
     return;
+  }
   sim_board();
-  if (sink < 0)
+  if (sink < 0) {
     return;
+  }
   va_list arguments;
   va_start(arguments, record);
   const std::string text = text_of(record->format, arguments);
@@ -92,6 +98,7 @@ void msg_sprintf(const diag_msg_record_t *record, ...) {
   add_escaped(line, text);
   line += '\n';
   // One write: lines of several threads do not mix.
-  if (write(sink, line.data(), line.size()) < 0)
+  if (write(sink, line.data(), line.size()) < 0) {
     return;
+  }
 }

@@ -21,8 +21,9 @@ struct descriptor {
   descriptor(const descriptor &) = delete;
   descriptor &operator=(const descriptor &) = delete;
   ~descriptor() {
-    if (number >= 0)
+    if (number >= 0) {
       close(number);
+    }
   }
 };
 
@@ -33,10 +34,12 @@ std::string not_readable() {
 /** Why the file is none to read; empty: it is one. */
 std::string wrong_kind(int file) {
   struct stat of = {};
-  if (fstat(file, &of) != 0)
+  if (fstat(file, &of) != 0) {
     return not_readable();
-  if (S_ISDIR(of.st_mode))
+  }
+  if (S_ISDIR(of.st_mode)) {
     return "is a folder";
+  }
   return S_ISREG(of.st_mode) ? "" : "is no regular file";
 }
 
@@ -45,14 +48,17 @@ std::string read_whole(int file, size_t most, std::string &text) {
   std::array<char, 65536> block;
   for (;;) {
     const ssize_t got = read(file, block.data(), block.size());
-    if (got == 0)
+    if (got == 0) {
       return {};
-    if (got > 0)
+    }
+    if (got > 0) {
       text.append(block.data(), static_cast<size_t>(got));
-    else if (errno != EINTR)
+    } else if (errno != EINTR) {
       return not_readable();
-    if (text.size() > most)
+    }
+    if (text.size() > most) {
       return "holds more than " + std::to_string(most) + " octets";
+    }
   }
 }
 
@@ -65,14 +71,17 @@ bool is_same(const struct stat &of, const std::string &name) {
 /** Why the file, open for writing, cannot be `part`; empty: it can, and then it is empty. */
 std::string wrong_to_write(int file, const sim_file &what, std::vector<sim_file> &taken) {
   struct stat of = {};
-  if (fstat(file, &of) != 0)
+  if (fstat(file, &of) != 0) {
     return strerror(errno);
-  if (!S_ISREG(of.st_mode))
+  }
+  if (!S_ISREG(of.st_mode)) {
     return {};  // nothing is lost on a terminal or in a pipe
+  }
   const auto other =
       std::find_if(taken.begin(), taken.end(), [&of](const sim_file &used) { return is_same(of, used.name); });
-  if (other != taken.end())
+  if (other != taken.end()) {
     return "cannot be " + what.part + ", it is " + other->part + " (" + other->name + ')';
+  }
   taken.push_back(what);
   return ftruncate(file, 0) == 0 ? "" : strerror(errno);
 }
@@ -81,8 +90,9 @@ std::string wrong_to_write(int file, const sim_file &what, std::vector<sim_file>
 
 std::string sim_one_line(std::string text) {
   for (char &octet : text) {
-    if (static_cast<unsigned char>(octet) < ' ' || octet == 0x7F)
+    if (static_cast<unsigned char>(octet) < ' ' || octet == 0x7F) {
       octet = ' ';
+    }
   }
   return text;
 }
@@ -92,10 +102,12 @@ std::optional<std::string> sim_file_read(const std::string &name, size_t most, s
   const descriptor file(open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   std::string text;
   std::string wrong = file.number < 0 ? not_readable() : wrong_kind(file.number);
-  if (wrong.empty())
+  if (wrong.empty()) {
     wrong = read_whole(file.number, most, text);
-  if (wrong.empty())
+  }
+  if (wrong.empty()) {
     return text;
+  }
   error = sim_one_line(name + ": " + wrong);
   return {};
 }
@@ -104,10 +116,12 @@ int sim_file_create(const std::string &name, const std::string &part, std::vecto
                     std::string &error) {
   const int file = open(name.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
   const std::string wrong = file < 0 ? strerror(errno) : wrong_to_write(file, {part, name}, taken);
-  if (wrong.empty())
+  if (wrong.empty()) {
     return file;
+  }
   error = sim_one_line(name + ": " + wrong);
-  if (file >= 0)
+  if (file >= 0) {
     close(file);
+  }
   return -1;
 }

@@ -36,10 +36,11 @@ void write_whole(int file, const std::string &line) {
   size_t done = 0;
   while (done < line.size()) {
     const ssize_t written = write(file, line.data() + done, line.size() - done);
-    if (written > 0)
+    if (written > 0) {
       done += static_cast<size_t>(written);
-    else if (errno != EINTR)
+    } else if (errno != EINTR) {
       return;
+    }
   }
 }
 
@@ -48,8 +49,9 @@ std::string value_text(const nlohmann::ordered_json &value);
 std::string members_text(const nlohmann::ordered_json &object) {
   std::string text;
   for (const auto &[name, value] : object.items()) {
-    if (!text.empty())
+    if (!text.empty()) {
       text += ", ";
+    }
     text += nlohmann::ordered_json(name).dump() + ": " + value_text(value);
   }
   return text;
@@ -57,13 +59,16 @@ std::string members_text(const nlohmann::ordered_json &object) {
 
 /** On one line with blanks after commas and colons, which the library does not offer. */
 std::string value_text(const nlohmann::ordered_json &value) {
-  if (value.is_object())
+  if (value.is_object()) {
     return '{' + members_text(value) + '}';
-  if (!value.is_array())
+  }
+  if (!value.is_array()) {
     return value.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+  }
   std::string text;
-  for (const nlohmann::ordered_json &entry : value)
+  for (const nlohmann::ordered_json &entry : value) {
     text += (text.empty() ? "" : ", ") + value_text(entry);
+  }
   return '[' + text + ']';
 }
 
@@ -75,12 +80,14 @@ bool sim_journal_on() {
 
 void sim_journal_open(std::vector<sim_file> &taken) {
   const char *file = getenv("LYN_SIM_JOURNAL");
-  if (!file || !*file)
+  if (!file || !*file) {
     return;
+  }
   std::string error;
   journal().file = sim_file_create(file, "the journal", taken, error);
-  if (journal().file < 0)
+  if (journal().file < 0) {
     sim_give_up(error);
+  }
   on = true;
 }
 
@@ -102,23 +109,27 @@ std::vector<std::string> sim_journal_lines() {
 }
 
 void sim_journal_text(const char *lib, const char *dir, const char *name, const std::string &members, int64_t id) {
-  if (!sim_journal_on())
+  if (!sim_journal_on()) {
     return;
+  }
   const std::string number = id < 0 ? "" : "\"id\": " + std::to_string(id) + ", ";
   const std::lock_guard guard(journal().lock);
   char time[32];
   snprintf(time, sizeof time, "%.6f", sim_now());
   const std::string line = std::string("{\"t\": ") + time + ", \"lib\": \"" + lib + "\", \"dir\": \"" + dir + "\", " +
                            number + "\"name\": \"" + name + "\", \"fields\": {" + members + "}}";
-  if (journal().keeping)
+  if (journal().keeping) {
     journal().kept.push_back(line);
-  if (journal().file >= 0)
+  }
+  if (journal().file >= 0) {
     write_whole(journal().file, line + '\n');
+  }
 }
 
 void sim_journal(const char *lib, const char *dir, const char *name, const nlohmann::ordered_json &fields, int64_t id) {
-  if (sim_journal_on())
+  if (sim_journal_on()) {
     sim_journal_text(lib, dir, name, members_text(fields), id);
+  }
 }
 
 sim_fault_hit sim_call(const char *lib, const char *name, const nlohmann::ordered_json &fields) {

@@ -65,8 +65,9 @@ template <typename call>
 void call_back(const client_ptr &to, const char *event, const fields &journaled, const call &callback) {
   {
     const std::lock_guard guard(sim_lock());
-    if (to->closed)
+    if (to->closed) {
       return;
+    }
     to->in_callback = std::this_thread::get_id();
   }
   sim_journal("location", "event", event, journaled);
@@ -103,8 +104,9 @@ fields location_fields(const Location &of) {
 }
 
 void respond(const client_ptr &to, const ResponseCb &response_cb, uint32_t response) {
-  if (!response_cb)
+  if (!response_cb) {
     return;
+  }
   call_back(to, "response", {{"response", response}}, [&] { response_cb(static_cast<LocationResponse>(response)); });
 }
 
@@ -130,8 +132,9 @@ void end_without_capabilities(const client_ptr &to) {
     }
   }
   respond(to, shot_response, LOCATION_RESPONSE_FAILURE);
-  if (!batching)
+  if (!batching) {
     return;
+  }
   call_back(to, "batch", {{"status", BATCHING_STATUS_INACTIVE}, {"locations", fields::array()}},
             [&] { batching({}, BATCHING_STATUS_INACTIVE); });
 }
@@ -142,21 +145,24 @@ void announce_capabilities(const client_ptr &to) {
   {
     const std::lock_guard guard(sim_lock());
     mask = receiver().capabilities;
-    if (to->closed || (to->announced && to->capabilities == mask))
+    if (to->closed || (to->announced && to->capabilities == mask)) {
       return;
+    }
     to->announced = true;
     to->capabilities = mask;
     capabilities_cb = to->capabilities_cb;
   }
-  if (capabilities_cb)
+  if (capabilities_cb) {
     call_back(to, "capabilities", {{"mask", mask}}, [&] { capabilities_cb(mask); });
+  }
   end_without_capabilities(to);
 }
 
 /** The first announcement, unless the receiver never has capabilities. With sim_lock. */
 void expect_capabilities(const client_ptr &to) {
-  if (to->inert || to->expected || receiver().capabilities_ms < 0)
+  if (to->inert || to->expected || receiver().capabilities_ms < 0) {
     return;
+  }
   to->expected = true;
   later(receiver().capabilities_ms, [to] { announce_capabilities(to); });
 }
@@ -173,8 +179,9 @@ void deliver_fix(const client_ptr &to, uint64_t shot, const LocationCb &location
   Location fix;
   {
     const std::lock_guard guard(sim_lock());
-    if (to->shot != shot || !to->shot_runs)
+    if (to->shot != shot || !to->shot_runs) {
       return;
+    }
     to->shot_runs = false;
     times = receiver().repeat_fix;
     fix = receiver().fix;
@@ -188,8 +195,9 @@ void give_up_fix(const client_ptr &to, uint64_t shot) {
   ResponseCb response_cb;
   {
     const std::lock_guard guard(sim_lock());
-    if (to->shot != shot || !to->shot_runs)
+    if (to->shot != shot || !to->shot_runs) {
       return;
+    }
     to->shot_runs = false;
     response_cb = to->shot_response_cb;
   }
@@ -214,12 +222,15 @@ bool refused(const sim_fault_hit &fault) {
 
 /** The answer to a request that needs `capability`, the fault that it met included. With sim_lock. */
 uint32_t answer_to(const client &from, LocationCapabilitiesMask capability, const sim_fault_hit &fault) {
-  if (fault.has_error)
+  if (fault.has_error) {
     return fault.error;
-  if (refused(fault))
+  }
+  if (refused(fault)) {
     return LOCATION_RESPONSE_FAILURE;
-  if (!(capabilities_of(from) & capability))
+  }
+  if (!(capabilities_of(from) & capability)) {
     return LOCATION_RESPONSE_NOT_SUPPORTED;
+  }
   return receiver().response;
 }
 
@@ -231,10 +242,12 @@ void start_single_shot(const client_ptr &to, const sim_fault_hit &fault, uint32_
   to->shot_runs = false;
   to->shot_response_cb = response_cb;
   later(0, [to, response_cb = std::move(response_cb), response] { respond(to, response_cb, response); });
-  if (!location_cb)
+  if (!location_cb) {
     return;  // a stop: it has taken the place of what ran
-  if (accepted(response) || receiver().fix_when_refused)
+  }
+  if (accepted(response) || receiver().fix_when_refused) {
     await_fix(to, timeout_ms, std::move(location_cb));
+  }
 }
 
 // Batching.
@@ -242,8 +255,9 @@ void start_single_shot(const client_ptr &to, const sim_fault_hit &fault, uint32_
 /** Time stamps of one batching session advance by its interval, unless the trace gives them. With sim_lock. */
 Location batch_location(const client &of, uint64_t count) {
   Location location = receiver().fix;
-  if (!sim_trace_now())
+  if (!sim_trace_now()) {
     location.timestamp += count * of.interval_ms;
+  }
   return location;
 }
 
@@ -251,8 +265,9 @@ void deliver_batch(const client_ptr &to, const BatchingCb &batching_cb, const st
                    int32_t status) {
   fields journaled = {{"status", status}, {"locations", fields::array()}};
   if (sim_journal_on()) {
-    for (const Location &location : locations)
+    for (const Location &location : locations) {
       journaled["locations"].push_back(location_fields(location));
+    }
   }
   call_back(to, "batch", journaled, [&] { batching_cb(locations, static_cast<BatchingStatus>(status)); });
 }
@@ -264,11 +279,13 @@ void batching_tick(const client_ptr &to, uint64_t session, uint64_t count) {
   int32_t status;
   {
     const std::lock_guard guard(sim_lock());
-    if (to->closed || to->session != session || !to->session_runs)
+    if (to->closed || to->session != session || !to->session_runs) {
       return;
+    }
     const uint32_t size = receiver().batch;
-    if (size > 0)
+    if (size > 0) {
       to->batch.push_back(batch_location(*to, count));
+    }
     status = receiver().batch_status;
     if (to->batch.size() >= size) {
       full.swap(to->batch);
@@ -277,8 +294,9 @@ void batching_tick(const client_ptr &to, uint64_t session, uint64_t count) {
     sim_schedule(sim_thread::location, to->interval_ms,
                  [to, session, count] { batching_tick(to, session, count + 1); });
   }
-  if (batching_cb)
+  if (batching_cb) {
     deliver_batch(to, batching_cb, full, status);
+  }
 }
 
 void start_batching(const client_ptr &to, const sim_fault_hit &fault, uint32_t interval_ms, BatchingCb batching_cb,
@@ -291,8 +309,9 @@ void start_batching(const client_ptr &to, const sim_fault_hit &fault, uint32_t i
   to->batching_cb = std::move(batching_cb);
   to->batch.clear();
   later(0, [to, response_cb = std::move(response_cb), response] { respond(to, response_cb, response); });
-  if (!to->session_runs)
+  if (!to->session_runs) {
     return;
+  }
   later(to->interval_ms, [to, session = to->session] { batching_tick(to, session, 1); });
 }
 
@@ -302,8 +321,9 @@ template <typename number>
 void append_number(std::string &text, const char *name, number value) {
   char digits[64];
   const std::to_chars_result end = std::to_chars(digits, digits + sizeof(digits), value);
-  if (!text.empty())
+  if (!text.empty()) {
     text += ' ';
+  }
   text.append(name).append("=").append(digits, end.ptr);
 }
 
@@ -319,8 +339,9 @@ constexpr capability_name capability_names[] = {{LOCATION_CAPS_SINGLE_SHOT, "SIN
 std::string capabilities_text(LocationCapabilitiesMask mask) {
   std::string text;
   for (const capability_name &row : capability_names) {
-    if (mask & row.bit)
+    if (mask & row.bit) {
       text.append(text.empty() ? "" : " ").append(row.name);
+    }
   }
   return text.empty() ? "NONE" : text;
 }
@@ -357,8 +378,9 @@ LocationClientApi::LocationClientApi(CapabilitiesCb capabilities_cb) : impl_(new
     self->inert = refused(fault);
     lib().clients.push_back(self);
     const double after_ms = receiver().capabilities_ms;
-    if (!self->inert && after_ms >= 0)
+    if (!self->inert && after_ms >= 0) {
       later(after_ms, [self = self] { announce_capabilities(self); });
+    }
   }
   sim_call_return("location", "LocationClientApi", {{"ok", !refused(fault)}});
 }
@@ -393,8 +415,9 @@ bool LocationClientApi::startRoutineBatchingSession(uint32_t min_interval_ms, ui
   const sim_fault_hit fault = sim_call("location", "startRoutineBatchingSession",
                                        {{"min_interval_ms", min_interval_ms}, {"min_distance_m", min_distance_m}});
   const bool ok = !fault.fails && sim_fault_status(fault) == 0;
-  if (ok)
+  if (ok) {
     start_batching(impl_->self, fault, min_interval_ms, std::move(batching_cb), std::move(response_cb));
+  }
   sim_call_return("location", "startRoutineBatchingSession", {{"ok", ok}});
   return ok;
 }
@@ -429,9 +452,10 @@ void sim_location_changed() {
   using namespace location_client;
   const std::lock_guard guard(sim_lock());
   for (const client_ptr &to : lib().clients) {
-    if (to->announced)
+    if (to->announced) {
       later(0, [to] { announce_capabilities(to); });
-    else
+    } else {
       expect_capabilities(to);
+    }
   }
 }

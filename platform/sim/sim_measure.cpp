@@ -37,8 +37,9 @@ bool all_measured(const sim_measured &values, std::initializer_list<sim_value> w
 }
 
 void drop(sim_measured &values, std::initializer_list<sim_value> which) {
-  for (const sim_value value : which)
+  for (const sim_value value : which) {
     values[value].reset();
+  }
 }
 
 void put_noise(sim_value value) {
@@ -46,21 +47,25 @@ void put_noise(sim_value value) {
   std::optional<int> &now = traits[value].slot(board.now);
   const std::optional<int> base = traits[value].slot(board.base);
   now = base;
-  if (!base || board.walk[value] == 0)
+  if (!base || board.walk[value] == 0) {
     return;
+  }
   // A scenario may set a value outside the limits; the noise then stops there.
   const int low = std::min(traits[value].low, *base), high = std::max(traits[value].high, *base);
   now = std::clamp(*base + static_cast<int>(std::lround(board.walk[value])), low, high);
 }
 
 bool asks_for_report(const sim_registration &nas, const sim_measured &values) {
-  if (!nas.sig_info || !nas.deltas_given)
+  if (!nas.sig_info || !nas.deltas_given) {
     return false;
+  }
   for (size_t i = 0; i < SIM_VALUES; i++) {
-    if (!values[i] || !nas.delta[i])
+    if (!values[i] || !nas.delta[i]) {
       continue;
-    if (!nas.reported[i] || std::abs(*values[i] - *nas.reported[i]) >= *nas.delta[i])
+    }
+    if (!nas.reported[i] || std::abs(*values[i] - *nas.reported[i]) >= *nas.delta[i]) {
       return true;
+    }
   }
   return false;
 }
@@ -81,8 +86,9 @@ void report(sim_client &client, yrp_client_type handle, const sim_measured &valu
     ind.nr5g_rsrq = static_cast<int16_t>(*values[SIM_NR5G_RSRQ]);
   }
   for (size_t i = 0; i < SIM_VALUES; i++) {
-    if (values[i])
+    if (values[i]) {
       client.nas.reported[i] = values[i];
+    }
   }
   sim_indicate_to(handle, sim_lib::nas, YRP_NAS_SIG_INFO_IND, &ind);
 }
@@ -92,38 +98,45 @@ void report(sim_client &client, yrp_client_type handle, const sim_measured &valu
 sim_measured sim_measure() {
   sim_state &board = sim_board_raw();
   sim_measured values;
-  for (size_t i = 0; i < SIM_VALUES; i++)
+  for (size_t i = 0; i < SIM_VALUES; i++) {
     values[i] = traits[i].slot(board.now);
+  }
 
   const std::initializer_list<sim_value> lte = {SIM_LTE_RSRP, SIM_LTE_RSRQ, SIM_LTE_SNR};
   const std::initializer_list<sim_value> nr5g = {SIM_NR5G_RSRP, SIM_NR5G_SNR};
-  if (!sim_lte_on() || !all_measured(values, lte))
+  if (!sim_lte_on() || !all_measured(values, lte)) {
     drop(values, lte);
-  if (!all_measured(values, nr5g))
+  }
+  if (!all_measured(values, nr5g)) {
     drop(values, nr5g);
+  }
   // A drive test may have measured NR 5G without having been served by it.
-  if (!board.row && !sim_nr5g_on())
+  if (!board.row && !sim_nr5g_on()) {
     drop(values, {SIM_NR5G_RSRP, SIM_NR5G_RSRQ, SIM_NR5G_SNR});
+  }
   return values;
 }
 
 void sim_measure_report() {
   sim_state &board = sim_board_raw();
   board.unreported = !board.modem_up;
-  if (board.unreported)
+  if (board.unreported) {
     return;
+  }
   const sim_measured values = sim_measure();
   for (const auto &[handle, client] : board.clients) {
-    if (asks_for_report(client->nas, values))
+    if (asks_for_report(client->nas, values)) {
       report(*client, handle, values);
+    }
   }
 }
 
 void sim_measure_first_report(sim_client &client, yrp_client_type handle) {
   const sim_measured values = sim_measure();
   const bool any = std::any_of(values.begin(), values.end(), [](const auto &value) { return value.has_value(); });
-  if (client.nas.sig_info && any)
+  if (client.nas.sig_info && any) {
     report(client, handle, values);
+  }
 }
 
 void sim_measure_rebase(const sim_radio &before) {
@@ -131,8 +144,9 @@ void sim_measure_rebase(const sim_radio &before) {
   board.now = board.base;
   sim_radio old = before;
   for (size_t i = 0; i < SIM_VALUES; i++) {
-    if (traits[i].slot(old) != traits[i].slot(board.base))
+    if (traits[i].slot(old) != traits[i].slot(board.base)) {
       board.walk[i] = 0;
+    }
     put_noise(static_cast<sim_value>(i));
   }
 }
@@ -147,6 +161,7 @@ void sim_measure_tick() {
     put_noise(static_cast<sim_value>(i));
   }
   // Where nothing moves there is nothing to report, but what the modem missed while it was down.
-  if (moves || board.unreported)
+  if (moves || board.unreported) {
     sim_measure_report();
+  }
 }

@@ -22,21 +22,21 @@ using bare = std::remove_all_extents_t<T>;
 
 template <typename T>
 constexpr sim_kind kind_of() {
-  if constexpr (std::is_class_v<T>)
+  if constexpr (std::is_class_v<T>) {
     return sim_kind::record;
-  else if constexpr (std::is_same_v<T, uint8_t>)
+  } else if constexpr (std::is_same_v<T, uint8_t>) {
     return sim_kind::u8;
-  else if constexpr (std::is_same_v<T, uint16_t>)
+  } else if constexpr (std::is_same_v<T, uint16_t>) {
     return sim_kind::u16;
-  else if constexpr (std::is_same_v<T, uint32_t>)
+  } else if constexpr (std::is_same_v<T, uint32_t>) {
     return sim_kind::u32;
-  else if constexpr (std::is_same_v<T, uint64_t>)
+  } else if constexpr (std::is_same_v<T, uint64_t>) {
     return sim_kind::u64;
-  else if constexpr (std::is_same_v<T, int8_t>)
+  } else if constexpr (std::is_same_v<T, int8_t>) {
     return sim_kind::i8;
-  else if constexpr (std::is_same_v<T, int16_t>)
+  } else if constexpr (std::is_same_v<T, int16_t>) {
     return sim_kind::i16;
-  else {
+  } else {
     static_assert(std::is_same_v<T, int32_t>);
     return sim_kind::i32;
   }
@@ -252,8 +252,9 @@ const sim_message *sim_message_find(sim_lib lib, sim_direction direction, uint32
 
 bool sim_message_has_flag(uint32_t id, std::string_view flag) {
   const sim_message *message = sim_message_find(sim_lib::nas, sim_direction::response, id);
-  if (!message)
+  if (!message) {
     return false;
+  }
   return std::any_of(message->parts.begin(), message->parts.end(),
                      [flag](const sim_part &part) { return part.valid_name && flag == part.valid_name; });
 }

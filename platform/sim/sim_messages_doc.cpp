@@ -45,8 +45,9 @@ std::string field_text(const sim_field &field);
 
 std::string fields_text(std::span<const sim_field> fields) {
   std::string text;
-  for (const sim_field &field : fields)
+  for (const sim_field &field : fields) {
     text += (text.empty() ? "" : ", ") + field_text(field);
+  }
   return text;
 }
 
@@ -55,8 +56,9 @@ std::string field_text(const sim_field &field) {
   const std::string name = std::string("`") + field.name + "` ";
   const std::string of =
       field.kind == sim_kind::record ? "{ " + fields_text(field.fields) + " }" : kind_name(field.kind);
-  if (field.capacity == 1 && !field.count_name)
+  if (field.capacity == 1 && !field.count_name) {
     return name + of;
+  }
   const char *amount = field.count_name ? "up to " : "";
   return name + amount + std::to_string(field.capacity) + " x " + of;
 }
@@ -68,16 +70,18 @@ std::string type_text(uint8_t type) {
 
 /** Flag, mandatory, or optional without a flag. */
 std::string presence_text(const sim_part &part) {
-  if (part.valid_name)
+  if (part.valid_name) {
     return std::string("`") + part.valid_name + '`';
+  }
   return part.type < sim_first_optional ? "mandatory" : "optional";
 }
 
 void add_message(std::string &text, const sim_message &message) {
   const std::string head =
       "| " + std::to_string(message.id) + " | " + message.name + " | " + direction_name(message.direction) + " | ";
-  if (message.parts.empty())
+  if (message.parts.empty()) {
     text += head + "| | |\n";
+  }
   for (const sim_part &part : message.parts) {
     text += head + type_text(part.type) + " | " + presence_text(part) + " | " + fields_text(part.fields) + " |\n";
   }
@@ -86,8 +90,9 @@ void add_message(std::string &text, const sim_message &message) {
 void add_library(std::string &text, sim_lib lib, const char *title) {
   text += std::string(title) + "\n\n| id | name | direction | type | present | fields |\n|---|---|---|---|---|---|\n";
   for (const sim_message &message : sim_messages()) {
-    if (message.lib == lib)
+    if (message.lib == lib) {
       add_message(text, message);
+    }
   }
 }
 

@@ -66,8 +66,9 @@ bool has_service(sim_srv srv) {
 template <typename record>
 void send_registered(bool sim_registration::*wanted, uint32_t id, const record &ind) {
   for (const auto &[handle, client] : sim_board_raw().clients) {
-    if (client->nas.*wanted)
+    if (client->nas.*wanted) {
       sim_indicate_to(handle, sim_lib::nas, id, &ind);
+    }
   }
 }
 
@@ -89,11 +90,13 @@ bool sim_nas_answers(uint32_t id) {
 sim_sys_info sim_nas_sys_info() {
   const sim_state &board = sim_board_raw();
   sim_sys_info info = board.now.sys_info;
-  if (!board.nas.deprioritized || !has_service(info.lte))
+  if (!board.nas.deprioritized || !has_service(info.lte)) {
     return info;
+  }
   info.nr5g_pci = -1;
-  if (info.nr5g != sim_srv::absent)
+  if (info.nr5g != sim_srv::absent) {
     info.nr5g = sim_srv::no_service;
+  }
   return info;
 }
 

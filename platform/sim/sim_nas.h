@@ -58,22 +58,25 @@ void sim_nas_fill_sys_info(message &out, const sim_sys_info &info) {
   const auto fill = [](uint8_t &valid, yrp_nas_srv_status_info_t &part, sim_srv srv, uint32_t domain,
                        uint32_t capability) {
     valid = srv != sim_srv::absent;
-    if (valid)
+    if (valid) {
       part = {static_cast<uint32_t>(srv), domain, capability};
+    }
   };
   fill(out.lte_srv_status_info_valid, out.lte_srv_status_info, info.lte, info.lte_domain, info.lte_capability);
   fill(out.nr5g_srv_status_info_valid, out.nr5g_srv_status_info, info.nr5g, info.nr5g_domain, info.nr5g_capability);
   out.nr5g_pci_valid = info.nr5g_pci >= 0;
-  if (out.nr5g_pci_valid)
+  if (out.nr5g_pci_valid) {
     out.nr5g_pci = static_cast<uint16_t>(info.nr5g_pci);
+  }
 }
 
 /** Copy a scenario's list into a message's: at most as many as there is room for. */
 template <typename from, typename to, size_t capacity, typename convert>
 uint32_t sim_nas_copy(const std::vector<from> &list, to (&out)[capacity], convert &&entry) {
   const size_t count = std::min(list.size(), capacity);
-  for (size_t i = 0; i < count; i++)
+  for (size_t i = 0; i < count; i++) {
     entry(list[i], out[i]);
+  }
   return static_cast<uint32_t>(count);
 }
 

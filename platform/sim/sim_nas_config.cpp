@@ -16,8 +16,9 @@ enum : uint32_t { install_stopped = 0, install_started = 1 };
 constexpr std::chrono::years never(100);
 
 void take(bool &setting, uint8_t valid, uint8_t value) {
-  if (valid)
+  if (valid) {
     setting = value != 0;
+  }
 }
 
 std::optional<uint16_t> delta(uint8_t valid, uint16_t value) {
@@ -29,8 +30,9 @@ yrp_nas_nr5g_cell_lock_list_resp_t lock_of_scenario(const sim_nr5g_lock &lock) {
   got.type_valid = 1;
   got.type = lock.type;
   got.cell_identity_valid = lock.type == lock_one_cell;
-  if (got.cell_identity_valid)
+  if (got.cell_identity_valid) {
     got.cell_identity = {lock.pci, lock.arfcn, lock.scs};
+  }
   got.arfcn_identity_valid = lock.type == lock_arfcn_list && !lock.list.empty();
   if (got.arfcn_identity_valid) {
     got.arfcn_list_len =
@@ -49,8 +51,9 @@ void fill_plmns(const std::vector<sim_plmn> &plmns, uint32_t &count, auto &out) 
 
 /** The first neighbour is the one with the highest signal. */
 void fill_lte_neighbours(yrp_nas_incremental_scan_ind_t &ind, const sim_lte &lte) {
-  if (!sim_lte_on() || !lte.neighbour_measured || lte.neighbour.empty())
+  if (!sim_lte_on() || !lte.neighbour_measured || lte.neighbour.empty()) {
     return;
+  }
   ind.lte_nbr_info_valid = 1;
   ind.lte_nbr_count = sim_nas_copy(lte.neighbour, ind.lte_nbr, [](const sim_lte_nbr &from, auto &to) {
     to.earfcn = from.earfcn;
@@ -63,8 +66,9 @@ void fill_lte_neighbours(yrp_nas_incremental_scan_ind_t &ind, const sim_lte &lte
 }
 
 void fill_nr5g_neighbours(yrp_nas_incremental_scan_ind_t &ind, const sim_nr5g &nr5g) {
-  if (!sim_nr5g_on() || nr5g.neighbour.empty())
+  if (!sim_nr5g_on() || nr5g.neighbour.empty()) {
     return;
+  }
   ind.nr5g_nbr_info_valid = 1;
   ind.nr5g_nbr_count = sim_nas_copy(nr5g.neighbour, ind.nr5g_nbr, [](const sim_nr5g_nbr &from, auto &to) {
     to.rsrp = from.rsrp;
@@ -81,10 +85,11 @@ void answer_scan(yrp_client_type handle, uint8_t network_type) {
   yrp_nas_incremental_scan_ind_t ind = {};
   ind.scan_status = board.scenario.scan.status;
   if (ind.scan_status == 0) {
-    if (network_type == YRP_NAS_NETWORK_TYPE_LTE)
+    if (network_type == YRP_NAS_NETWORK_TYPE_LTE) {
       fill_lte_neighbours(ind, board.now.lte);
-    else
+    } else {
       fill_nr5g_neighbours(ind, board.now.nr5g);
+    }
   }
   sim_indicate_to(handle, sim_lib::nas, YRP_NAS_INCREMENTAL_NETWORK_SCAN, &ind);
 }
@@ -165,10 +170,11 @@ void sim_nas_set_pps_config(const yrp_nas_set_pps_config_req_t &req, yrp_nas_sta
 }
 
 void sim_nas_set_pps_change_status(const yrp_nas_set_pps_change_status_req_t &req, yrp_nas_resp_t &resp) {
-  if (req.pps_mode > 2)
+  if (req.pps_mode > 2) {
     sim_nas_refuse(resp, SIM_NAS_ERR_INVALID);
-  else
+  } else {
     sim_board_raw().nas.pps_change = req;
+  }
 }
 
 void sim_nas_set_nr5g_deprioritize(sim_nas_call &call, const yrp_nas_set_nr5g_deprioritize_req_t &req) {
@@ -177,8 +183,9 @@ void sim_nas_set_nr5g_deprioritize(sim_nas_call &call, const yrp_nas_set_nr5g_de
     sim_nas_refuse(*static_cast<yrp_nas_resp_t *>(call.resp), SIM_NAS_ERR_NOT_POSSIBLE);
     return;
   }
-  if (nas.deprioritized == (req.deprioritize != 0))
+  if (nas.deprioritized == (req.deprioritize != 0)) {
     return;
+  }
   nas.deprioritized = req.deprioritize != 0;
   call.then.push_back([] {
     sim_nas_send_sys_info();
@@ -202,8 +209,9 @@ void sim_nas_set_install_mode(sim_nas_call &call, const yrp_nas_set_install_mode
 
 void sim_nas_install_tick() {
   const sim_nas_config &nas = sim_board_raw().nas;
-  if (!nas.installing || !nas.install.freq_list_valid)
+  if (!nas.installing || !nas.install.freq_list_valid) {
     return;
+  }
   const sim_measured values = sim_measure();
   const bool measured = values[SIM_NR5G_RSRP].has_value();
   std::vector<sim_install_freq> freqs;
@@ -223,8 +231,9 @@ void sim_nas_incremental_scan(sim_nas_call &call, const yrp_nas_incremental_scan
   }
   sim_state &board = sim_board_raw();
   const double answer_ms = board.scenario.scan.answer_ms;
-  if (answer_ms < 0)
+  if (answer_ms < 0) {
     return;
+  }
   const auto duration =
       std::chrono::duration_cast<sim_clock::duration>(std::chrono::duration<double, std::milli>(answer_ms));
   // However many wait, the end of what the clock can count is out of reach.

@@ -26,8 +26,9 @@ void fill_tx_rx(yrp_nas_tx_rx_info_resp_t &resp, int32_t tx_power, const std::ve
 }
 
 void fill_lte_cell(yrp_nas_cell_location_info_resp_t &resp, const sim_lte &lte) {
-  if (!sim_lte_on() || !lte.tac || !lte.cgi || !lte.rsrp || !lte.rsrq)
+  if (!sim_lte_on() || !lte.tac || !lte.cgi || !lte.rsrp || !lte.rsrq) {
     return;
+  }
   resp.lte_intra_valid = 1;
   auto &cell = resp.lte_intra;
   cell.earfcn = lte.earfcn;
@@ -40,12 +41,14 @@ void fill_lte_cell(yrp_nas_cell_location_info_resp_t &resp, const sim_lte &lte) 
 }
 
 void fill_nr5g_cell(yrp_nas_cell_location_info_resp_t &resp, const sim_nr5g &nr5g) {
-  if (!sim_nr5g_on())
+  if (!sim_nr5g_on()) {
     return;
+  }
   resp.nr5g_arfcn_valid = 1;
   resp.nr5g_arfcn = nr5g.arfcn;
-  if (!nr5g.rsrp || !nr5g.rsrq || !nr5g.snr)
+  if (!nr5g.rsrp || !nr5g.rsrq || !nr5g.snr) {
     return;
+  }
   resp.nr5g_serving_cell_info_valid = 1;
   auto &cell = resp.nr5g_serving_cell_info;
   cell.pci = nr5g.pci;
@@ -62,11 +65,13 @@ void fill_nr5g_cell(yrp_nas_cell_location_info_resp_t &resp, const sim_nr5g &nr5
 void sim_nas_get_rf_band_info(yrp_nas_rf_band_info_resp_t &resp) {
   const sim_radio &radio = sim_board_raw().now;
   resp.lte_rf_bandwidth_valid = sim_lte_on();
-  if (sim_lte_on())
+  if (sim_lte_on()) {
     resp.lte_rf_bandwidth_len = sim_nas_copy(radio.lte.rf_bandwidth, resp.lte_rf_bandwidth);
+  }
   resp.nr5g_rf_bandwidth_valid = sim_nr5g_on();
-  if (sim_nr5g_on())
+  if (sim_nr5g_on()) {
     resp.nr5g_rf_bandwidth_len = sim_nas_copy(radio.nr5g.rf_bandwidth, resp.nr5g_rf_bandwidth);
+  }
 }
 
 void sim_nas_get_cell_location_info(yrp_nas_cell_location_info_resp_t &resp) {
@@ -83,8 +88,9 @@ void sim_nas_get_sys_info(yrp_nas_sys_info_resp_t &resp) {
     resp.restrict_dcnr = radio.endc.restrict_dcnr;
   }
   resp.nr5g_scs_valid = sim_nr5g_on();
-  if (sim_nr5g_on())
+  if (sim_nr5g_on()) {
     resp.nr5g_scs = radio.nr5g.scs;
+  }
 }
 
 void sim_nas_get_sig_info(yrp_nas_sig_info_resp_t &resp) {
@@ -100,19 +106,22 @@ void sim_nas_get_sig_info(yrp_nas_sig_info_resp_t &resp) {
     resp.nr5g_sig_info = {narrow(SIM_NR5G_RSRP), narrow(SIM_NR5G_SNR)};
   }
   resp.nr5g_rsrq_valid = values[SIM_NR5G_RSRQ].has_value();
-  if (resp.nr5g_rsrq_valid)
+  if (resp.nr5g_rsrq_valid) {
     resp.nr5g_rsrq = narrow(SIM_NR5G_RSRQ);
+  }
 }
 
 void sim_nas_get_tx_rx_info(const yrp_nas_tx_rx_info_req_t &req, yrp_nas_tx_rx_info_resp_t &resp) {
   const sim_lte &lte = sim_board_raw().now.lte;
   const sim_nr5g &nr5g = sim_board_raw().now.nr5g;
   if (req.radio_if == YRP_NAS_RADIO_IF_LTE) {
-    if (sim_lte_on())
+    if (sim_lte_on()) {
       fill_tx_rx(resp, lte.tx_power, lte.dl_mod, lte.ul_mod);
+    }
   } else if (req.radio_if == YRP_NAS_RADIO_IF_NR5G) {
-    if (sim_nr5g_on())
+    if (sim_nr5g_on()) {
       fill_tx_rx(resp, nr5g.tx_power, nr5g.dl_mod, nr5g.ul_mod);
+    }
   } else {
     sim_nas_refuse(resp, SIM_NAS_ERR_INVALID);
   }
@@ -120,18 +129,21 @@ void sim_nas_get_tx_rx_info(const yrp_nas_tx_rx_info_req_t &req, yrp_nas_tx_rx_i
 
 void sim_nas_get_cphy_ca_info(yrp_nas_cphy_ca_info_resp_t &resp) {
   resp.dl_bandwidth_valid = sim_lte_on();
-  if (sim_lte_on())
+  if (sim_lte_on()) {
     resp.dl_bandwidth = sim_board_raw().now.lte.ca_dl_bandwidth;
+  }
 }
 
 void sim_nas_get_rrc_state(yrp_nas_rrc_state_resp_t &resp) {
   const sim_radio &radio = sim_board_raw().now;
   resp.lte_rrc_state_valid = sim_lte_on();
-  if (sim_lte_on())
+  if (sim_lte_on()) {
     resp.lte_rrc_state = radio.lte.rrc_state;
+  }
   resp.nr5g_rrc_state_valid = sim_nr5g_on();
-  if (sim_nr5g_on())
+  if (sim_nr5g_on()) {
     resp.nr5g_rrc_state = radio.nr5g.rrc_state;
+  }
 }
 
 void sim_nas_get_cqi_info(const yrp_nas_cqi_info_req_t &req, yrp_nas_cqi_info_resp_t &resp) {
@@ -142,10 +154,12 @@ void sim_nas_get_cqi_info(const yrp_nas_cqi_info_req_t &req, yrp_nas_cqi_info_re
   const sim_radio &radio = sim_board_raw().now;
   const bool lte = !req.radio_if_valid || req.radio_if == YRP_NAS_CQI_RADIO_LTE;
   const bool nr5g = !req.radio_if_valid || req.radio_if == YRP_NAS_CQI_RADIO_NR5G;
-  if (lte && sim_lte_on())
+  if (lte && sim_lte_on()) {
     copy_cqi(radio.lte.cqi, resp.lte_cc_cqi_valid, resp.lte_cc_cqi_len, resp.lte_cc_cqi);
-  if (nr5g && sim_nr5g_on())
+  }
+  if (nr5g && sim_nr5g_on()) {
     copy_cqi(radio.nr5g.cqi, resp.nr5g_cc_cqi_valid, resp.nr5g_cc_cqi_len, resp.nr5g_cc_cqi);
+  }
 }
 
 /** Locks are settings of the modem, not measurements: valid whatever the radios do. */

@@ -95,8 +95,9 @@ fields policy_fields(const oxmap_wwan_policy_t &policy) {
 
 fields policy_list_fields(const oxmap_wwan_policy_list_t &list) {
   fields entries = fields::array();
-  for (uint32_t at = 0; at < list.count; ++at)
+  for (uint32_t at = 0; at < list.count; ++at) {
     entries.push_back(policy_fields(list.entries[at]));
+  }
   return {{"count", list.count}, {"entries", std::move(entries)}};
 }
 
@@ -130,8 +131,9 @@ bool operate(const char *name, const fields &given, yrp_error_type_v01 *error, c
     code = work(answer);
     failed = code != ERR_NONE;
   }
-  if (error)
+  if (error) {
     *error = code;
+  }
   fields returned = {{"ok", !failed}, {"error", code}};
   returned.update(answer);
   sim_call_return("oxmap", name, returned);
@@ -153,20 +155,23 @@ void indicate_test(uint32_t status) {
 
 /** Have a test pass from one state to the next, `ms` from now, unless it is another test by then. */
 void pass_later(double ms, test_state from, test_state to, uint32_t status) {
-  if (ms < 0)
+  if (ms < 0) {
     return;
+  }
   sim_schedule(sim_thread::oxmap, ms, [number = manager.test_number, from, to, status] {
     const std::lock_guard guard(sim_lock());
-    if (manager.test_number != number || manager.test != from)
+    if (manager.test_number != number || manager.test != from) {
       return;
+    }
     manager.test = to;
     indicate_test(status);
   });
 }
 
 uint32_t configure_test(const oxmap_mtpe_config_t &config) {
-  if (manager.test == test_state::running)
+  if (manager.test == test_state::running) {
     return ERR_NO_EFFECT;
+  }
   manager.test = test_state::configuring;
   ++manager.test_number;
   manager.duration_s = config.duration;
@@ -176,16 +181,19 @@ uint32_t configure_test(const oxmap_mtpe_config_t &config) {
 
 uint32_t test_outcome() {
   const std::string &result = sim_board_scenario().mtpe.result;
-  if (result == "failed")
+  if (result == "failed") {
     return TEST_FAILED;
+  }
   return result == "aborted" ? TEST_ABORTED : TEST_COMPLETED;
 }
 
 uint32_t start_test() {
-  if (manager.test == test_state::running)
+  if (manager.test == test_state::running) {
     return ERR_NO_EFFECT;
-  if (manager.test != test_state::ready)
+  }
+  if (manager.test != test_state::ready) {
     return ERR_NOT_CONFIGURED;
+  }
   manager.test = test_state::running;
   const double given = sim_board_scenario().mtpe.duration_ms;
   const double duration_ms = given != 0 ? given : 1000.0 * manager.duration_s;
@@ -194,8 +202,9 @@ uint32_t start_test() {
 }
 
 uint32_t tear_down_test() {
-  if (manager.test == test_state::none)
+  if (manager.test == test_state::none) {
     return ERR_NOT_CONFIGURED;
+  }
   manager.test = test_state::none;
   ++manager.test_number;
   return ERR_NONE;
@@ -218,8 +227,9 @@ oxmap_wwan_policy_t policy_of(const sim_wwan_profile &profile) {
 void fill_policies(oxmap_wwan_policy_list_t &list) {
   list = {};
   for (const sim_wwan_profile &profile : sim_board_scenario().wwan.profile) {
-    if (list.count == OXMAP_POLICY_MAX)
+    if (list.count == OXMAP_POLICY_MAX) {
       break;
+    }
     list.entries[list.count++] = policy_of(profile);
   }
 }
@@ -241,8 +251,9 @@ uint32_t read_stats(uint32_t handle, uint32_t ip_family, oxmap_wwan_stats_t &sta
   const auto row = std::find_if(all.begin(), all.end(), [=](const sim_wwan_stats &of) {
     return of.handle == handle && of.ip_family == ip_family;
   });
-  if (row == all.end())
+  if (row == all.end()) {
     return ERR_UNKNOWN_HANDLE;
+  }
   const double rx = row->rx_rate * sim_now(), tx = row->tx_rate * sim_now();
   stats = {.bytes_rx = grown(row->bytes_rx, rx),
            .bytes_tx = grown(row->bytes_tx, tx),
@@ -254,12 +265,14 @@ uint32_t read_stats(uint32_t handle, uint32_t ip_family, oxmap_wwan_stats_t &sta
 }
 
 uint32_t ask_qos_flow() {
-  if (manager.qos_asked)
+  if (manager.qos_asked) {
     return OXMAP_ERR_QOS_IN_PROGRESS;
+  }
   manager.qos_asked = true;
   const double answer_ms = sim_board_scenario().wwan.qos.answer_ms;
-  if (answer_ms < 0)
+  if (answer_ms < 0) {
     return ERR_NONE;
+  }
   sim_schedule(sim_thread::oxmap, answer_ms, [] {
     const std::lock_guard guard(sim_lock());
     manager.qos_asked = false;
@@ -328,11 +341,13 @@ bool OXMAP_Client::TeardownMTPE(yrp_error_type_v01 *error) {
 bool OXMAP_Client::GetMTPETestInfo(const oxmap_mtpe_net_params_t *params, oxmap_mtpe_test_info_t *info,
                                    yrp_error_type_v01 *error) {
   fields given = fields::object();
-  if (params)
+  if (params) {
     given = {{"ip_family", params->ip_family}, {"client_addr", client_address_text(*params)}};
+  }
   return operate("GetMTPETestInfo", given, error, [params, info](fields &answer) -> uint32_t {
-    if (!params || !info)
+    if (!params || !info) {
       return ERR_FAILED;
+    }
     const auto &cfg = sim_board_scenario().mtpe;
     *info = {.bandwidth_kbps = cfg.bandwidth_kbps, .mtu = cfg.mtu};
     answer = {{"bandwidth_kbps", info->bandwidth_kbps}, {"mtu", info->mtu}};
@@ -342,11 +357,13 @@ bool OXMAP_Client::GetMTPETestInfo(const oxmap_mtpe_net_params_t *params, oxmap_
 
 bool OXMAP_Client::GetWWANStatistics(uint32_t ip_family, oxmap_wwan_stats_t *stats, yrp_error_type_v01 *error) {
   return operate("GetWWANStatistics", {{"ip_family", ip_family}}, error, [=, this](fields &answer) -> uint32_t {
-    if (!stats)
+    if (!stats) {
       return ERR_FAILED;
+    }
     const uint32_t code = read_stats(impl_->profile_handle, ip_family, *stats);
-    if (code == ERR_NONE)
+    if (code == ERR_NONE) {
       answer = stats_fields(*stats);
+    }
     return code;
   });
 }
@@ -354,8 +371,9 @@ bool OXMAP_Client::GetWWANStatistics(uint32_t ip_family, oxmap_wwan_stats_t *sta
 bool OXMAP_Client::SetWWANProfileHandlePreference(uint32_t profile_handle, yrp_error_type_v01 *error) {
   return operate("SetWWANProfileHandlePreference", {{"profile_handle", profile_handle}}, error,
                  [=, this](fields &) -> uint32_t {
-                   if (!known_handle(profile_handle))
+                   if (!known_handle(profile_handle)) {
                      return ERR_UNKNOWN_HANDLE;
+                   }
                    impl_->profile_handle = profile_handle;
                    return ERR_NONE;
                  });
@@ -367,11 +385,13 @@ bool OXMAP_Client::GetGlobalQoSFlowInfo(uint32_t ip_family, yrp_error_type_v01 *
 
 bool OXMAP_Client::GetWWANPolicyListEx(oxmap_wwan_policy_list_t *list, yrp_error_type_v01 *error) {
   return operate("GetWWANPolicyListEx", fields::object(), error, [list](fields &answer) -> uint32_t {
-    if (!list)
+    if (!list) {
       return ERR_FAILED;
+    }
     fill_policies(*list);
-    if (sim_journal_on())
+    if (sim_journal_on()) {
       answer = policy_list_fields(*list);
+    }
     return ERR_NONE;
   });
 }
@@ -379,8 +399,9 @@ bool OXMAP_Client::GetWWANPolicyListEx(oxmap_wwan_policy_list_t *list, yrp_error
 bool OXMAP_Client::GetWWANProfilePreference(uint32_t *profile_index, yrp_error_type_v01 *error) {
   return operate("GetWWANProfilePreference", fields::object(), error, [profile_index](fields &answer) -> uint32_t {
     const std::vector<sim_wwan_profile> &profiles = sim_board_scenario().wwan.profile;
-    if (!profile_index || profiles.empty())
+    if (!profile_index || profiles.empty()) {
       return ERR_FAILED;
+    }
     *profile_index = profiles.front().index;
     answer = {{"profile_index", *profile_index}};
     return ERR_NONE;

@@ -25,40 +25,48 @@ std::optional<toml::source_index> deep_key(std::string_view text) {
   bool named = false;  // the part has begun
   for (const char octet : text) {
     const bool of_name = isalnum(static_cast<unsigned char>(octet)) || strchr("-_\"'", octet);
-    if (octet == '.' && named && ++parts >= most_parts)
+    if (octet == '.' && named && ++parts >= most_parts) {
       return line;
-    if (octet != '.' && octet != ' ' && octet != '\t' && !of_name)
+    }
+    if (octet != '.' && octet != ' ' && octet != '\t' && !of_name) {
       parts = 0;
-    if (octet != ' ' && octet != '\t')
+    }
+    if (octet != ' ' && octet != '\t') {
       named = of_name;
-    if (octet == '\n')
+    }
+    if (octet == '\n') {
       ++line;
+    }
   }
   return {};
 }
 
 std::string located(const std::string &origin, const toml::source_position &at, std::string_view text) {
   std::string place = origin;
-  if (at.line)
+  if (at.line) {
     place += ':' + std::to_string(at.line) + ':' + std::to_string(at.column);
+  }
   return sim_one_line(place + ": " + std::string(text));
 }
 
 void load_trace(sim_key_reader &in, const toml::table &root, const std::string &folder, sim_scenario &scenario) {
-  if (scenario.trace.file.empty())
+  if (scenario.trace.file.empty()) {
     return;
+  }
   for (const sim_key_traced &key : in.traced) {
     sim_key_fail(in, key.at, key.path + ": the trace owns this value, the timeline cannot set it");
   }
-  if (!in.error.empty())
+  if (!in.error.empty()) {
     return;
+  }
   scenario.trace.file = (std::filesystem::path(folder) / scenario.trace.file).string();
   std::string error;
   std::optional<std::vector<sim_trace_row>> rows = sim_trace_load(scenario.trace.file, error);
-  if (rows)
+  if (rows) {
     scenario.rows = *std::move(rows);
-  else
+  } else {
     sim_key_fail(in, *root["trace"]["file"].node(), "trace.file", error);
+  }
 }
 
 std::optional<sim_scenario> read_scenario(std::string_view text, const std::string &origin, const std::string &folder,
@@ -72,14 +80,16 @@ std::optional<sim_scenario> read_scenario(std::string_view text, const std::stri
   const sim_key_change fill = sim_key_read_table(in, "", root, sim_keys_scenario());
   sim_scenario scenario = sim_scenario_default();
   scenario.origin = origin;
-  if (in.error.empty())
+  if (in.error.empty()) {
     fill(&scenario);
+  }
   if (const toml::node *file = root["trace"]["file"].node(); file && file->is_string()) {
     scenario.trace.file = file->as_string()->get();  // also where another key is wrong: the first error counts
     load_trace(in, root, folder, scenario);
   }
-  if (in.error.empty())
+  if (in.error.empty()) {
     return scenario;
+  }
   error = located(origin, in.at, in.error);
   return {};
 }
@@ -110,8 +120,9 @@ std::optional<sim_scenario> sim_scenario_parse(std::string_view text, const std:
 std::optional<sim_scenario> sim_scenario_load(const std::string &file, std::string &error) {
   try {
     const std::optional<std::string> text = sim_file_read(file, longest_scenario, error);
-    if (text)
+    if (text) {
       return sim_scenario_parse(*text, file, std::filesystem::path(file).parent_path().string(), error);
+    }
   } catch (const std::exception &other) {
     error = sim_one_line(file + ": " + other.what());
   }

@@ -61,8 +61,9 @@ void push(sim_thread thread, double ms, sim_work work) {
   sim_queues &all = queues();
   sim_queue &queue = queue_of(thread);
   const std::lock_guard guard(all.lock);
-  if (all.paused)
+  if (all.paused) {
     return;  // sent by what the restart is waiting for
+  }
   work.at = sim_clock::now();
   work.order = all.order++;
   if (ms > 0) {
@@ -76,8 +77,9 @@ void push(sim_thread thread, double ms, sim_work work) {
 }
 
 bool timed_is_first(const sim_queue &queue) {
-  if (queue.timed.empty() || queue.timed.front().at > sim_clock::now())
+  if (queue.timed.empty() || queue.timed.front().at > sim_clock::now()) {
     return false;
+  }
   return queue.ready.empty() || later(queue.ready.front(), queue.timed.front());
 }
 
@@ -92,8 +94,9 @@ sim_work take_timed(sim_queue &queue) {
 sim_work take(sim_queue &queue, std::unique_lock<std::mutex> &guard) {
   for (;;) {
     if (!queues().paused) {
-      if (timed_is_first(queue))
+      if (timed_is_first(queue)) {
         return take_timed(queue);
+      }
       if (!queue.ready.empty()) {
         sim_work work = std::move(queue.ready.front());
         queue.ready.pop_front();
@@ -121,8 +124,9 @@ std::string hex(const std::vector<uint8_t> &bytes) {
 
 /** Bytes that are no message stand in the journal as they are. */
 void journal_indication(const sim_work &work) {
-  if (!sim_journal_on())
+  if (!sim_journal_on()) {
     return;
+  }
   const char *lib = work.lib == sim_lib::nas ? "nas" : "oxmap";
   const sim_message *message = sim_message_find(work.lib, sim_direction::indication, work.id);
   std::vector<uint64_t> record(message ? message->size / sizeof(uint64_t) + 1 : 0);  // aligned for any struct
@@ -137,18 +141,21 @@ void journal_indication(const sim_work &work) {
 std::vector<std::pair<yrp_client_type, std::shared_ptr<sim_client>>> receivers(const sim_work &work) {
   const sim_client_kind kind = work.lib == sim_lib::nas ? sim_client_kind::nas : sim_client_kind::oxmap;
   const std::lock_guard guard(sim_board().lock);
-  if (!work.to)
+  if (!work.to) {
     return sim_clients_of(kind);
+  }
   std::shared_ptr<sim_client> client = sim_client_find(work.to, kind);
-  if (!client)
+  if (!client) {
     return {};
+  }
   return {{work.to, std::move(client)}};
 }
 
 void deliver(sim_work &work) {
   const auto clients = receivers(work);
-  if (clients.empty())
+  if (clients.empty()) {
     return;
+  }
   journal_indication(work);
   for (const auto &[handle, client] : clients) {
     sim_call_back(client, [&work, to = handle, &client = *client] {
@@ -162,10 +169,11 @@ void deliver(sim_work &work) {
 /** A client's exception must not end the board. */
 void run(sim_work &work) {
   try {
-    if (work.work)
+    if (work.work) {
       work.work();
-    else
+    } else {
       deliver(work);
+    }
   } catch (...) {
     sim_journal_text("sim", "event", "callback_threw", "");
   }
@@ -218,8 +226,9 @@ void sim_schedule(sim_thread thread, double ms, std::function<void()> work) {
 }
 
 static void indicate(yrp_client_type to, sim_lib lib, uint32_t id, std::vector<uint8_t> bytes, double ms) {
-  if (lib == sim_lib::nas && !sim_board_raw().modem_up)
+  if (lib == sim_lib::nas && !sim_board_raw().modem_up) {
     return;  // the service is the modem's; the mobile AP's is not
+  }
   sim_work item = {};
   item.to = to;
   item.lib = lib;
@@ -255,8 +264,9 @@ void sim_queues_pause(bool paused) {
       queue.timed.clear();
     }
   }
-  for (sim_queue &queue : all.queue)
+  for (sim_queue &queue : all.queue) {
     queue.wake.notify_one();
+  }
 }
 
 bool sim_queues_idle() {

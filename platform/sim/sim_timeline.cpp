@@ -17,8 +17,9 @@ namespace {
 constexpr int burst = 32;
 
 bool later(const sim_due &a, const sim_due &b) {
-  if (a.at != b.at)
+  if (a.at != b.at) {
     return a.at > b.at;
+  }
   return a.rank != b.rank ? a.rank > b.rank : a.order > b.order;
 }
 
@@ -49,13 +50,16 @@ void happen(const sim_ev_change &event) {
   const sim_radio before = board.base;
   event.apply(board.base);
   sim_measure_rebase(before);
-  if (event.sys_info)
+  if (event.sys_info) {
     sim_nas_send_sys_info();
+  }
   // A part that the system information brings back is measured from then on.
-  if (event.sys_info || event.measurement)
+  if (event.sys_info || event.measurement) {
     sim_measure_report();
-  if (event.location)
+  }
+  if (event.location) {
     sim_schedule(sim_thread::location, 0, sim_location_changed);
+  }
 }
 
 void happen(const sim_ev_modem &event) {
@@ -91,8 +95,9 @@ void run_entry(sim_due due) {
   for (const sim_event &event : entry.events) {
     std::visit([](const auto &what) { happen(what); }, event);
   }
-  if (--due.repeats <= 0)
+  if (--due.repeats <= 0) {
     return;
+  }
   due.at += from_ms(entry.every_ms);
   push(std::move(due));
 }
@@ -116,8 +121,9 @@ void apply_row(const sim_trace_row &row) {
   board.row = &row;
   sim_trace_apply(row, nr5g_pci, board.base);
   sim_trace_apply(row, nr5g_pci, board.now);
-  if (!same(before, sim_nas_sys_info()))
+  if (!same(before, sim_nas_sys_info())) {
     sim_nas_send_sys_info();
+  }
   sim_measure_report();
 }
 
@@ -136,8 +142,9 @@ void push_next_row() {
 void run_row() {
   sim_state &board = sim_board_raw();
   const size_t row = board.trace_next++;
-  if (sim_journal_on())
+  if (sim_journal_on()) {
     sim_journal_text("sim", "event", "trace_row", "\"row\": " + std::to_string(row));
+  }
   apply_row(board.scenario.rows[row]);
   push_next_row();
 }
@@ -162,12 +169,13 @@ void plan_tick(sim_clock::time_point before) {
 }
 
 void run(sim_due due) {
-  if (due.work)
+  if (due.work) {
     due.work();
-  else if (due.rank == SIM_RANK_TRACE)
+  } else if (due.rank == SIM_RANK_TRACE) {
     run_row();
-  else
+  } else {
     run_entry(std::move(due));
+  }
 }
 
 bool waits_for(const std::string &wanted, int64_t skip, const std::string &after, int64_t passing) {
@@ -187,8 +195,9 @@ void sim_timeline_run() {
       board.due_changed.wait_until(guard, until);
     } else {
       run(pop());
-      if (++done % burst != 0)
+      if (++done % burst != 0) {
         continue;
+      }
       guard.unlock();
       std::this_thread::yield();
       guard.lock();
@@ -214,14 +223,17 @@ bool sim_timeline_waits(const sim_scenario &scenario) {
 void sim_timeline_start_entries(const std::string &after, int64_t passing) {
   const sim_scenario &scenario = sim_board_raw().scenario;
   const sim_clock::time_point now = sim_clock::now();
-  if (after.empty())
+  if (after.empty()) {
     plan_tick(now);
-  if (!scenario.rows.empty() && waits_for(scenario.trace.after, scenario.trace.skip, after, passing))
+  }
+  if (!scenario.rows.empty() && waits_for(scenario.trace.after, scenario.trace.skip, after, passing)) {
     start_trace();
+  }
   for (size_t i = 0; i < scenario.at.size(); i++) {
     const sim_timeline_entry &entry = scenario.at[i];
-    if (!waits_for(entry.when.after, entry.when.skip, after, passing))
+    if (!waits_for(entry.when.after, entry.when.skip, after, passing)) {
       continue;
+    }
     push({.at = now + from_ms(entry.when.ms),
           .rank = static_cast<int64_t>(i),
           .order = 0,

@@ -66,10 +66,12 @@ constexpr double not_known = 2147483647;
 
 std::string_view trim(std::string_view text) {
   const auto blank = [](char octet) { return octet == ' ' || octet == '\t' || octet == '\r'; };
-  while (!text.empty() && blank(text.front()))
+  while (!text.empty() && blank(text.front())) {
     text.remove_prefix(1);
-  while (!text.empty() && blank(text.back()))
+  }
+  while (!text.empty() && blank(text.back())) {
     text.remove_suffix(1);
+  }
   return text;
 }
 
@@ -86,8 +88,9 @@ struct line_reader {
       line = trim(rest.substr(0, end));
       rest.remove_prefix(ended ? end + 1 : rest.size());
       ++number;
-      if (!line.empty())
+      if (!line.empty()) {
         return true;
+      }
     }
     return false;
   }
@@ -97,21 +100,24 @@ struct line_reader {
 std::string_view take_field(std::string_view &line, bool &more) {
   size_t end = 0;
   for (bool quoted = false; end < line.size() && (quoted || line[end] != ','); ++end) {
-    if (line[end] == '"')
+    if (line[end] == '"') {
       quoted = !quoted;
+    }
   }
   std::string_view field = trim(line.substr(0, end));
   more = end < line.size();
   line.remove_prefix(more ? end + 1 : line.size());
-  if (field.size() >= 2 && field.front() == '"' && field.back() == '"')
+  if (field.size() >= 2 && field.front() == '"' && field.back() == '"') {
     field = trim(field.substr(1, field.size() - 2));
+  }
   return field;
 }
 
 void split(std::string_view line, std::vector<std::string_view> &fields) {
   fields.clear();
-  for (bool more = true; more;)
+  for (bool more = true; more;) {
     fields.push_back(take_field(line, more));
+  }
 }
 
 // Numbers.
@@ -138,20 +144,23 @@ std::string_view take_digits(std::string_view &text) {
 /** Take one sign, where there is one; true: minus. */
 bool take_sign(std::string_view &text) {
   const bool minus = text.starts_with('-');
-  if (minus || text.starts_with('+'))
+  if (minus || text.starts_with('+')) {
     text.remove_prefix(1);
+  }
   return minus;
 }
 
 bool take_exponent(std::string_view &text, int &exponent) {
-  if (text.empty() || (text.front() != 'e' && text.front() != 'E'))
+  if (text.empty() || (text.front() != 'e' && text.front() != 'E')) {
     return true;
+  }
   text.remove_prefix(1);
   const bool negative = take_sign(text);
   unsigned int size = 0;  // unsigned: a second sign is none
   const std::from_chars_result end = std::from_chars(text.data(), text.data() + text.size(), size);
-  if (end.ec != std::errc() || size > 400)
+  if (end.ec != std::errc() || size > 400) {
     return false;
+  }
   exponent = negative ? -static_cast<int>(size) : static_cast<int>(size);
   text.remove_prefix(static_cast<size_t>(end.ptr - text.data()));
   return true;
@@ -167,26 +176,32 @@ std::optional<decimal> read_decimal(std::string_view text) {
     text.remove_prefix(1);
     number.fraction = take_digits(text);
   }
-  if (number.whole.empty() && number.fraction.empty())
+  if (number.whole.empty() && number.fraction.empty()) {
     return {};
-  if (!take_exponent(text, number.exponent) || !text.empty())
+  }
+  if (!take_exponent(text, number.exponent) || !text.empty()) {
     return {};
+  }
   const std::from_chars_result end = std::from_chars(all.data(), all.data() + all.size(), number.value);
-  if (number.negative)
+  if (number.negative) {
     number.value = -number.value;
-  if (end.ec != std::errc() || number.value == not_known)
+  }
+  if (end.ec != std::errc() || number.value == not_known) {
     return {};
+  }
   return number;
 }
 
 /** The digit that stands `place` before the dot: 0 for the units, -1 for the tenths. */
 int digit_at(const decimal &number, int place) {
   const int at = static_cast<int>(number.whole.size()) - 1 - (place - number.exponent);
-  if (at < 0)
+  if (at < 0) {
     return 0;
+  }
   const size_t index = static_cast<size_t>(at);
-  if (index < number.whole.size())
+  if (index < number.whole.size()) {
     return number.whole[index] - '0';
+  }
   const size_t behind = index - number.whole.size();
   return behind < number.fraction.size() ? number.fraction[behind] - '0' : 0;
 }
@@ -194,10 +209,12 @@ int digit_at(const decimal &number, int place) {
 /** `number` times ten to the `shift`, rounded half away from zero; for values that are known to fit. */
 int64_t rounded(const decimal &number, int shift) {
   int64_t value = 0;
-  for (int place = 12; place >= 0; --place)
+  for (int place = 12; place >= 0; --place) {
     value = value * 10 + digit_at(number, place - shift);
-  if (digit_at(number, -1 - shift) >= 5)
+  }
+  if (digit_at(number, -1 - shift) >= 5) {
     ++value;
+  }
   return number.negative ? -value : value;
 }
 
@@ -215,49 +232,56 @@ constexpr quantity cell_id = {.min = 0, .max = UINT32_MAX, .shift = 0};
 template <typename number>
 std::optional<number> read_quantity(std::string_view field, const quantity &of) {
   const std::optional<decimal> read = read_decimal(field);
-  if (!read || read->value < of.min || read->value > of.max)
+  if (!read || read->value < of.min || read->value > of.max) {
     return {};
+  }
   return static_cast<number>(rounded(*read, of.shift));
 }
 
 std::optional<double> read_real(std::string_view field, double min, double max) {
   const std::optional<decimal> read = read_decimal(field);
-  if (!read || read->value < min || read->value > max)
+  if (!read || read->value < min || read->value > max) {
     return {};
+  }
   return read->value;
 }
 
 std::optional<uint16_t> read_hex(std::string_view field) {
   uint16_t value = 0;
   const std::from_chars_result end = std::from_chars(field.data(), field.data() + field.size(), value, 16);
-  if (field.empty() || end.ec != std::errc() || end.ptr != field.data() + field.size())
+  if (field.empty() || end.ec != std::errc() || end.ptr != field.data() + field.size()) {
     return {};
+  }
   return value;
 }
 
 /** "2020.02.14_07.29.00", taken as UTC; 0 for anything else. */
 int64_t read_timestamp(std::string_view field) {
   constexpr std::string_view form = "dddd.dd.dd_dd.dd.dd";
-  if (field.size() != form.size())
+  if (field.size() != form.size()) {
     return 0;
+  }
   std::array<int, 6> parts = {};
   size_t part = 0;
   for (size_t at = 0; at < form.size(); ++at) {
     if (form[at] != 'd') {
-      if (field[at] != form[at])
+      if (field[at] != form[at]) {
         return 0;
+      }
       ++part;
     } else {
-      if (!is_digit(field[at]))
+      if (!is_digit(field[at])) {
         return 0;
+      }
       parts[part] = parts[part] * 10 + (field[at] - '0');
     }
   }
   const auto [year, month, day, hour, minute, second] = parts;
   const std::chrono::year_month_day date{std::chrono::year(year), std::chrono::month(static_cast<unsigned>(month)),
                                          std::chrono::day(static_cast<unsigned>(day))};
-  if (!date.ok() || hour > 23 || minute > 59 || second > 60)
+  if (!date.ok() || hour > 23 || minute > 59 || second > 60) {
     return 0;
+  }
   const std::chrono::sys_seconds at = std::chrono::sys_days(date) + std::chrono::hours(hour) +
                                       std::chrono::minutes(minute) + std::chrono::seconds(second);
   return at.time_since_epoch().count() * 1000;
@@ -281,13 +305,15 @@ bool read_header(std::string_view line, layout &of, std::string &what) {
   for (size_t at = 0; at < COLUMNS; ++at) {
     const auto found = std::find(names.begin(), names.end(), columns[at].name);
     of.place[at] = found == names.end() ? absent : static_cast<size_t>(found - names.begin());
-    if (found != names.end())
+    if (found != names.end()) {
       ++known;
-    else if (columns[at].required)
+    } else if (columns[at].required) {
       missing.append(missing.empty() ? "" : ", ").append(columns[at].name);
+    }
   }
-  if (missing.empty())
+  if (missing.empty()) {
     return true;
+  }
   what = known ? "no column " + missing : "not a drive test: no header line with its columns";
   return false;
 }
@@ -328,15 +354,17 @@ sim_trace_row read_row(const row_fields &of) {
 }
 
 std::string beyond_limits(std::string_view line, size_t row_count) {
-  if (line.size() > longest_line)
+  if (line.size() > longest_line) {
     return "a line of more than " + std::to_string(longest_line) + " octets";
+  }
   return row_count > most_rows ? "more than " + std::to_string(most_rows) + " rows" : "";
 }
 
 /** The rows behind the header. */
 std::optional<std::vector<sim_trace_row>> read_rows(std::string_view text, size_t &line_number, std::string &what) {
-  if (text.starts_with("\xEF\xBB\xBF"))
+  if (text.starts_with("\xEF\xBB\xBF")) {
     text.remove_prefix(3);
+  }
   line_reader lines = {.rest = text};
   std::string_view line;
   layout header;
@@ -347,8 +375,9 @@ std::optional<std::vector<sim_trace_row>> read_rows(std::string_view text, size_
   }
   line_number = lines.number;
   what = beyond_limits(line, 0);
-  if (!what.empty() || !read_header(line, header, what))
+  if (!what.empty() || !read_header(line, header, what)) {
     return {};
+  }
 
   std::vector<sim_trace_row> rows;
   std::vector<std::string_view> fields;
@@ -360,12 +389,14 @@ std::optional<std::vector<sim_trace_row>> read_rows(std::string_view text, size_
     }
     split(line, fields);
     // Where the recording broke off within a line, its last field may be the beginning of a longer one.
-    if (!lines.ended && fields.size() < header.width)
+    if (!lines.ended && fields.size() < header.width) {
       fields.pop_back();
+    }
     rows.push_back(read_row({.of = header, .fields = fields}));
   }
-  if (!rows.empty())
+  if (!rows.empty()) {
     return rows;
+  }
   what = "no rows behind the header";
   return {};
 }
@@ -389,10 +420,12 @@ void apply_location(const sim_trace_row &row, location_client::Location &fix) {
 
 void apply_neighbour(const sim_trace_row &row, sim_lte &lte) {
   lte.neighbour_measured = row.nbr_rsrp && row.nbr_rsrq;
-  if (!lte.neighbour_measured)
+  if (!lte.neighbour_measured) {
     return;
-  if (lte.neighbour.empty())
+  }
+  if (lte.neighbour.empty()) {
     lte.neighbour.emplace_back();
+  }
   lte.neighbour.front().rsrp = static_cast<int16_t>(*row.nbr_rsrp);
   lte.neighbour.front().rsrq = static_cast<int16_t>(*row.nbr_rsrq);
 }
@@ -404,8 +437,9 @@ void apply_lte(const sim_trace_row &row, sim_lte &lte) {
   lte.tac = row.tac;
   lte.cgi = row.cgi;
   lte.cqi.clear();
-  if (row.cqi)
+  if (row.cqi) {
     lte.cqi = {{*row.cqi}};
+  }
   apply_neighbour(row, lte);
 }
 
@@ -419,13 +453,15 @@ void clear_lte(sim_lte &lte) {
 std::optional<std::vector<sim_trace_row>> sim_trace_load(const std::string &file, std::string &error) {
   try {
     const std::optional<std::string> text = sim_file_read(file, longest_file, error);
-    if (!text)
+    if (!text) {
       return {};
+    }
     size_t line = 1;
     std::string what;
     std::optional<std::vector<sim_trace_row>> rows = read_rows(*text, line, what);
-    if (!rows)
+    if (!rows) {
       error = file + ':' + std::to_string(line) + ": " + what;
+    }
     return rows;
   } catch (const std::exception &other) {
     error = file + ": " + other.what();
@@ -436,10 +472,11 @@ std::optional<std::vector<sim_trace_row>> sim_trace_load(const std::string &file
 void sim_trace_apply(const sim_trace_row &row, int nr5g_pci, sim_radio &radio) {
   radio.sys_info.lte = row.lte;
   radio.sys_info.nr5g_pci = row.nr5g_cell ? nr5g_pci : -1;
-  if (row.lte == sim_srv::service)
+  if (row.lte == sim_srv::service) {
     apply_lte(row, radio.lte);
-  else
+  } else {
     clear_lte(radio.lte);
+  }
   radio.nr5g.rsrp = row.nr_rsrp;
   radio.nr5g.rsrq = row.nr_rsrq;
   radio.nr5g.snr = row.nr_snr;

@@ -28,11 +28,13 @@ using member = std::pair<const char *, int64_t>;
 
 std::string members(std::initializer_list<member> list) {
   std::string text;
-  if (!sim_journal_on())
+  if (!sim_journal_on()) {
     return text;
+  }
   for (const auto &[name, value] : list) {
-    if (!text.empty())
+    if (!text.empty()) {
       text += ", ";
+    }
     text += std::string("\"") + name + "\": " + std::to_string(value);
   }
   return text;
@@ -43,26 +45,31 @@ template <typename body>
 yrp_client_error_type crossing(const char *name, const std::string &fields, body work) {
   const sim_fault_hit fault = sim_call_text("yrp", name, fields);
   yrp_client_error_type status = sim_fault_status(fault);
-  if (status == YRP_NO_ERR)
+  if (status == YRP_NO_ERR) {
     status = work();
+  }
   sim_call_return_text("yrp", name, members({{"status", status}}));
   return status;
 }
 
 bool wait_offered(sim_state &board, std::unique_lock<std::mutex> &guard, unsigned int timeout_ms) {
   const auto offered = [&board] { return board.offered; };
-  if (timeout_ms == 0)
+  if (timeout_ms == 0) {
     return offered();
+  }
   return board.changed.wait_for(guard, std::chrono::milliseconds(timeout_ms), offered);
 }
 
 void copy_service_list(yrp_service_info *service_info, unsigned int *num_entries) {
-  if (!service_info || !num_entries)
+  if (!service_info || !num_entries) {
     return;
-  if (*num_entries > 1)
+  }
+  if (*num_entries > 1) {
     *num_entries = 1;
-  if (*num_entries == 1)
+  }
+  if (*num_entries == 1) {
     service_info[0] = {nas_service.service_id, 0, {0, 1}};
+  }
 }
 
 /** One request on its way through the board. */
@@ -78,12 +85,15 @@ struct request {
 
 /** Whether the request is one: 0, or the status that it fails with. */
 yrp_client_error_type check(const request &what) {
-  if (!what.asks || !what.answers || !sim_nas_answers(what.id))
+  if (!what.asks || !what.answers || !sim_nas_answers(what.id)) {
     return YRP_UNKNOWN_MESSAGE_ERR;
-  if (!what.req || !what.resp)
+  }
+  if (!what.req || !what.resp) {
     return YRP_INVALID_PARAM_ERR;
-  if (what.req_len != what.asks->size || what.resp_len != what.answers->size)
+  }
+  if (what.req_len != what.asks->size || what.resp_len != what.answers->size) {
     return YRP_BUFFER_ERR;
+  }
   std::vector<uint8_t> bytes;
   return sim_message_encode(*what.asks, what.req, bytes) ? YRP_NO_ERR : YRP_INVALID_PARAM_ERR;
 }
@@ -93,15 +103,17 @@ const char *name_of(const request &what) {
 }
 
 void journal_request(const request &what, bool whole) {
-  if (!sim_journal_on())
+  if (!sim_journal_on()) {
     return;
+  }
   sim_journal_text("nas", "request", name_of(what), whole ? sim_message_json(*what.asks, what.req) : std::string(),
                    what.id);
 }
 
 void journal_response(const request &what, yrp_client_error_type transport) {
-  if (!sim_journal_on())
+  if (!sim_journal_on()) {
     return;
+  }
   std::string fields = members({{"transport", transport}});
   if (transport == YRP_NO_ERR) {
     const yrp_response_type_v01 &head = *static_cast<const yrp_response_type_v01 *>(what.resp);
@@ -109,22 +121,27 @@ void journal_response(const request &what, yrp_client_error_type transport) {
     sim_message body = *what.answers;
     body.parts = body.parts.subspan(1);  // without the head
     const std::string rest = sim_message_json(body, what.resp);
-    if (!rest.empty())
+    if (!rest.empty()) {
       fields += ", " + rest;
+    }
   }
   sim_journal_text("nas", "response", name_of(what), fields, what.id);
 }
 
 void put_fault(const request &what, const sim_fault_hit &fault) {
   yrp_response_type_v01 &head = *static_cast<yrp_response_type_v01 *>(what.resp);
-  if (fault.has_result)
+  if (fault.has_result) {
     head.result = fault.result;
-  if (fault.has_error)
+  }
+  if (fault.has_error) {
     head.error = fault.error;
-  if (!fault.clear)
+  }
+  if (!fault.clear) {
     return;
-  for (const std::string &flag : *fault.clear)
+  }
+  for (const std::string &flag : *fault.clear) {
     sim_message_clear(*what.answers, flag, what.resp);
+  }
 }
 
 /** The request reaches the service, unless the service refuses it by a fault. */
@@ -142,8 +159,9 @@ yrp_client_error_type serve(const request &what, const sim_fault_hit &fault) {
     put_fault(what, fault);
   }
   journal_response(what, status);
-  for (const std::function<void()> &next : then)
+  for (const std::function<void()> &next : then) {
     next();
+  }
   return status;
 }
 
@@ -159,25 +177,30 @@ yrp_client_error_type exchange(const request &what, unsigned int timeout_ms, con
   const bool late = timeout_ms > 0 && delay_ms > timeout_ms;
   sim_wait_ms(late ? timeout_ms : delay_ms);
   const yrp_client_error_type status = late ? YRP_TIMEOUT_ERR : sim_fault_status(fault);
-  if (status == YRP_NO_ERR)
+  if (status == YRP_NO_ERR) {
     return serve(what, fault);
+  }
   journal_response(what, status);
   return status;
 }
 
 yrp_client_error_type decode(yrp_client_type handle, unsigned int msg_type, unsigned int msg_id, const void *buf,
                              unsigned int len, void *out, unsigned int out_len) {
-  if (!out || (!buf && len > 0) || msg_type > YRP_MSG_INDICATION)
+  if (!out || (!buf && len > 0) || msg_type > YRP_MSG_INDICATION) {
     return YRP_INVALID_PARAM_ERR;
+  }
   const bool oxmap = is_client(handle, sim_client_kind::oxmap);
-  if (!oxmap && !is_client(handle, sim_client_kind::nas))
+  if (!oxmap && !is_client(handle, sim_client_kind::nas)) {
     return YRP_INVALID_PARAM_ERR;
+  }
   const sim_message *message =
       sim_message_find(oxmap ? sim_lib::oxmap : sim_lib::nas, static_cast<sim_direction>(msg_type), msg_id);
-  if (!message)
+  if (!message) {
     return YRP_UNKNOWN_MESSAGE_ERR;
-  if (out_len != message->size)
+  }
+  if (out_len != message->size) {
     return YRP_BUFFER_ERR;
+  }
   return sim_message_decode(*message, buf, len, out);
 }
 
@@ -195,15 +218,17 @@ yrp_service_object_type nas_get_service_object_internal_v01(int32_t major, int32
 yrp_client_error_type yrp_client_notifier_init(yrp_service_object_type service_object, yrp_client_os_params *os_params,
                                                yrp_client_type *user_handle) {
   return crossing("notifier_init", "", [=] {
-    if (service_object != &nas_service || !os_params || !user_handle)
+    if (service_object != &nas_service || !os_params || !user_handle) {
       return YRP_INVALID_PARAM_ERR;
+    }
     auto client = std::make_shared<sim_client>();
     client->kind = sim_client_kind::notifier;
     client->os_params = os_params;
     *user_handle = sim_client_add(std::move(client));
     const std::lock_guard guard(sim_board().lock);
-    if (sim_board().offered)
+    if (sim_board().offered) {
       os_params->signal = 1;
+    }
     return YRP_NO_ERR;
   });
 }
@@ -213,14 +238,16 @@ yrp_client_error_type yrp_client_get_service_list(yrp_service_object_type servic
                                                   unsigned int *num_services) {
   const sim_fault_hit fault = sim_call_text("yrp", "get_service_list", "");
   yrp_client_error_type status = sim_fault_status(fault);
-  if (service_object != &nas_service || !num_services)
+  if (service_object != &nas_service || !num_services) {
     status = YRP_INVALID_PARAM_ERR;
+  }
   {
     const std::lock_guard guard(sim_board().lock);
-    if (status == YRP_NO_ERR && !sim_board().offered)
+    if (status == YRP_NO_ERR && !sim_board().offered) {
       status = YRP_SERVICE_ERR;
-    else if (status != YRP_NO_ERR)
+    } else if (status != YRP_NO_ERR) {
       sim_timeline_at(sim_clock::now() + announce_again, sim_announce);
+    }
   }
   if (status == YRP_NO_ERR) {
     *num_services = 1;
@@ -239,10 +266,11 @@ void yrp_cci_os_signal_wait(yrp_client_os_params *os_params, unsigned int timeou
     sim_state &board = sim_board();
     std::unique_lock guard(board.lock);
     const auto given = [os_params] { return os_params->signal != 0; };
-    if (timeout_ms == 0)
+    if (timeout_ms == 0) {
       board.changed.wait(guard, given);
-    else
+    } else {
       board.changed.wait_for(guard, std::chrono::milliseconds(timeout_ms), given);
+    }
     signalled = given();
     os_params->signal = 0;
     os_params->timed_out = !signalled;
@@ -255,8 +283,9 @@ yrp_client_error_type yrp_client_register_notify_cb(yrp_client_type user_handle,
   return crossing("register_notify_cb", "", [=] {
     const std::lock_guard guard(sim_board().lock);
     const std::shared_ptr<sim_client> notifier = sim_client_find(user_handle, sim_client_kind::notifier);
-    if (!notifier)
+    if (!notifier) {
       return YRP_INVALID_PARAM_ERR;
+    }
     notifier->notify_cb = notify_cb;
     notifier->data = cb_data;
     return YRP_NO_ERR;
@@ -269,12 +298,14 @@ yrp_client_error_type yrp_client_init_instance(yrp_service_object_type service_o
                                                yrp_client_type *user_handle) {
   const std::string fields = members({{"instance", instance}, {"timeout_ms", timeout_ms}});
   return crossing("init_instance", fields, [=] {
-    if (service_object != &nas_service || !os_params || !user_handle)
+    if (service_object != &nas_service || !os_params || !user_handle) {
       return YRP_INVALID_PARAM_ERR;
+    }
     {
       std::unique_lock guard(sim_board().lock);
-      if (!wait_offered(sim_board(), guard, timeout_ms))
+      if (!wait_offered(sim_board(), guard, timeout_ms)) {
         return YRP_TIMEOUT_ERR;
+      }
     }
     *user_handle = sim_client_open(sim_lib::nas, ind_cb, ind_cb_data);
     const std::lock_guard guard(sim_board().lock);
@@ -290,8 +321,9 @@ yrp_client_error_type yrp_client_send_msg_sync(yrp_client_type user_handle, unsi
   what.asks = sim_message_find(sim_lib::nas, sim_direction::request, msg_id);
   what.answers = sim_message_find(sim_lib::nas, sim_direction::response, msg_id);
   yrp_client_error_type status = check(what);
-  if (!is_client(user_handle, sim_client_kind::nas))
+  if (!is_client(user_handle, sim_client_kind::nas)) {
     status = YRP_INVALID_PARAM_ERR;
+  }
 
   const bool whole = status == YRP_NO_ERR;
   journal_request(what, whole);
@@ -307,8 +339,9 @@ yrp_client_error_type yrp_client_send_msg_sync(yrp_client_type user_handle, unsi
 
 yrp_client_error_type yrp_client_message_decode(yrp_client_type user_handle, unsigned int msg_type, unsigned int msg_id,
                                                 const void *buf, unsigned int len, void *out, unsigned int out_len) {
-  if (out)
+  if (out) {
     memset(out, 0, out_len);
+  }
   const std::string fields = members({{"msg_type", msg_type}, {"msg_id", msg_id}, {"len", len}});
   return crossing("message_decode", fields,
                   [=] { return decode(user_handle, msg_type, msg_id, buf, len, out, out_len); });
@@ -319,8 +352,9 @@ yrp_client_error_type yrp_client_release(yrp_client_type user_handle) {
 }
 
 void sim_announce() {
-  if (sim_board_raw().offered)
+  if (sim_board_raw().offered) {
     sim_signal_notifiers();
+  }
 }
 
 void sim_notify(int32_t service_event) {
@@ -329,12 +363,14 @@ void sim_notify(int32_t service_event) {
   {
     const std::lock_guard guard(sim_board().lock);
     for (const auto &[handle, client] : sim_clients_of(sim_client_kind::notifier)) {
-      if (client->notify_cb)
+      if (client->notify_cb) {
         calls.emplace_back(client, [to = handle, notify_cb = client->notify_cb, data = client->data, service_event] {
           notify_cb(to, &nas_service, service_event, data);
         });
+      }
     }
   }
-  for (const auto &[client, call] : calls)
+  for (const auto &[client, call] : calls) {
     sim_call_back(client, call);
+  }
 }

@@ -90,8 +90,9 @@ struct sim_nas_client {
     const std::lock_guard guard(lock);
     std::vector<record> found;
     for (sim_received &message : received) {
-      if (message.id != id)
+      if (message.id != id) {
         continue;
+      }
       record &out = found.emplace_back();
       EXPECT_EQ(yrp_client_message_decode(handle, YRP_MSG_INDICATION, id, message.bytes.data(),
                                           static_cast<unsigned int>(message.bytes.size()), &out, sizeof out),
@@ -106,10 +107,12 @@ struct sim_nas_client {
       {
         const std::lock_guard guard(lock);
         size_t found = 0;
-        for (const sim_received &message : received)
+        for (const sim_received &message : received) {
           found += message.id == id;
-        if (found >= count)
+        }
+        if (found >= count) {
           return true;
+        }
       }
       timespec pause = {0, 1000000};
       nanosleep(&pause, nullptr);
@@ -129,8 +132,9 @@ struct sim_board_test : testing::Test {
   }
 
   void TearDown() override {
-    if (client.handle)
+    if (client.handle) {
       client.release();
+    }
     sim_board_journal_keep(false);
   }
 
@@ -139,8 +143,9 @@ struct sim_board_test : testing::Test {
     size_t found = 0;
     for (const std::string &line : sim_board_journal()) {
       bool all = true;
-      for (const char *text : texts)
+      for (const char *text : texts) {
         all = all && line.find(text) != std::string::npos;
+      }
       found += all;
     }
     return found;

@@ -50,10 +50,12 @@ void fill(const sim_field &field, uint8_t *base, std::mt19937_64 &random) {
   }
   for (uint32_t i = 0; i < count; i++) {
     uint8_t *entry = base + field.offset + i * field.size;
-    for (const sim_field &inner : field.fields)
+    for (const sim_field &inner : field.fields) {
       fill(inner, entry, random);
-    if (!field.fields.empty())
+    }
+    if (!field.fields.empty()) {
       continue;
+    }
     const uint64_t value = random();
     memcpy(entry, &value, field.size);
   }
@@ -63,11 +65,13 @@ bytes random_record(const sim_message &message, std::mt19937_64 &random) {
   bytes record(message.size);
   for (const sim_part &part : message.parts) {
     const bool present = !part.valid_name || random() % 2;
-    if (part.valid_name)
+    if (part.valid_name) {
       record[part.valid_offset] = present;
+    }
     for (const sim_field &field : part.fields) {
-      if (present)
+      if (present) {
         fill(field, record.data(), random);
+      }
     }
   }
   return record;
@@ -101,8 +105,9 @@ TEST(sim_codec, no_two_parts_of_a_message_share_a_type_and_all_flags_are_distinc
 
 TEST(sim_codec, every_request_has_a_response_that_begins_with_its_result) {
   for (const sim_message &message : sim_messages()) {
-    if (message.direction != sim_direction::request)
+    if (message.direction != sim_direction::request) {
       continue;
+    }
     const sim_message &response = message_of(message.lib, sim_direction::response, message.id);
     EXPECT_STREQ(response.name, message.name);
     EXPECT_STREQ(response.parts[0].fields[0].name, "resp");
@@ -202,13 +207,15 @@ TEST(sim_codec, mutated_and_random_bytes_decode_within_the_capacities_or_fail) {
     for (int i = 0; i < 5000; i++) {
       bytes wire;
       ASSERT_TRUE(sim_message_encode(message, random_record(message, random).data(), wire));
-      if (i % 4 == 0)
+      if (i % 4 == 0) {
         wire.resize(random() % 64);
+      }
       for (uint64_t hits = random() % 4; hits > 0 && !wire.empty(); hits--) {
         wire[random() % wire.size()] = static_cast<uint8_t>(random());
       }
-      if (i % 3 == 0 && !wire.empty())
+      if (i % 3 == 0 && !wire.empty()) {
         wire.resize(random() % wire.size());
+      }
       const bytes exact(wire);  // its own block, so that a read behind it is seen
       bytes record(message.size), again;
       if (sim_message_decode(message, exact.data(), exact.size(), record.data()) != 0) {

@@ -94,8 +94,9 @@ struct sim_env_files : sim_env {
 
   void SetUp() override {
     sim_env::SetUp();
-    if (std::filesystem::exists(file("scenario.toml")))
+    if (std::filesystem::exists(file("scenario.toml"))) {
       return;  // a child: its parent has made them
+    }
     std::ofstream(file("drive.csv")) << drive;
     std::ofstream(file("scenario.toml")) << scenario;
     std::ofstream(file("old")) << "old\n";
@@ -107,8 +108,9 @@ struct sim_env_files : sim_env {
 
   /** The first platform call with these files; in the folder, so that a name may be relative. */
   void start(const std::string &journal, const std::string &diag) const {
-    if (chdir(folder.c_str()) != 0)
+    if (chdir(folder.c_str()) != 0) {
       _exit(1);
+    }
     setenv("LYN_SIM_SCENARIO", file("scenario.toml").c_str(), 1);
     setenv("LYN_SIM_JOURNAL", journal.c_str(), 1);
     setenv("LYN_SIM_DIAG", diag.c_str(), 1);
@@ -193,8 +195,9 @@ TEST_F(sim_env, the_journal_has_every_line_of_a_process_that_is_killed) {
   EXPECT_EXIT(run(), testing::KilledBySignal(SIGKILL), "");
   std::istringstream lines(read_file(file("journal")));
   std::vector<std::string> found;
-  for (std::string line; std::getline(lines, line);)
+  for (std::string line; std::getline(lines, line);) {
     found.push_back(line.substr(line.find("\"lib\"")));
+  }
   EXPECT_EQ(found, (std::vector<std::string>{
                        R"("lib": "diag", "dir": "call", "name": "Diag_LSM_Init", "fields": {}})",
                        R"("lib": "diag", "dir": "return", "name": "Diag_LSM_Init", "fields": {"ok": true}})",

@@ -32,8 +32,9 @@ TEST_F(sim_fault, skip_lets_calls_pass_and_times_fails_so_many) {
   board("[[fault]]\non = \"nas.79\"\nskip = 2\ntimes = 3\ntransport = -7\n");
   yrp_nas_sig_info_resp_t resp;
   std::vector<int32_t> got;
-  for (int i = 0; i < 7; i++)
+  for (int i = 0; i < 7; i++) {
     got.push_back(ask(resp));
+  }
   EXPECT_EQ(got, (std::vector<int32_t>{0, 0, -7, -7, -7, 0, 0}));
 }
 
@@ -41,8 +42,9 @@ TEST_F(sim_fault, times_minus_one_fails_from_then_on) {
   board("[[fault]]\non = \"nas.79\"\nskip = 1\ntimes = -1\n");
   yrp_nas_sig_info_resp_t resp;
   EXPECT_EQ(ask(resp), 0);
-  for (int i = 0; i < 5; i++)
+  for (int i = 0; i < 5; i++) {
     EXPECT_EQ(ask(resp), -1);
+  }
 }
 
 TEST_F(sim_fault, skip_and_times_may_be_as_large_as_integers_are) {
@@ -51,8 +53,9 @@ TEST_F(sim_fault, skip_and_times_may_be_as_large_as_integers_are) {
       "[[fault]]\non = \"nas.79\"\nskip = 1\ntimes = 9223372036854775807\n");
   yrp_nas_sig_info_resp_t resp;
   EXPECT_EQ(ask(resp), 0);
-  for (int i = 0; i < 3; i++)
+  for (int i = 0; i < 3; i++) {
     EXPECT_EQ(ask(resp), -1);
+  }
 }
 
 TEST_F(sim_fault, the_first_matching_rule_wins) {

@@ -257,8 +257,9 @@ TEST_F(sim_location_test, nothing_is_called_once_the_client_is_gone) {
     std::atomic<bool> alive = true;
     std::atomic<int> dead_calls = 0;
     const auto seen = [&] {
-      if (!alive)
+      if (!alive) {
         ++dead_calls;
+      }
     };
     auto client = std::make_unique<LocationClientApi>([&](uint32_t) { seen(); });
     client->getSinglePosition(
@@ -285,8 +286,9 @@ TEST_F(sim_location_test, destruction_waits_for_the_callback_that_runs) {
         over = true;
       },
       nullptr);
-  while (!runs)
+  while (!runs) {
     rest(1);
+  }
   client_.reset();
   EXPECT_TRUE(over);
 }
@@ -302,8 +304,9 @@ TEST_F(sim_location_test, a_client_may_go_in_its_own_callback) {
         gone = true;
       },
       nullptr);
-  for (int time = 0; time < 500 && !gone; ++time)
+  for (int time = 0; time < 500 && !gone; ++time) {
     rest(10);
+  }
   EXPECT_TRUE(gone);
 }
 
@@ -346,8 +349,9 @@ TEST_F(sim_location_test, calls_and_callbacks_are_journaled) {
   ASSERT_TRUE(wait([this] { return !fixes_.empty(); }));
   client_.reset();
   std::string journal;
-  for (const std::string &line : sim_board_journal())
+  for (const std::string &line : sim_board_journal()) {
     journal += line + '\n';
+  }
   sim_board_journal_keep(false);
   for (const char *part :
        {"\"lib\": \"location\", \"dir\": \"call\", \"name\": \"LocationClientApi\", \"fields\": {}",
@@ -357,8 +361,9 @@ TEST_F(sim_location_test, calls_and_callbacks_are_journaled) {
         "\"dir\": \"return\", \"name\": \"getSinglePosition\", \"fields\": {}",
         "\"dir\": \"event\", \"name\": \"response\", \"fields\": {\"response\": 0}",
         "\"dir\": \"event\", \"name\": \"location\"", "\"latitude\": 51.935590000000005",
-        "\"dir\": \"call\", \"name\": \"~LocationClientApi\""})
+        "\"dir\": \"call\", \"name\": \"~LocationClientApi\""}) {
     EXPECT_NE(journal.find(part), std::string::npos) << part << '\n' << journal;
+  }
 }
 
 TEST_F(sim_location_test, texts_are_the_same_under_every_locale) {

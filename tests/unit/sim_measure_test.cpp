@@ -35,8 +35,9 @@ struct sim_measure : sim_board_test {
 
   void TearDown() override {
     sim_board_test::TearDown();
-    if (folder.empty())
+    if (folder.empty()) {
       return;
+    }
     unlink((folder + "/drive.csv").c_str());
     rmdir(folder.c_str());
   }
@@ -72,8 +73,9 @@ struct sim_measure : sim_board_test {
 
   std::vector<int> reported_rsrp() {
     std::vector<int> values;
-    for (const yrp_nas_sig_info_ind_t &ind : reports())
+    for (const yrp_nas_sig_info_ind_t &ind : reports()) {
       values.push_back(ind.lte_sig_info.rsrp);
+    }
     return values;
   }
 
@@ -200,8 +202,9 @@ TEST_F(sim_measure, noise_moves_the_values_within_limits_and_the_same_for_one_se
   }
   std::set<int> distinct(runs[0].begin(), runs[0].end());
   EXPECT_GT(distinct.size(), 3U);
-  for (const int value : runs[0])
+  for (const int value : runs[0]) {
     EXPECT_LE(std::abs(value + 95), 6);
+  }
   // The first report is of the moment of the 108, between two ticks of its own.
   const size_t both = std::min(runs[0].size(), runs[1].size());
   EXPECT_TRUE(std::equal(runs[0].begin() + 1, runs[0].begin() + 20, runs[1].begin() + 1) || both < 20);
@@ -323,14 +326,18 @@ TEST_F(sim_measure, rows_stand_before_what_they_cause_and_the_end_behind) {
   size_t at[4] = {};
   const std::vector<std::string> lines = sim_board_journal();
   for (size_t i = 0; i < lines.size(); i++) {
-    if (lines[i].find("{\"row\": 0}") != std::string::npos)
+    if (lines[i].find("{\"row\": 0}") != std::string::npos) {
       at[0] = i;
-    if (lines[i].find("{\"row\": 1}") != std::string::npos)
+    }
+    if (lines[i].find("{\"row\": 1}") != std::string::npos) {
       at[1] = i;
-    if (lines[i].find("\"rsrp\": -80") != std::string::npos)
+    }
+    if (lines[i].find("\"rsrp\": -80") != std::string::npos) {
       at[2] = i;
-    if (lines[i].find("trace_end") != std::string::npos)
+    }
+    if (lines[i].find("trace_end") != std::string::npos) {
       at[3] = i;
+    }
   }
   EXPECT_LT(at[0], at[1]);
   EXPECT_LT(at[1], at[2]);
@@ -347,13 +354,15 @@ TEST_F(sim_measure, a_drive_of_one_row_ends_at_its_start) {
 
 TEST_F(sim_measure, rows_follow_at_the_speed_of_the_trace) {
   std::string lines;
-  for (int i = 0; i < 51; i++)
+  for (int i = 0; i < 51; i++) {
     lines += line({});
+  }
   drive(lines, "speed = 500\nafter = \"nas.108\"\n");
   const auto start = std::chrono::steady_clock::now();
   configure(1);
-  while (journaled({"trace_end"}) == 0)
+  while (journaled({"trace_end"}) == 0) {
     usleep(1000);
+  }
   const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
   EXPECT_GE(ms, 100);
   EXPECT_LT(ms, 1000);

@@ -286,20 +286,23 @@ TEST_F(sim_nas, a_scan_answers_with_the_neighbours_of_the_asked_type) {
 TEST_F(sim_nas, ten_thousand_scans_are_answered_in_the_order_asked) {
   board("[scan]\nanswer_ms = 0\n");
   sim_board_journal_keep(false);
-  for (int i = 0; i < 10000; i++)
+  for (int i = 0; i < 10000; i++) {
     scan(i % 2 ? YRP_NAS_NETWORK_TYPE_NR5G : YRP_NAS_NETWORK_TYPE_LTE);
+  }
   ASSERT_TRUE(client.wait_for(YRP_NAS_INCREMENTAL_NETWORK_SCAN, 10000));
   const auto found = client.indications<yrp_nas_incremental_scan_ind_t>(YRP_NAS_INCREMENTAL_NETWORK_SCAN);
   ASSERT_EQ(found.size(), 10000U);
-  for (size_t i = 0; i < found.size(); i++)
+  for (size_t i = 0; i < found.size(); i++) {
     ASSERT_EQ(found[i].lte_nbr_info_valid, i % 2 == 0) << i;
+  }
 }
 
 TEST_F(sim_nas, more_scans_than_the_clock_can_count_are_waited_for) {
   ASSERT_EQ(sim_board_load("[scan]\nanswer_ms = 86400000\n"), "");
   client.connect();
-  for (int i = 0; i < 110000; i++)  // the clock counts some 107,000 days
+  for (int i = 0; i < 110000; i++) {  // the clock counts some 107,000 days
     ASSERT_EQ(scan(YRP_NAS_NETWORK_TYPE_LTE).resp.result, 0U);
+  }
   EXPECT_TRUE(client.indications<yrp_nas_incremental_scan_ind_t>(YRP_NAS_INCREMENTAL_NETWORK_SCAN).empty());
 }
 

@@ -182,8 +182,9 @@ TEST_F(sim_oxmap_test, a_second_qos_query_before_the_answer_is_refused_with_118)
 TEST_F(sim_oxmap_test, a_policy_list_holds_the_first_fifty_profiles) {
   for (const uint32_t profiles : {0U, 1U, 3U, 50U, 60U}) {
     std::string scenario = "wwan.profile = [";
-    for (uint32_t index = 1; index <= profiles; ++index)
+    for (uint32_t index = 1; index <= profiles; ++index) {
       scenario += "{ index = " + std::to_string(index) + ", apn = \"apn" + std::to_string(index) + "\" }, ";
+    }
     load(scenario + "]");
     auto list = std::make_unique<oxmap_wwan_policy_list_t>();
     ASSERT_TRUE(client->GetWWANPolicyListEx(list.get(), &error));
@@ -290,8 +291,9 @@ TEST_F(sim_oxmap_test, a_configuration_is_journaled_with_its_addresses_as_text) 
   ASSERT_GE(journal.size(), 2U);
   for (const char *part : {"\"dir\": \"call\", \"name\": \"ConfigureMTPE\", \"fields\": {\"ip_family\": 10",
                            "\"src_port\": 5001", "\"server_url\": \"server.example\"", "\"src_ipv4\": \"192.0.2.1\"",
-                           "\"dst_ipv4\": \"0.0.0.0\"", "\"dst_ipv6\": \"2001:db8::1\"", "\"test_params_valid\": 0}"})
+                           "\"dst_ipv4\": \"0.0.0.0\"", "\"dst_ipv6\": \"2001:db8::1\"", "\"test_params_valid\": 0}"}) {
     EXPECT_NE(journal[0].find(part), std::string::npos) << part << '\n' << journal[0];
+  }
   EXPECT_NE(
       journal[1].find("\"dir\": \"return\", \"name\": \"ConfigureMTPE\", \"fields\": {\"ok\": true, \"error\": 0}"),
       std::string::npos)

@@ -32,8 +32,9 @@ std::string error_of(const std::string &text, const std::string &folder = ".") {
 
 std::string repeated(const std::string &text, int count) {
   std::string all;
-  for (int at = 0; at < count; ++at)
+  for (int at = 0; at < count; ++at) {
     all += text;
+  }
   return all;
 }
 
@@ -486,13 +487,15 @@ TEST_P(sim_scenario_time_test, is_at_most_a_day) {
   read(with("0"));
   read(with("0.001"));
   read(with("86400000"));
-  for (const char *value : {"86400001", "86400000.5", "1e300", "9223372036854775807", "inf", "nan"})
+  for (const char *value : {"86400001", "86400000.5", "1e300", "9223372036854775807", "inf", "nan"}) {
     EXPECT_NE(error_of(with(value)).find(" is out of range ("), std::string::npos) << value;
+  }
 }
 
 TEST_P(sim_scenario_time_test, is_not_negative_unless_minus_1_means_never) {
-  for (const char *value : {"-0.5", "-1e-300", "-0.999", "-1.5", "-2", "-7", "-inf"})
+  for (const char *value : {"-0.5", "-1e-300", "-0.999", "-1.5", "-2", "-7", "-inf"}) {
     EXPECT_NE(error_of(with(value)).find(" is out of range ("), std::string::npos) << value;
+  }
   if (GetParam().never) {
     read(with("-1"));
     read(with("-1.0"));

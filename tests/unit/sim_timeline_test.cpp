@@ -12,8 +12,9 @@ struct sim_timeline : sim_board_test {
     EXPECT_TRUE(sim_board_wait_idle(30000));
     const std::lock_guard guard(client.lock);
     std::vector<uint32_t> found;
-    for (const sim_received &message : client.received)
+    for (const sim_received &message : client.received) {
       found.push_back(message.id);
+    }
     return found;
   }
 };

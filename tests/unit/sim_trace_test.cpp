@@ -64,15 +64,17 @@ class sim_trace_test : public testing::Test {
   static std::vector<std::string> cut(const std::string &line) {
     std::vector<std::string> fields;
     std::istringstream in(line.substr(0, line.find('\n')));
-    for (std::string field; std::getline(in, field, ',');)
+    for (std::string field; std::getline(in, field, ',');) {
       fields.push_back(field);
+    }
     return fields;
   }
 
   static std::string join(const std::vector<std::string> &fields) {
     std::string line;
-    for (const std::string &field : fields)
+    for (const std::string &field : fields) {
       line += (line.empty() ? "" : ",") + field;
+    }
     return line + '\n';
   }
 
@@ -117,8 +119,9 @@ TEST_F(sim_trace_test, byte_order_mark_carriage_returns_blanks_and_quotes_are_to
   std::string text = "\xEF\xBB\xBF\"Timestamp\"," + header.substr(10);
   text +=
       "\"2020.02.14_07.29.00\" , -8.388198,\t51.93559 ,36, \"LTE\",-90 ,-8,\"5.0\",10,9CBA,11016962,-95.0, -10.0 \t\n";
-  for (size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 2)
+  for (size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 2) {
     text.replace(at, 1, "\r\n");
+  }
   const std::vector<sim_trace_row> rows = load(text + "\r\n\n");
   EXPECT_EQ(load(text + "\r\n  \n").size(), 1U);
   ASSERT_EQ(rows.size(), 1U);
@@ -202,13 +205,15 @@ TEST_F(sim_trace_test, fractions_round_half_away_from_zero) {
                                            {"-91.5", -92},   {"-90.4", -90},
                                            {"-99.5", -100},  {"-9.05e1", -91},
                                            {"-905E-1", -91}, {"-0090.50", -91}};
-  for (const auto &[field, value] : rsrp)
+  for (const auto &[field, value] : rsrp) {
     EXPECT_EQ(with("RSRP", field).rsrp, value) << field;
+  }
   const std::map<std::string, int> snr = {{"5.0", 50},    {"5", 50},        {"5.26", 53},  {"5.24", 52}, {"5.25", 53},
                                           {"-5.25", -53}, {"0.05", 1},      {"-0.05", -1}, {"0.04", 0},  {"-0.04", 0},
                                           {"+7.5", 75},   {"1.005e1", 101}, {".25", 3},    {"12.", 120}, {"8.15", 82}};
-  for (const auto &[field, value] : snr)
+  for (const auto &[field, value] : snr) {
     EXPECT_EQ(with("SNR", field).snr, value) << field;
+  }
   EXPECT_EQ(with("RSRQ", "-8.5").rsrq, -9);
   EXPECT_EQ(with("RSRQ", "0.5").rsrq, 1);
   EXPECT_EQ(with("CQI", "9.5").cqi, 10);
@@ -229,8 +234,9 @@ TEST_F(sim_trace_test, the_tracking_area_is_hexadecimal) {
   EXPECT_EQ(with("LACHEX", "0").tac, 0);
   EXPECT_EQ(with("LACHEX", "10").tac, 16);
   EXPECT_EQ(with("LACHEX", "FFFF").tac, 0xFFFF);
-  for (const char *field : {"", "-", "10000", "2147483647", "-1", "0x9CBA", "9CBG", "9C BA"})
+  for (const char *field : {"", "-", "10000", "2147483647", "-1", "0x9CBA", "9CBG", "9C BA"}) {
     EXPECT_FALSE(with("LACHEX", field).tac) << field;
+  }
 }
 
 TEST_F(sim_trace_test, positions_are_kept_to_the_last_digit) {
@@ -248,8 +254,10 @@ TEST_F(sim_trace_test, the_nr_columns_are_optional) {
 
 TEST_F(sim_trace_test, odd_timestamps_lose_no_row) {
   EXPECT_EQ(with("Timestamp", "1970.01.01_00.00.01").timestamp_ms, 1000);
-  for (const char *field : {"", "-", "yesterday", "2020.02.30_07.29.00", "2020.02.14_24.00.00", "2020.02.14 07.29.00"})
+  for (const char *field :
+       {"", "-", "yesterday", "2020.02.30_07.29.00", "2020.02.14_24.00.00", "2020.02.14 07.29.00"}) {
     EXPECT_EQ(with("Timestamp", field).timestamp_ms, 0) << field;
+  }
   const std::string earlier = "2019" + clean_row.substr(4);
   EXPECT_EQ(load(header + clean_row + earlier + clean_row + clean_row).size(), 4U);
 }
@@ -281,8 +289,9 @@ TEST_F(sim_trace_test, a_whole_last_line_needs_no_line_break) {
 
 TEST_F(sim_trace_test, a_missing_column_is_an_error_with_its_line) {
   for (const std::string &name : cut(header)) {
-    if (name == "Timestamp")
+    if (name == "Timestamp") {
       continue;
+    }
     std::vector<std::string> names = cut(header);
     std::erase(names, name);
     EXPECT_EQ(error_of(join(names) + clean_row), ":1: no column " + name);
@@ -311,16 +320,18 @@ TEST_F(sim_trace_test, what_no_drive_can_be_is_refused_where_it_is_seen) {
   EXPECT_EQ(error_of(header + clean_row + "\n" + commas), ":4: a line of more than 65536 octets");
   EXPECT_EQ(load(header + clean_row + longest).size(), 2U);
   std::string rows = header;
-  for (int row = 0; row < 1000000; ++row)
+  for (int row = 0; row < 1000000; ++row) {
     rows += ",\n";
+  }
   EXPECT_EQ(load(rows).size(), 1000000U);
   EXPECT_EQ(error_of(rows + "," + "\n"), ":1000002: more than 1000000 rows");
 }
 
 TEST_F(sim_trace_test, a_long_log_is_read_at_once) {
   std::string text = header;
-  for (int row = 0; row < 100000; ++row)
+  for (int row = 0; row < 100000; ++row) {
     text += clean_row;
+  }
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(load(text).size(), 100000U);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20)) << "a sanitizer build is slow, too";
@@ -468,8 +479,9 @@ std::vector<std::map<std::string, std::string>> read_plainly(const std::string &
     std::istringstream fields(line);
     std::string field;
     for (size_t at = 0; std::getline(fields, field, ','); ++at) {
-      if (rows.empty() && names.size() == at)
+      if (rows.empty() && names.size() == at) {
         names.push_back(field);
+      }
       row[names.at(at)] = field;
     }
     rows.push_back(row);
@@ -482,16 +494,18 @@ std::vector<std::map<std::string, std::string>> read_plainly(const std::string &
 std::optional<int> plainly(const std::string &field, double min, double max, int scale = 1) {
   char *end = nullptr;
   const double value = strtod(field.c_str(), &end);
-  if (field.empty() || field == "-" || *end || value < min || value > max)
+  if (field.empty() || field == "-" || *end || value < min || value > max) {
     return {};
+  }
   EXPECT_EQ(value * scale, std::floor(value * scale)) << field;
   return static_cast<int>(value * scale);
 }
 
 TEST_P(sim_trace_drive_test, is_read_as_an_independent_reader_reads_it) {
   const char *folder = getenv("LYN_DRIVES");
-  if (!folder)
+  if (!folder) {
     GTEST_SKIP() << "LYN_DRIVES does not name the folder of the recorded drives";
+  }
   const std::string file = std::string(folder) + '/' + GetParam().file;
   std::string error;
   const std::optional<std::vector<sim_trace_row>> rows = sim_trace_load(file, error);
@@ -519,8 +533,9 @@ TEST_P(sim_trace_drive_test, is_read_as_an_independent_reader_reads_it) {
     EXPECT_EQ(row.latitude, strtod(field("Latitude").c_str(), nullptr));
     EXPECT_EQ(row.speed, strtod(field("Speed").c_str(), nullptr) / 3.6);
     EXPECT_GT(row.timestamp_ms, 1570000000000);
-    if (HasFailure())
+    if (HasFailure()) {
       break;
+    }
   }
 }
 

@@ -108,10 +108,12 @@ TEST_F(sim_yrp, after_release_no_callback_runs_any_more) {
   yrp_client_os_params signal = {};
   yrp_client_type handle = nullptr;
   ASSERT_EQ(yrp_client_init_instance(service, YRP_INSTANCE_ANY, slow_callback, nullptr, &signal, 100, &handle), 0);
-  for (int i = 0; i < 5; i++)
+  for (int i = 0; i < 5; i++) {
     sim_board_post("nas", YRP_NAS_SIG_INFO_IND, {});
-  while (!inside)
+  }
+  while (!inside) {
     std::this_thread::yield();
+  }
   EXPECT_EQ(yrp_client_release(handle), 0);
   EXPECT_FALSE(inside);
   const int before = calls;
