@@ -287,7 +287,7 @@ static lyn_cmdq_post_e lyn_cmdq_append(lyn_cmdq_t *cmdq, lyn_cmd *cmd, const voi
   }
   seen->max = cmdq->max;
   seen->before = lyn_cmdq_count(cmdq);
-  if (!lyn_cmdq_has_room(cmdq)) {
+  if (*chunk != nullptr && !lyn_cmdq_has_room(cmdq)) {
     if ((*chunk)->node == nullptr) {
       return LYN_CMDQ_NO_NODE;
     }
@@ -421,22 +421,22 @@ static bool lyn_cmdthrd_run_claimed(lyn_cmdq_t *cmdq, lyn_cmdq_item_t *item) {
   return lyn_cmdthrd_run(item);
 }
 
-/** With the mutex held: make the first chunk the next run. False: there is none. */
-static bool lyn_cmdthrd_take_run(lyn_cmdq_t *cmdq) {
+/** With the mutex held: make the first chunk the next run and claim its first item. Null: there is none. */
+static lyn_cmdq_item_t *lyn_cmdthrd_take_run(lyn_cmdq_t *cmdq) {
   uint32_t end = 0;
   lyn_cmdq_chunk_t *chunk = lyn_cmdq_first(cmdq, &end);
   if (chunk == nullptr) {
-    return false;
+    return nullptr;
   }
   lyn_cmdq_unlist_first(cmdq);
   const auto items = static_cast<int32_t>(end - chunk->taken);
   cmdq->run = {.chunk = chunk,
-               .next = chunk->taken,
+               .next = chunk->taken + 1,
                .end = end,
                .uncounted = 0,
                .counts_late = lyn_cmdq_count(cmdq) - items > cmdq->max,
                .is_left = false};
-  return true;
+  return &chunk->items[chunk->taken];
 }
 
 /** With the mutex held and the queue empty: wait for a signal unless there is a stop; release it. False: as above. */
@@ -451,14 +451,13 @@ static bool lyn_cmdthrd_wait(lyn_cmdq_t *cmdq) {
   return lyn_cmdq_unlock(cmdq) && waited;
 }
 
-/** With the mutex held behind a run that was taken: claim its first item and release it. False: as above. */
-static bool lyn_cmdthrd_begin_run(lyn_cmdq_t *cmdq, lyn_cmdq_item_t **item) {
-  *item = lyn_run_claim(&cmdq->run);
+/** With the mutex held and an item claimed: release it. False: as above, and the item is discarded. */
+static bool lyn_cmdthrd_begin_run(lyn_cmdq_t *cmdq, lyn_cmdq_item_t *item) {
   if (lyn_cmdq_unlock(cmdq)) {
     return true;
   }
   lyn_cmdq_count_add(cmdq, -1);
-  lyn_item_discard(*item);
+  lyn_item_discard(item);
   return false;
 }
 
@@ -469,7 +468,8 @@ static bool lyn_cmdthrd_next_run(lyn_cmdq_t *cmdq, lyn_cmdq_item_t **item) {
   }
   lyn_cmdq_chunk_t *done = lyn_run_end(cmdq);
   lyn_cmdq_chunk_t *surplus = done != nullptr ? lyn_chunk_keep(done) : nullptr;  // not freed under the mutex
-  const bool goes_on = lyn_cmdthrd_take_run(cmdq) ? lyn_cmdthrd_begin_run(cmdq, item) : lyn_cmdthrd_wait(cmdq);
+  *item = lyn_cmdthrd_take_run(cmdq);
+  const bool goes_on = *item != nullptr ? lyn_cmdthrd_begin_run(cmdq, *item) : lyn_cmdthrd_wait(cmdq);
   lyn_chunk_free(surplus);
   return goes_on;
 }
@@ -531,8 +531,8 @@ void lyn_cmdthrd_deinit(lyn_cmdq_t *cmdq) {
   bool locked = lyn_cmdq_lock(cmdq);  // an unguarded stop is better than none
   std::atomic_ref(cmdq->stop).store(true);
   std::atomic_ref(cmdq->running).store(false);
-  if (pthread_cond_signal(lyn_cmdq_cond(cmdq)) <
-      0) {  // NOLINT(bugprone-posix-return): deliberate, as in lyn_door_enter
+  // Deliberate, as in lyn_door_enter. NOLINTNEXTLINE(bugprone-posix-return)
+  if (pthread_cond_signal(lyn_cmdq_cond(cmdq)) < 0) {
     LYN_LOG_ERROR("pthread_cond_signal failed:");
   }
   if (locked) {
