@@ -439,29 +439,15 @@ static lyn_cmdq_item_t *lyn_cmdthrd_take_run(lyn_cmdq_t *cmdq) {
   return &chunk->items[chunk->taken];
 }
 
-/** With the mutex held and the queue empty: wait for a signal unless there is a stop; release it. False: as above. */
+/** With the mutex held and the queue empty: wait for a signal unless there is a stop. */
 static bool lyn_cmdthrd_wait(lyn_cmdq_t *cmdq) {
-  bool waited = true;
-  if (!lyn_cmdthrd_is_stopped(cmdq)) {
-    waited = pthread_cond_wait(lyn_cmdq_cond(cmdq), lyn_cmdq_mutex(cmdq)) == 0;
-    if (!waited) {
-      LYN_LOG_ERROR("pthread_cond_wait failed:");
-    }
-  }
-  return lyn_cmdq_unlock(cmdq) && waited;
+  return lyn_cmdthrd_is_stopped(cmdq) || pthread_cond_wait(lyn_cmdq_cond(cmdq), lyn_cmdq_mutex(cmdq)) == 0;
 }
 
-/** With the mutex held and an item claimed: release it. False: as above, and the item is discarded. */
-static bool lyn_cmdthrd_begin_run(lyn_cmdq_t *cmdq, lyn_cmdq_item_t *item) {
-  if (lyn_cmdq_unlock(cmdq)) {
-    return true;
-  }
-  lyn_cmdq_count_add(cmdq, -1);
-  lyn_item_discard(item);
-  return false;
-}
-
-/** Behind a run: claim the first item of the next one, or wait where there is none. False: the thread ends. */
+/**
+ * Behind a run: claim the first item of the next one, or wait where there is none. False: the thread ends, and what it
+ * has claimed is discarded.
+ */
 static bool lyn_cmdthrd_next_run(lyn_cmdq_t *cmdq, lyn_cmdq_item_t **item) {
   if (!lyn_cmdq_lock(cmdq)) {
     return false;
@@ -469,9 +455,18 @@ static bool lyn_cmdthrd_next_run(lyn_cmdq_t *cmdq, lyn_cmdq_item_t **item) {
   lyn_cmdq_chunk_t *done = lyn_run_end(cmdq);
   lyn_cmdq_chunk_t *surplus = done != nullptr ? lyn_chunk_keep(done) : nullptr;  // not freed under the mutex
   *item = lyn_cmdthrd_take_run(cmdq);
-  const bool goes_on = *item != nullptr ? lyn_cmdthrd_begin_run(cmdq, *item) : lyn_cmdthrd_wait(cmdq);
+  const bool waited = *item != nullptr || lyn_cmdthrd_wait(cmdq);
+  const bool unlocked = pthread_mutex_unlock(lyn_cmdq_mutex(cmdq)) == 0;
+  if (!waited) {
+    LYN_LOG_ERROR("pthread_cond_wait failed:");
+  }
+  lyn_cmdq_unlocked(unlocked);
   lyn_chunk_free(surplus);
-  return goes_on;
+  if (*item != nullptr && !unlocked) {
+    lyn_cmdq_count_add(cmdq, -1);
+    lyn_item_discard(*item);
+  }
+  return waited && unlocked;
 }
 
 /** Run the next command, or wait where there is none. False: the thread ends. */
@@ -528,16 +523,16 @@ void lyn_cmdthrd_deinit(lyn_cmdq_t *cmdq) {
     LYN_LOG_ERROR("lyn_cmdthrd_deinit: Bad Param cmdq NULL");
     return;
   }
-  bool locked = lyn_cmdq_lock(cmdq);  // an unguarded stop is better than none
+  const bool locked = lyn_cmdq_lock(cmdq);  // an unguarded stop is better than none
   std::atomic_ref(cmdq->stop).store(true);
   std::atomic_ref(cmdq->running).store(false);
+  const int signalled = pthread_cond_signal(lyn_cmdq_cond(cmdq));
+  const bool unlocked = !locked || pthread_mutex_unlock(lyn_cmdq_mutex(cmdq)) == 0;
   // Deliberate, as in lyn_door_enter. NOLINTNEXTLINE(bugprone-posix-return)
-  if (pthread_cond_signal(lyn_cmdq_cond(cmdq)) < 0) {
+  if (signalled < 0) {
     LYN_LOG_ERROR("pthread_cond_signal failed:");
   }
-  if (locked) {
-    lyn_cmdq_unlock(cmdq);
-  }
+  lyn_cmdq_unlocked(unlocked);
 }
 
 /* Life cycle */
