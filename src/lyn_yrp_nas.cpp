@@ -5,8 +5,8 @@
  * Connecting waits until the modem offers the service. The notifier watches the service and reports a restart of the
  * modem; nothing is connected or registered again then, that is for whoever receives the event.
  *
- * A handle that the library refuses to release stays, with what it is registered for. Connecting again makes what is
- * missing and nothing twice.
+ * After a release that the library refused half way connecting again makes what is missing and nothing twice. A
+ * connection that failed is forgotten whole.
  */
 #include "lyn_event.h"
 #include "lyn_yrp_nas_priv.h"
@@ -304,6 +304,13 @@ static int32_t lyn_nas_close(yrp_client_type &handle, bool &in_use) {
   return status;
 }
 
+/** Release a handle, if there is one, and forget it even where the library refuses: deliberate. */
+static void lyn_nas_drop(yrp_client_type &handle, bool &in_use) {
+  (void)lyn_nas_close(handle, in_use);
+  handle = nullptr;
+  in_use = false;
+}
+
 int32_t lyn_yrp_nas_init(void) {
   if (yrp_nas_watched && yrp_nas_registered) {
     LYN_LOG_HIGH("YRP NAS client module already initialized");
@@ -311,8 +318,8 @@ int32_t lyn_yrp_nas_init(void) {
   }
   const int32_t status = lyn_nas_connect();
   if (status != OX_LYN_SUCCESS) {
-    (void)lyn_nas_close(yrp_nas_notifier, yrp_nas_watched);
-    (void)lyn_nas_close(yrp_nas_clnt_handle, yrp_nas_registered);
+    lyn_nas_drop(yrp_nas_notifier, yrp_nas_watched);
+    lyn_nas_drop(yrp_nas_clnt_handle, yrp_nas_registered);
   }
   return status;
 }
