@@ -47,9 +47,9 @@ struct {
   std::atomic<bool> held{false};
   uint32_t next[max_producers] = {};
   bool in_order = true;
-  uint64_t longest_backlog = 0;            /**< as looked at once in so many events */
-  std::vector<bench_clock::time_point> at; /**< when the callback ran for each event, where there is room */
-  uint64_t wake_at = 0;                    /**< posts `reached` for this event */
+  uint64_t longest_backlog = 0;          /**< as looked at once in so many events */
+  bench_clock::time_point *at = nullptr; /**< when the callback ran for each event, or null */
+  uint64_t wake_at = 0;                  /**< posts `reached` for this event */
   bench_clock::time_point finished;
   sem_t reached;
   posted_count posted[max_producers];
@@ -57,27 +57,23 @@ struct {
 
 uint64_t sink_posted() {
   uint64_t events = 0;
-  for (const posted_count &one : sink.posted) {
+  for (const posted_count &one : sink.posted)
     events += one.events.load(std::memory_order_relaxed);
-  }
   return events;
 }
 
 void on_event(ox_lyn_hndl_t, ox_lyn_dm_info_t *info, uint32_t) {
   constexpr uint64_t look_each = 256;
   const auto value = static_cast<uint32_t>(info->value.i64);
-  if (!sink.at.empty()) {
+  if (sink.at != nullptr)
     sink.at[value % (1U << number_bits)] = bench_clock::now();
-  }
   sink.in_order = sink.in_order && value % (1U << number_bits) == sink.next[value >> number_bits]++;
   free(info);
-  while (sink.held.load(std::memory_order_acquire)) {
+  while (sink.held.load(std::memory_order_acquire))
     std::this_thread::yield();
-  }
   const uint64_t seen = sink.seen.load(std::memory_order_relaxed) + 1;
-  if (seen % look_each == 0) {
+  if (seen % look_each == 0)
     sink.longest_backlog = std::max(sink.longest_backlog, sink_posted() - std::min(sink_posted(), seen));
-  }
   sink.seen.store(seen, std::memory_order_release);
   if (seen == sink.wake_at) {
     sink.finished = bench_clock::now();
@@ -90,9 +86,8 @@ void sink_reset() {
   sink.wake_at = 0;
   sink.longest_backlog = 0;
   std::fill(std::begin(sink.next), std::end(sink.next), 0U);
-  for (posted_count &one : sink.posted) {
+  for (posted_count &one : sink.posted)
     one.events = 0;
-  }
 }
 
 void sink_expect(uint64_t count) {
@@ -109,6 +104,7 @@ ox_lyn_hndl_t module_handle;
 
 void module_up() {
   bench_require(ox_lyn_init(&module_handle, 0, on_event) == OX_LYN_SUCCESS, "the module does not come up");
+  bench_require(sim_board_wait_idle(10000), "the board does not come to rest");
   lyn_state.ind_table.reg_status = 1;  // subscribed, without the board's own first report of it
 }
 
@@ -124,9 +120,8 @@ struct contestant_lyn {
     module_up();
   }
   void post(uint32_t id, void *data) {
-    if (lyn_post_async_event(id, data) != OX_LYN_SUCCESS) {
+    if (lyn_post_async_event(id, data) != OX_LYN_SUCCESS)
       bench_fail("a post was refused");
-    }
   }
   void stop() {}
 };
@@ -136,7 +131,6 @@ void post_number(Queue &queue, uint32_t producer, uint32_t number) {
   auto *status = static_cast<uint32_t *>(malloc(sizeof(uint32_t)));
   *status = producer << number_bits | number;
   queue.post(LYN_EVENT_SYS_INFO, status);
-  sink.posted[producer].events.store(number + 1, std::memory_order_relaxed);
 }
 
 /* Throughput */
@@ -159,14 +153,14 @@ throughput_result throughput(Queue &queue, uint32_t producers, uint32_t events) 
       start.arrive_and_wait();
       for (uint32_t number = 0; number < each; number++) {
         post_number(queue, producer, number);
+        sink.posted[producer].events.store(number + 1, std::memory_order_relaxed);
       }
     });
   }
   sink_wait();
   const double seconds = std::chrono::duration<double>(sink.finished - began).count();
-  for (std::thread &thread : threads) {
+  for (std::thread &thread : threads)
     thread.join();
-  }
   return {each * producers / seconds, static_cast<double>(sink.longest_backlog)};
 }
 
@@ -184,11 +178,12 @@ uint32_t pace(uint32_t rate, uint32_t events, Post &&post) {
     return start + std::chrono::nanoseconds(uint64_t{number + 1} * 1000000000 / rate);
   };
   uint32_t sleeps = 0;
-  for (uint32_t number = 0; number < events; sleeps++) {
-    std::this_thread::sleep_until(due(number));
-    for (const auto now = bench_clock::now(); number < events && due(number) <= now; number++) {
-      post(number);
+  for (uint32_t number = 0; number < events; number++) {
+    if (bench_clock::now() < due(number)) {
+      std::this_thread::sleep_until(due(number));
+      sleeps++;
     }
+    post(number);
   }
   return sleeps;
 }
@@ -228,20 +223,19 @@ struct latency_result {
 
 template <typename Queue>
 latency_result paced_latency(Queue &queue, uint32_t rate, uint32_t events) {
-  std::vector<bench_clock::time_point> posted(events);
+  std::vector<bench_clock::time_point> posted(events), called(events);
   sink_reset();
   sink_expect(events);
-  sink.at.resize(events);
+  sink.at = called.data();
   pace(rate, events, [&queue, &posted](uint32_t number) {
     posted[number] = bench_clock::now();
     post_number(queue, 0, number);
   });
   sink_wait();
   std::vector<double> us;
-  for (uint32_t number = 0; number < events; number++) {
-    us.push_back(std::chrono::duration<double, std::micro>(sink.at[number] - posted[number]).count());
-  }
-  sink.at.clear();
+  for (uint32_t number = 0; number < events; number++)
+    us.push_back(std::chrono::duration<double, std::micro>(called[number] - posted[number]).count());
+  sink.at = nullptr;
   return {bench_quantile(us, 0.5), bench_quantile(us, 0.99)};
 }
 
@@ -256,9 +250,8 @@ double backlog(Queue &queue, uint32_t depth, uint32_t times) {
     sink_expect(depth);
     seconds += bench_seconds([&queue, depth] {
       sink.held = true;
-      for (uint32_t number = 0; number < depth; number++) {
+      for (uint32_t number = 0; number < depth; number++)
         post_number(queue, 0, number);
-      }
       sink.held = false;
       sink_wait();
     });
@@ -330,9 +323,8 @@ std::vector<std::vector<Result>> rounds(const std::vector<contestant> &list, siz
 template <typename Result>
 std::vector<double> part_of(const std::vector<Result> &results, double Result::*part) {
   std::vector<double> values;
-  for (const Result &result : results) {
+  for (const Result &result : results)
     values.push_back(result.*part);
-  }
   return values;
 }
 
@@ -361,9 +353,8 @@ uint32_t paced_events(const bench_options &options, uint32_t rate) {
 /** Processor time an event without the poster's sleeps, of which each takes `sleep_us`. */
 std::vector<double> without_pacing(const std::vector<cpu_result> &results, double sleep_us, uint32_t events) {
   std::vector<double> values;
-  for (const cpu_result &result : results) {
+  for (const cpu_result &result : results)
     values.push_back((result.us - result.sleeps * sleep_us) / events);
-  }
   return values;
 }
 
@@ -375,15 +366,13 @@ void run_cpu(const bench_options &options) {
     const auto results =
         rounds<cpu_result>(list, options.rounds, [=](const contestant &one) { return one.cpu(rate, events); });
     std::vector<double> sleep_us;
-    for (const cpu_result &pacing : results.back()) {
+    for (const cpu_result &pacing : results.back())
       sleep_us.push_back(pacing.us / pacing.sleeps);
-    }
     const double sleep = bench_median(sleep_us);
-    for (size_t i = 1; i + 1 < list.size(); i++) {
+    for (size_t i = 1; i + 1 < list.size(); i++)
       bench_report(options, std::string("pipeline.cpu.") + list[i].name + "." + std::to_string(rate),
                    without_pacing(results[0], sleep, events), without_pacing(results[i], sleep, events), "us/event",
                    {"sleeps", part_of(results[0], &cpu_result::sleeps), part_of(results[i], &cpu_result::sleeps)});
-    }
   }
 }
 
@@ -394,10 +383,9 @@ void run_latency(const bench_options &options) {
     const auto results =
         rounds<latency_result>(list, options.rounds, [=](const contestant &one) { return one.latency(rate, events); });
     for (const auto &[name, part] : {std::pair{"p50", &latency_result::p50}, std::pair{"p99", &latency_result::p99}}) {
-      for (size_t i = 1; i < list.size(); i++) {
+      for (size_t i = 1; i < list.size(); i++)
         bench_report(options, std::string("pipeline.latency.") + name + "." + list[i].name + "." + std::to_string(rate),
                      part_of(results[0], part), part_of(results[i], part), "us");
-      }
     }
   }
 }
@@ -409,13 +397,11 @@ void run_backlog(const bench_options &options) {
   std::vector<double> at_deep, at_shallow;
   for (size_t round = 0; round < options.rounds; round++) {
     const bool deep_first = round % 2 == 0;
-    if (deep_first) {
+    if (deep_first)
       at_deep.push_back(backlog(lyn, deep, 1));
-    }
     at_shallow.push_back(backlog(lyn, shallow, deep / shallow));
-    if (!deep_first) {
+    if (!deep_first)
       at_deep.push_back(backlog(lyn, deep, 1));
-    }
   }
   bench_report(options, "pipeline.backlog", at_deep, at_shallow, "ns/event");
 }
@@ -438,9 +424,8 @@ void run_inline(const bench_options &options) {
 /** The module alone. */
 void run_alone(const bench_options &options) {
   for (const uint32_t producers : {1U, 2U, 4U}) {
-    if (options.events != 0 && options.events != producers) {
+    if (options.events != 0 && options.events != producers)
       continue;
-    }
     contestant_lyn lyn;
     std::vector<double> rates;
     for (size_t round = 0; round < options.rounds; round++) {
@@ -456,13 +441,11 @@ void run_bursts(uint32_t events) {
   Queue queue;
   sink_reset();
   for (uint32_t number = 0; number < events; number++) {
-    if (number % burst == 0) {
+    if (number % burst == 0)
       sink_expect(number + burst);
-    }
     post_number(queue, 0, number);
-    if (number % burst == burst - 1) {
+    if (number % burst == burst - 1)
       sink_wait();
-    }
   }
   queue.stop();
 }
@@ -479,30 +462,22 @@ void bring_up() {
 int main(int argc, char **argv) {
   const bench_options options = bench_begin(argc, argv);
   bring_up();
-  if (options.only != nullptr && strcmp(options.only, "instructions") == 0) {
+  if (options.only != nullptr && strcmp(options.only, "instructions") == 0)
     run_bursts<contestant_lyn>(static_cast<uint32_t>(options.events));
-  }
-  if (options.only != nullptr && strcmp(options.only, "instructions.deque") == 0) {
+  if (options.only != nullptr && strcmp(options.only, "instructions.deque") == 0)
     run_bursts<peer_deque>(static_cast<uint32_t>(options.events));
-  }
-  if (options.only != nullptr && strcmp(options.only, "throughput.lyn") == 0) {
+  if (options.only != nullptr && strcmp(options.only, "throughput.lyn") == 0)
     run_alone(options);
-  }
-  if (bench_wants(options, "throughput")) {
+  if (bench_wants(options, "throughput"))
     run_throughput(options);
-  }
-  if (bench_wants(options, "inline")) {
+  if (bench_wants(options, "inline"))
     run_inline(options);
-  }
-  if (bench_wants(options, "cpu")) {
+  if (bench_wants(options, "cpu"))
     run_cpu(options);
-  }
-  if (bench_wants(options, "latency")) {
+  if (bench_wants(options, "latency"))
     run_latency(options);
-  }
-  if (bench_wants(options, "backlog")) {
+  if (bench_wants(options, "backlog"))
     run_backlog(options);
-  }
   module_down();
   return 0;
 }
