@@ -94,7 +94,7 @@ constexpr sim_key_type event_table(sim_keys (*keys)()) {
     for (const sim_key_change &change : changes) {
       change(&made);
     }
-    entry_of(record).events.push_back(std::move(made));
+    entry_of(record).events.emplace_back(std::in_place_type<event>, std::move(made));
   };
   type.entries = event_entry<event>;
   return type;
