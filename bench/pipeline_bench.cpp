@@ -131,7 +131,7 @@ void post_number(Queue &queue, uint32_t producer, uint32_t number) {
   auto *status = static_cast<uint32_t *>(malloc(sizeof(uint32_t)));
   *status = producer << number_bits | number;
   queue.post(LYN_EVENT_SYS_INFO, status);
-}
+}  // NOLINT(clang-analyzer-unix.Malloc): the block is the queue's
 
 /* Throughput */
 
@@ -323,6 +323,7 @@ std::vector<std::vector<Result>> rounds(const std::vector<contestant> &list, siz
 template <typename Result>
 std::vector<double> part_of(const std::vector<Result> &results, double Result::*part) {
   std::vector<double> values;
+  values.reserve(results.size());
   for (const Result &result : results)
     values.push_back(result.*part);
   return values;
@@ -353,6 +354,7 @@ uint32_t paced_events(const bench_options &options, uint32_t rate) {
 /** Processor time an event without the poster's sleeps, of which each takes `sleep_us`. */
 std::vector<double> without_pacing(const std::vector<cpu_result> &results, double sleep_us, uint32_t events) {
   std::vector<double> values;
+  values.reserve(results.size());
   for (const cpu_result &result : results)
     values.push_back((result.us - result.sleeps * sleep_us) / events);
   return values;
@@ -366,6 +368,7 @@ void run_cpu(const bench_options &options) {
     const auto results =
         rounds<cpu_result>(list, options.rounds, [=](const contestant &one) { return one.cpu(rate, events); });
     std::vector<double> sleep_us;
+    sleep_us.reserve(options.rounds);
     for (const cpu_result &pacing : results.back())
       sleep_us.push_back(pacing.us / pacing.sleeps);
     const double sleep = bench_median(sleep_us);

@@ -291,7 +291,7 @@ static lyn_cmdq_post_e lyn_cmdq_append(lyn_cmdq_t *cmdq, lyn_cmd *cmd, const voi
   seen->max = cmdq->max;
   seen->before = lyn_cmdq_count(cmdq);
   if (!lyn_cmdq_has_room(cmdq)) {
-    if ((*chunk)->node == nullptr) {
+    if (*chunk == nullptr || (*chunk)->node == nullptr) {
       return LYN_CMDQ_NO_NODE;
     }
     cmdq->tail = lyn_dll_insert(cmdq->tail, (*chunk)->node, *chunk);
@@ -462,8 +462,10 @@ static bool lyn_cmdthrd_begin_run(lyn_cmdq_t *cmdq, lyn_cmdq_item_t **item) {
   if (lyn_cmdq_unlock(cmdq)) {
     return true;
   }
-  lyn_cmdq_count_add(cmdq, -1);
-  lyn_item_discard(*item);
+  if (*item != nullptr) {
+    lyn_cmdq_count_add(cmdq, -1);
+    lyn_item_discard(*item);
+  }
   return false;
 }
 
@@ -545,8 +547,8 @@ void lyn_cmdthrd_deinit(lyn_cmdq_t *cmdq) {
   bool locked = lyn_cmdq_lock(cmdq);  // an unguarded stop is better than none
   std::atomic_ref(cmdq->stop).store(true);
   std::atomic_ref(cmdq->running).store(false);
-  if (pthread_cond_signal(lyn_cmdq_cond(cmdq)) <
-      0) {  // NOLINT(bugprone-posix-return): deliberate, as in lyn_door_enter
+  const int signalled = pthread_cond_signal(lyn_cmdq_cond(cmdq));
+  if (signalled < 0) {  // deliberate, as in lyn_door_enter
     LYN_LOG_ERROR("pthread_cond_signal failed:");
   }
   if (locked) {

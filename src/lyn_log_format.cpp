@@ -72,8 +72,9 @@ static inline char *lyn_log_put_signed(char *at, int64_t value) {
 static char *lyn_log_put_pointer(char *at, const char *end, uint64_t address) {
   if (address == 0)
     return lyn_log_put(at, end, "(nil)", 5);
-  memcpy(at, "0x", 2);
-  return lyn_log_put_number<16>(at + 2, address);
+  *at++ = '0';
+  *at++ = 'x';
+  return lyn_log_put_number<16>(at, address);
 }
 
 static char *lyn_log_put_string(char *at, const char *end, const char *text) {
