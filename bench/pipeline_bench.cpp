@@ -57,23 +57,27 @@ struct {
 
 uint64_t sink_posted() {
   uint64_t events = 0;
-  for (const posted_count &one : sink.posted)
+  for (const posted_count &one : sink.posted) {
     events += one.events.load(std::memory_order_relaxed);
+  }
   return events;
 }
 
 void on_event(ox_lyn_hndl_t, ox_lyn_dm_info_t *info, uint32_t) {
   constexpr uint64_t look_each = 256;
   const auto value = static_cast<uint32_t>(info->value.i64);
-  if (sink.at != nullptr)
+  if (sink.at != nullptr) {
     sink.at[value % (1U << number_bits)] = bench_clock::now();
+  }
   sink.in_order = sink.in_order && value % (1U << number_bits) == sink.next[value >> number_bits]++;
   free(info);
-  while (sink.held.load(std::memory_order_acquire))
+  while (sink.held.load(std::memory_order_acquire)) {
     std::this_thread::yield();
+  }
   const uint64_t seen = sink.seen.load(std::memory_order_relaxed) + 1;
-  if (seen % look_each == 0)
+  if (seen % look_each == 0) {
     sink.longest_backlog = std::max(sink.longest_backlog, sink_posted() - std::min(sink_posted(), seen));
+  }
   sink.seen.store(seen, std::memory_order_release);
   if (seen == sink.wake_at) {
     sink.finished = bench_clock::now();
@@ -86,8 +90,9 @@ void sink_reset() {
   sink.wake_at = 0;
   sink.longest_backlog = 0;
   std::fill(std::begin(sink.next), std::end(sink.next), 0U);
-  for (posted_count &one : sink.posted)
+  for (posted_count &one : sink.posted) {
     one.events = 0;
+  }
 }
 
 void sink_expect(uint64_t count) {
@@ -120,8 +125,9 @@ struct contestant_lyn {
     module_up();
   }
   void post(uint32_t id, void *data) {
-    if (lyn_post_async_event(id, data) != OX_LYN_SUCCESS)
+    if (lyn_post_async_event(id, data) != OX_LYN_SUCCESS) {
       bench_fail("a post was refused");
+    }
   }
   void stop() {}
 };
@@ -159,8 +165,9 @@ throughput_result throughput(Queue &queue, uint32_t producers, uint32_t events) 
   }
   sink_wait();
   const double seconds = std::chrono::duration<double>(sink.finished - began).count();
-  for (std::thread &thread : threads)
+  for (std::thread &thread : threads) {
     thread.join();
+  }
   return {each * producers / seconds, static_cast<double>(sink.longest_backlog)};
 }
 
@@ -233,8 +240,9 @@ latency_result paced_latency(Queue &queue, uint32_t rate, uint32_t events) {
   });
   sink_wait();
   std::vector<double> us;
-  for (uint32_t number = 0; number < events; number++)
+  for (uint32_t number = 0; number < events; number++) {
     us.push_back(std::chrono::duration<double, std::micro>(called[number] - posted[number]).count());
+  }
   sink.at = nullptr;
   return {bench_quantile(us, 0.5), bench_quantile(us, 0.99)};
 }
@@ -250,8 +258,9 @@ double backlog(Queue &queue, uint32_t depth, uint32_t times) {
     sink_expect(depth);
     seconds += bench_seconds([&queue, depth] {
       sink.held = true;
-      for (uint32_t number = 0; number < depth; number++)
+      for (uint32_t number = 0; number < depth; number++) {
         post_number(queue, 0, number);
+      }
       sink.held = false;
       sink_wait();
     });
@@ -324,8 +333,9 @@ template <typename Result>
 std::vector<double> part_of(const std::vector<Result> &results, double Result::*part) {
   std::vector<double> values;
   values.reserve(results.size());
-  for (const Result &result : results)
+  for (const Result &result : results) {
     values.push_back(result.*part);
+  }
   return values;
 }
 
@@ -355,8 +365,9 @@ uint32_t paced_events(const bench_options &options, uint32_t rate) {
 std::vector<double> without_pacing(const std::vector<cpu_result> &results, double sleep_us, uint32_t events) {
   std::vector<double> values;
   values.reserve(results.size());
-  for (const cpu_result &result : results)
+  for (const cpu_result &result : results) {
     values.push_back((result.us - result.sleeps * sleep_us) / events);
+  }
   return values;
 }
 
@@ -369,13 +380,15 @@ void run_cpu(const bench_options &options) {
         rounds<cpu_result>(list, options.rounds, [=](const contestant &one) { return one.cpu(rate, events); });
     std::vector<double> sleep_us;
     sleep_us.reserve(options.rounds);
-    for (const cpu_result &pacing : results.back())
+    for (const cpu_result &pacing : results.back()) {
       sleep_us.push_back(pacing.us / pacing.sleeps);
+    }
     const double sleep = bench_median(sleep_us);
-    for (size_t i = 1; i + 1 < list.size(); i++)
+    for (size_t i = 1; i + 1 < list.size(); i++) {
       bench_report(options, std::string("pipeline.cpu.") + list[i].name + "." + std::to_string(rate),
                    without_pacing(results[0], sleep, events), without_pacing(results[i], sleep, events), "us/event",
                    {"sleeps", part_of(results[0], &cpu_result::sleeps), part_of(results[i], &cpu_result::sleeps)});
+    }
   }
 }
 
@@ -386,9 +399,10 @@ void run_latency(const bench_options &options) {
     const auto results =
         rounds<latency_result>(list, options.rounds, [=](const contestant &one) { return one.latency(rate, events); });
     for (const auto &[name, part] : {std::pair{"p50", &latency_result::p50}, std::pair{"p99", &latency_result::p99}}) {
-      for (size_t i = 1; i < list.size(); i++)
+      for (size_t i = 1; i < list.size(); i++) {
         bench_report(options, std::string("pipeline.latency.") + name + "." + list[i].name + "." + std::to_string(rate),
                      part_of(results[0], part), part_of(results[i], part), "us");
+      }
     }
   }
 }
@@ -400,11 +414,13 @@ void run_backlog(const bench_options &options) {
   std::vector<double> at_deep, at_shallow;
   for (size_t round = 0; round < options.rounds; round++) {
     const bool deep_first = round % 2 == 0;
-    if (deep_first)
+    if (deep_first) {
       at_deep.push_back(backlog(lyn, deep, 1));
+    }
     at_shallow.push_back(backlog(lyn, shallow, deep / shallow));
-    if (!deep_first)
+    if (!deep_first) {
       at_deep.push_back(backlog(lyn, deep, 1));
+    }
   }
   bench_report(options, "pipeline.backlog", at_deep, at_shallow, "ns/event");
 }
@@ -427,8 +443,9 @@ void run_inline(const bench_options &options) {
 /** The module alone. */
 void run_alone(const bench_options &options) {
   for (const uint32_t producers : {1U, 2U, 4U}) {
-    if (options.events != 0 && options.events != producers)
+    if (options.events != 0 && options.events != producers) {
       continue;
+    }
     contestant_lyn lyn;
     std::vector<double> rates;
     for (size_t round = 0; round < options.rounds; round++) {
@@ -444,11 +461,13 @@ void run_bursts(uint32_t events) {
   Queue queue;
   sink_reset();
   for (uint32_t number = 0; number < events; number++) {
-    if (number % burst == 0)
+    if (number % burst == 0) {
       sink_expect(number + burst);
+    }
     post_number(queue, 0, number);
-    if (number % burst == burst - 1)
+    if (number % burst == burst - 1) {
       sink_wait();
+    }
   }
   queue.stop();
 }
@@ -465,22 +484,30 @@ void bring_up() {
 int main(int argc, char **argv) {
   const bench_options options = bench_begin(argc, argv);
   bring_up();
-  if (options.only != nullptr && strcmp(options.only, "instructions") == 0)
+  if (options.only != nullptr && strcmp(options.only, "instructions") == 0) {
     run_bursts<contestant_lyn>(static_cast<uint32_t>(options.events));
-  if (options.only != nullptr && strcmp(options.only, "instructions.deque") == 0)
+  }
+  if (options.only != nullptr && strcmp(options.only, "instructions.deque") == 0) {
     run_bursts<peer_deque>(static_cast<uint32_t>(options.events));
-  if (options.only != nullptr && strcmp(options.only, "throughput.lyn") == 0)
+  }
+  if (options.only != nullptr && strcmp(options.only, "throughput.lyn") == 0) {
     run_alone(options);
-  if (bench_wants(options, "throughput"))
+  }
+  if (bench_wants(options, "throughput")) {
     run_throughput(options);
-  if (bench_wants(options, "inline"))
+  }
+  if (bench_wants(options, "inline")) {
     run_inline(options);
-  if (bench_wants(options, "cpu"))
+  }
+  if (bench_wants(options, "cpu")) {
     run_cpu(options);
-  if (bench_wants(options, "latency"))
+  }
+  if (bench_wants(options, "latency")) {
     run_latency(options);
-  if (bench_wants(options, "backlog"))
+  }
+  if (bench_wants(options, "backlog")) {
     run_backlog(options);
+  }
   module_down();
   return 0;
 }

@@ -23,8 +23,9 @@ template <unsigned base>
 static size_t lyn_log_digits(uint64_t value) {
   constexpr unsigned second = base * base, third = second * base, fourth = third * base;
   size_t count = 1;
-  for (; value >= fourth; value /= fourth)
+  for (; value >= fourth; value /= fourth) {
     count += 4;
+  }
   return count + (value >= base) + (value >= second) + (value >= third);
 }
 
@@ -44,8 +45,9 @@ static char *lyn_log_put_number(char *at, uint64_t value) {
   char *const behind = at + lyn_log_digits<base>(value);
   at = behind;
   if constexpr (base == 10) {
-    for (; value >= 100; value /= 100)
+    for (; value >= 100; value /= 100) {
       memcpy(at -= 2, &lyn_log_pairs[value % 100 * 2], 2);
+    }
   }
   do {
     *--at = "0123456789abcdef"[value % base];
@@ -56,30 +58,34 @@ static char *lyn_log_put_number(char *at, uint64_t value) {
 
 /** A decimal number; flags, counts and most codes have one digit. */
 static inline char *lyn_log_put_decimal(char *at, uint64_t value) {
-  if (value >= 10)
+  if (value >= 10) {
     return lyn_log_put_number<10>(at, value);
+  }
   *at = static_cast<char>('0' + value);
   return at + 1;
 }
 
 static inline char *lyn_log_put_signed(char *at, int64_t value) {
-  if (value >= 0)
+  if (value >= 0) {
     return lyn_log_put_decimal(at, static_cast<uint64_t>(value));
+  }
   *at = '-';
   return lyn_log_put_number<10>(at + 1, 0 - static_cast<uint64_t>(value));
 }
 
 static char *lyn_log_put_pointer(char *at, const char *end, uint64_t address) {
-  if (address == 0)
+  if (address == 0) {
     return lyn_log_put(at, end, "(nil)", 5);
+  }
   *at++ = '0';
   *at++ = 'x';
   return lyn_log_put_number<16>(at, address);
 }
 
 static char *lyn_log_put_string(char *at, const char *end, const char *text) {
-  if (text == nullptr)
+  if (text == nullptr) {
     text = "(null)";
+  }
   return lyn_log_put(at, end, text, strnlen(text, static_cast<size_t>(end - at)));
 }
 
@@ -122,8 +128,9 @@ void lyn_log_format(lyn_log_text_t &text, const uint8_t *program, const uint64_t
     at = lyn_log_put(at, end, reinterpret_cast<const char *>(program), length);
     program += length;
     const auto conversion = static_cast<lyn_log_conversion>(*program++);
-    if (conversion == lyn_log_conversion::end)
+    if (conversion == lyn_log_conversion::end) {
       break;
+    }
     at = std::min(lyn_log_convert(at, end, conversion, *words++), end);
   }
   *at = '\0';
