@@ -363,11 +363,12 @@ void sim_notify(int32_t service_event) {
   {
     const std::lock_guard guard(sim_board().lock);
     for (const auto &[handle, client] : sim_clients_of(sim_client_kind::notifier)) {
-      if (client->notify_cb) {
-        calls.emplace_back(client, [to = handle, notify_cb = client->notify_cb, data = client->data, service_event] {
-          notify_cb(to, &nas_service, service_event, data);
-        });
+      if (!client->notify_cb) {
+        continue;
       }
+      calls.emplace_back(client, [to = handle, notify_cb = client->notify_cb, data = client->data, service_event] {
+        notify_cb(to, &nas_service, service_event, data);
+      });
     }
   }
   for (const auto &[client, call] : calls) {
