@@ -97,14 +97,18 @@ static lyn_cmdq_chunk_t *lyn_chunk_keep(lyn_cmdq_chunk_t *chunk) {
   return lyn_cmdq_spare_chunk.exchange(chunk, std::memory_order_acq_rel);
 }
 
-/** An empty chunk; null, with the reason, when there is no memory for it or its items. It may lack its node. */
-static lyn_cmdq_chunk_t *lyn_chunk_take(lyn_cmdq_post_e *reason) {
+/** The chunk that was kept, empty, or null. */
+static lyn_cmdq_chunk_t *lyn_chunk_take() {
   lyn_cmdq_chunk_t *chunk = lyn_chunk_keep(nullptr);
   if (chunk != nullptr) {
     chunk->taken = 0;
-    return chunk;
   }
-  chunk = static_cast<lyn_cmdq_chunk_t *>(malloc(sizeof(lyn_cmdq_chunk_t)));
+  return chunk;
+}
+
+/** A new chunk; null, with the reason, when there is no memory for it or its items. It may lack its node. */
+static lyn_cmdq_chunk_t *lyn_chunk_make(lyn_cmdq_post_e *reason) {
+  auto *chunk = static_cast<lyn_cmdq_chunk_t *>(malloc(sizeof(lyn_cmdq_chunk_t)));
   if (chunk == nullptr) {
     *reason = LYN_CMDQ_NO_CHUNK;
     return nullptr;
@@ -332,14 +336,17 @@ static lyn_cmdq_post_e lyn_door_wake(const lyn_cmdq_door_t &door, const lyn_cmdq
   lyn_cmdq_chunk_t *chunk = nullptr;
   lyn_cmdq_post_e result = LYN_CMDQ_FAILED;
   if (!lyn_cmdq_has_room(*door.queue)) {
-    seen->unlocked = pthread_mutex_unlock(door.mutex);
-    chunk = lyn_chunk_take(&result);
+    chunk = lyn_chunk_take();
     if (chunk == nullptr) {
-      return result;
-    }
-    if (!lyn_door_enter(door)) {
-      lyn_chunk_free(chunk);
-      return LYN_CMDQ_FAILED;
+      seen->unlocked = pthread_mutex_unlock(door.mutex);
+      chunk = lyn_chunk_make(&result);
+      if (chunk == nullptr) {
+        return result;
+      }
+      if (!lyn_door_enter(door)) {
+        lyn_chunk_free(chunk);
+        return LYN_CMDQ_FAILED;
+      }
     }
   }
   result = lyn_cmdq_append(*door.queue, cmd, own, &chunk, seen);
