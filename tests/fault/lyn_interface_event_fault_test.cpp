@@ -19,6 +19,7 @@ using testing::IsEmpty;
 namespace {
 
 std::atomic<int> logged_under_gate{0};
+thread_local bool holds_gate = false;
 thread_local bool gate_lock_fails = false, gate_signal_fails = false;  // of the one who posts
 thread_local std::vector<bool> *up_at_gate = nullptr;                  // whether the module was up, at each lock
 
@@ -30,6 +31,7 @@ extern "C" {
 // NOLINTBEGIN(bugprone-reserved-identifier)
 void __real_msg_sprintf(const diag_msg_record_t *record, ...);
 int __real_pthread_mutex_lock(pthread_mutex_t *mutex);
+int __real_pthread_mutex_unlock(pthread_mutex_t *mutex);
 int __real_pthread_cond_signal(pthread_cond_t *cond);
 
 void __wrap_msg_sprintf(const diag_msg_record_t *record, ...) {
@@ -37,18 +39,22 @@ void __wrap_msg_sprintf(const diag_msg_record_t *record, ...) {
   va_start(arguments, record);
   const char *text = va_arg(arguments, const char *);
   va_end(arguments);
-  if (pthread_mutex_trylock(&lyn_gate.mutex) == 0) {
-    pthread_mutex_unlock(&lyn_gate.mutex);
-  } else {
-    logged_under_gate++;
-  }
+  logged_under_gate += holds_gate;
   __real_msg_sprintf(record, text);
 }
 int __wrap_pthread_mutex_lock(pthread_mutex_t *mutex) {
   if (mutex == &lyn_gate.mutex && up_at_gate != nullptr) {
     up_at_gate->push_back(lyn_is_initialised());
   }
-  return gate_lock_fails && mutex == &lyn_gate.mutex ? -1 : __real_pthread_mutex_lock(mutex);
+  if (gate_lock_fails && mutex == &lyn_gate.mutex) {
+    return -1;
+  }
+  holds_gate = holds_gate || mutex == &lyn_gate.mutex;
+  return __real_pthread_mutex_lock(mutex);
+}
+int __wrap_pthread_mutex_unlock(pthread_mutex_t *mutex) {
+  holds_gate = holds_gate && mutex != &lyn_gate.mutex;
+  return __real_pthread_mutex_unlock(mutex);
 }
 int __wrap_pthread_cond_signal(pthread_cond_t *cond) {
   return gate_signal_fails && cond == &lyn_gate.cond ? EINVAL : __real_pthread_cond_signal(cond);
