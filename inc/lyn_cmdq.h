@@ -65,7 +65,7 @@ typedef struct {
   uint32_t end;       /**< written under the mutex */
   uint32_t uncounted; /**< items begun that are still in `count`; of the thread */
   bool counts_late;   /**< of the thread */
-  bool is_left;       /**< atomic: the thread has ended, and who has the mutex may give the chunk back */
+  bool is_left;       /**< atomic: the thread has ended; who empties the queue frees the chunk */
 } lyn_cmdq_run_t;
 
 typedef struct lyn_cmdq_gate_t lyn_cmdq_gate_t;
