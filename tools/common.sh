@@ -28,6 +28,11 @@ die() {
   exit 1
 }
 
+# usage: what the tool's opening comment says from `usage:` on.
+usage() {
+  sed -n '/^# usage:/,/^[^#]/s/^# \{0,1\}//p' "$0"
+}
+
 # missing_packages NAME...: those that are not installed, one a line.
 missing_packages() {
   local name
