@@ -8,44 +8,10 @@ import re
 
 import pytest
 
-from builds import build, install, make_sdk, run
+from builds import CALLER, HEADER, PROJECT, SCENARIO, VERSION, build, install, make_sdk, run
 from lyn import AUTO_DONE, BUILD, ROOT, Demo
 
 pytestmark = pytest.mark.skipif(BUILD.name != "release", reason="what is installed is what ships, no sanitizer build")
-
-HEADER = (ROOT / "inc/ox_lyn.h").read_text(encoding="utf-8")
-VERSION = ".".join(re.findall(r"#define OX_LYN_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)", HEADER))
-
-CALLER = """
-#include <ox_lyn.h>
-#include <stdio.h>
-#include <stdlib.h>
-
-static void on_event(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *event, uint32_t user_data) {
-  (void)hndl, (void)user_data;
-  free(event);
-}
-
-int main(void) {
-  ox_lyn_hndl_t hndl;
-  ox_lyn_dm_info_t info = {OX_LYN_RECORD_GET_E};
-  if (ox_lyn_init(&hndl, 0, on_event) != OX_LYN_SUCCESS) return 1;
-  info.metric = OX_LYN_GET_LTE_SERV_RSRP_E;
-  if (ox_lyn_get_info(hndl, &info) != OX_LYN_SUCCESS) return 2;
-  printf("\\nRSRP %lld\\n", (long long)info.value.i64);
-  return ox_lyn_deinit(hndl) == OX_LYN_SUCCESS ? 0 : 3;
-}
-"""
-
-PROJECT = """
-cmake_minimum_required(VERSION 3.25)
-project(caller LANGUAGES {language})
-find_package(lyn {version} REQUIRED)
-foreach(library IN ITEMS {libraries})
-  add_executable(${{library}} {source})
-  target_link_libraries(${{library}} PRIVATE lyn::${{library}})
-endforeach()
-"""
 
 
 def install_and_move(folder, tmp):
@@ -101,7 +67,7 @@ def compile_caller(folder, prefix, suffix, *options):
 def check_runs(program, *library_dirs):
     env = {name: value for name, value in os.environ.items() if not name.startswith("LYN_SIM_")}
     scenario = program.parent / "scenario.toml"
-    scenario.write_text("[board]\nnoise_db = 0\n[lte]\nrsrp = -101\n", encoding="utf-8")
+    scenario.write_text(SCENARIO, encoding="utf-8")
     env["LYN_SIM_SCENARIO"] = str(scenario)
     env["LD_LIBRARY_PATH"] = ":".join(str(folder) for folder in library_dirs)
     assert "\nRSRP -101\n" in run(program, env=env)
@@ -143,7 +109,8 @@ def test_everything_is_installed_once_and_once_more(tmp_path):
             f"lib/liblyn.so.{VERSION}", "lib/liblyn_sim.a", "lib/liblyn_sim.so", "lib/liblyn_sim.so.0",
             f"lib/liblyn_sim.so.{VERSION}", "lib/pkgconfig/lyn.pc", "lib/cmake/lyn/lyn-config.cmake",
             "lib/cmake/lyn/lyn-config-version.cmake", "lib/cmake/lyn/lyn-targets.cmake",
-            "lib/cmake/lyn/lyn-targets-release.cmake"} == set(first)
+            "lib/cmake/lyn/lyn-targets-release.cmake", "share/man/man1/lyn_demo.1",
+            *(f"share/lyn/{path.relative_to(ROOT)}" for path in (ROOT / "scenarios").glob("*"))} == set(first)
     install(BUILD, installed)
     assert files(installed) == first
 
