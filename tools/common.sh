@@ -11,6 +11,12 @@ lyn_packages_test=(
   python3 python3-pytest python3-pytest-xdist python3-pexpect
 )
 
+# What builds packages and looks at them.
+lyn_packages_package=("${lyn_packages_demo[@]}" ccache debhelper dpkg-dev lintian)
+
+# What only the tests need that take minutes.
+lyn_packages_long=("${lyn_packages_package[@]}" mmdebstrap)
+
 # What the benchmarks compare with, and what counts instructions; the programs build without them.
 lyn_packages_bench=(
   "${lyn_packages_demo[@]}"

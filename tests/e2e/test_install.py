@@ -115,6 +115,19 @@ def test_everything_is_installed_once_and_once_more(tmp_path):
     assert files(installed) == first
 
 
+def test_every_installed_file_is_in_one_package(prefix):
+    """Packages have the folders of /usr, in which those of the libraries have a level more."""
+    owners = {name: [] for name in files(prefix)}
+    for listed in (ROOT / "debian").glob("*.install"):
+        for pattern in listed.read_text(encoding="utf-8").split():
+            found = list(prefix.glob(pattern.replace("usr/lib/*/", "usr/lib/").removeprefix("usr/")))
+            assert found, f"{listed.name}: no {pattern}"
+            for path in found:
+                for name in files(path) if path.is_dir() else [""]:
+                    owners[str((path / name).relative_to(prefix))].append(listed.stem)
+    assert {name: packages for name, packages in owners.items() if len(packages) != 1} == {}
+
+
 def test_nothing_installed_names_the_tree_or_the_prefix(prefix):
     places = [str(ROOT).encode(), str(prefix.parent).encode()]
     assert [name for name in files(prefix) if any(place in (prefix / name).read_bytes() for place in places)] == []

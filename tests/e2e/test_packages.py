@@ -1,0 +1,182 @@
+# SPDX-License-Identifier: Apache-2.0
+"""The Debian packages that what describes them agrees with the tree, and, with --long, what tools/package makes and
+how that fares on a clean system.
+"""
+import fcntl
+import os
+import shutil
+import subprocess
+
+import pytest
+
+from builds import CALLER, PROJECT, SCENARIO, VERSION, run
+from lyn import AUTO_DONE, BUILD, ROOT
+from roots import CleanRoot
+
+pytestmark = pytest.mark.skipif(BUILD.name != "release", reason="packages are built in one way only")
+
+# A tree of version 0.2.0, as much of it as is looked at.
+SYMBOLS = "debian/liblyn0.symbols"
+TREE = {
+    "inc/ox_lyn.h": """
+#define OX_LYN_VERSION_MAJOR 0
+#define OX_LYN_VERSION_MINOR 2
+#define OX_LYN_VERSION_PATCH 0
+int32_t ox_lyn_init(void);
+int32_t ox_lyn_deinit(
+    void);
+""",
+    "CHANGELOG.md": "# Changes\n\n## 0.2.0 (2026-12-01)\n\n- More.\n\n## 0.1.0 (2026-11-01)\n",
+    "debian/changelog": """lyn (0.2.0) unstable; urgency=medium
+
+  * More.
+
+ -- Somebody <somebody@example.org>  Tue, 01 Dec 2026 10:00:00 +0000
+""",
+    SYMBOLS: """liblyn.so.0 liblyn0 #MINVER#
+* Build-Depends-Package: liblyn-dev
+ LYN_0@LYN_0 0.1.0
+ ox_lyn_deinit@LYN_0 0.2.0
+ ox_lyn_init@LYN_0 0.1.0
+""",
+}
+
+# What is changed in a file, and what the tool has to say then.
+WRONG = {
+    "version_of_the_header_raised": ("inc/ox_lyn.h", "MINOR 2", "MINOR 3",
+                                     "CHANGELOG.md: the topmost version is 0.2.0, that of inc/ox_lyn.h 0.3.0"),
+    "version_of_the_package_raised": ("debian/changelog", "(0.2.0)", "(0.2.1)",
+                                      "debian/changelog: the topmost version is 0.2.1, that of inc/ox_lyn.h 0.2.0"),
+    "package_not_released": ("debian/changelog", "unstable", "UNRELEASED",
+                             "debian/changelog: 0.2.0 is of unreleased, in CHANGELOG.md of 2026-12-01"),
+    "days_differ": ("CHANGELOG.md", "2026-12-01", "2026-12-02",
+                    "debian/changelog: 0.2.0 is of 2026-12-01, in CHANGELOG.md of 2026-12-02"),
+    "section_without_date": ("CHANGELOG.md", "0.2.0 (2026-12-01)", "0.2.0",
+                             "CHANGELOG.md: the topmost version is 0.1.0, that of inc/ox_lyn.h 0.2.0"),
+    "no_section": ("CHANGELOG.md", "## ", "### ", "CHANGELOG.md: the topmost version is no section, that of inc/ox_lyn.h"),
+    "operation_added": ("inc/ox_lyn.h", "int32_t ox_lyn_init", "int32_t ox_lyn_more(void);\nint32_t ox_lyn_init",
+                        f"{SYMBOLS}: no ox_lyn_more"),
+    "operation_renamed": (SYMBOLS, " ox_lyn_deinit@", " ox_lyn_end@", f"{SYMBOLS}: ox_lyn_end is no operation"),
+    "operation_of_a_later_version": (SYMBOLS, "ox_lyn_init@LYN_0 0.1.0", "ox_lyn_init@LYN_0 0.10.0",
+                                     f"{SYMBOLS}: ox_lyn_init since 0.10.0, which is after 0.2.0"),
+    "soname_raised": ("inc/ox_lyn.h", "MAJOR 0", "MAJOR 1", "debian/liblyn1.symbols: is missing"),
+}
+
+
+@pytest.fixture
+def tree(tmp_path):
+    for name, text in TREE.items():
+        (tmp_path / name).parent.mkdir(exist_ok=True)
+        (tmp_path / name).write_text(text, encoding="utf-8")
+    (tmp_path / "tools").mkdir()
+    shutil.copy(ROOT / "tools/check-packages", tmp_path / "tools")
+    return tmp_path
+
+
+def change(tree, name, before, after):
+    text = (tree / name).read_text(encoding="utf-8")
+    assert before in text
+    (tree / name).write_text(text.replace(before, after), encoding="utf-8")
+
+
+def check(tree, *arguments):
+    done = subprocess.run([str(tree / "tools/check-packages"), *arguments], stdout=subprocess.PIPE, text=True, check=False)
+    return done.returncode, done.stdout
+
+
+def test_packages_agree_with_the_header(tree):
+    assert check(tree) == check(tree, "--released") == (0, "all is of version 0.2.0\n")
+
+
+@pytest.mark.parametrize("case", WRONG)
+def test_what_differs_from_the_header_is_named(tree, case):
+    *changed, named = WRONG[case]
+    change(tree, *changed)
+    status, output = check(tree)
+    assert status == 1 and named in output
+
+
+def test_version_without_a_date_is_whole_but_not_released(tree):
+    change(tree, "debian/changelog", "unstable", "UNRELEASED")
+    change(tree, "CHANGELOG.md", "2026-12-01", "unreleased")
+    assert check(tree) == (0, "all is of version 0.2.0\n")
+    assert check(tree, "--released") == (1, "CHANGELOG.md: 0.2.0 has no date yet, nor has debian/changelog\n")
+
+
+@pytest.fixture(scope="session")
+def packages(tmp_path_factory):
+    """The packages, built once for all workers of a copy of the tree, which stays as it is. tools/package fails where
+    lintian has an error or a warning.
+    """
+    base = tmp_path_factory.getbasetemp()
+    folder = (base.parent if os.environ.get("PYTEST_XDIST_WORKER") else base) / "packages"
+    folder.mkdir(exist_ok=True)
+    with open(folder / "lock", "w", encoding="utf-8") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        if not (folder / "done").exists():
+            tree = shutil.copytree(ROOT, folder / "tree", ignore=shutil.ignore_patterns("build", ".*", "__pycache__"),
+                                   dirs_exist_ok=True)
+            before = sorted(tree.rglob("*"))
+            run(tree / "tools/package", folder)
+            assert sorted(tree.rglob("*")) == before
+            (folder / "done").touch()
+    return {path.name.split("_")[0]: path for path in folder.glob("*.deb")}
+
+
+def contents(package):
+    """Its files but for those of /usr/share/doc, and the links among them."""
+    lines = run("dpkg-deb", "-c", package).splitlines()
+    names = (line.split(maxsplit=5)[5] for line in lines if not line.startswith("d"))
+    return {name.removeprefix("./") for name in names if "/usr/share/doc/" not in name}
+
+
+@pytest.mark.long
+def test_packages_hold_what_their_names_say(packages):
+    libraries = f"usr/lib/{run('cc', '-print-multiarch').strip()}"
+    held = {name: contents(path) for name, path in packages.items()}
+    assert held["liblyn0"] - {"usr/share/lintian/overrides/liblyn0"} == {
+        f"{libraries}/liblyn.so.0 -> liblyn.so.{VERSION}", f"{libraries}/liblyn.so.{VERSION}"}
+    assert {f"{libraries}/liblyn_sim.so.0 -> liblyn_sim.so.{VERSION}", f"{libraries}/liblyn_sim.so.{VERSION}"} < held["lyn-sim"]
+    assert {"usr/bin/lyn_demo", "usr/share/man/man1/lyn_demo.1.gz"} < held["lyn-demo"]
+    assert {"usr/include/ox_lyn.h", f"{libraries}/liblyn.a", f"{libraries}/liblyn_sim.a",
+            f"{libraries}/liblyn.so -> liblyn.so.0", f"{libraries}/liblyn_sim.so -> liblyn_sim.so.0",
+            f"{libraries}/pkgconfig/lyn.pc", f"{libraries}/cmake/lyn/lyn-config.cmake"} < held["liblyn-dev"]
+
+
+@pytest.mark.long
+def test_each_package_brings_the_next(packages):
+    needed = {name: run("dpkg-deb", "-f", path, "Depends") for name, path in packages.items()}
+    assert "liblyn0 (>= " in needed["lyn-demo"] and f"lyn-sim (>= {VERSION})" in needed["liblyn0"]
+    assert f"liblyn0 (= {VERSION}), lyn-sim (= {VERSION})" in needed["liblyn-dev"]
+
+
+def install_and_use(root, packages):
+    """What a user does on the clean system; prints what the programs print."""
+    # Whoever is root only in there has no second user for downloads.
+    apt_get = "apt-get -q -y -o APT::Sandbox::User=root"
+    script = ["set -e", f"{apt_get} install ./*.deb >apt.log"]
+    for suffix, compiler in ((".c", "cc"), (".cpp", "c++")):
+        (root.work / f"caller{suffix}").write_text(CALLER, encoding="utf-8")
+        script += [f"{compiler} caller{suffix} $(pkg-config --cflags --libs lyn) -o caller && ./caller",
+                   f"{compiler} -static caller{suffix} $(pkg-config --static --cflags --libs lyn) -o caller && ./caller"]
+    (root.work / "CMakeLists.txt").write_text(
+        PROJECT.format(language="C", version=VERSION, libraries="lyn lyn_static", source="caller.c"), encoding="utf-8")
+    script += ["cmake -S . -B build >cmake.log && cmake --build build >cmake.log", "build/lyn", "build/lyn_static",
+               "lyn_demo", f"{apt_get} purge {' '.join(packages)} >apt.log"]
+    for package in packages.values():
+        shutil.copy(package, root.work)
+    (root.work / "scenario.toml").write_text(SCENARIO, encoding="utf-8")
+    auto = root.folder / "data/data_oxmap/lyn_auto_test.cfg"
+    auto.parent.mkdir(parents=True)
+    auto.write_text("1\n7 10\n2\n", encoding="utf-8")
+    before = root.files()
+    printed = run(*root.command("sh", "-c", "\n".join(script), env={"LYN_SIM_SCENARIO": "/work/scenario.toml"}))
+    return printed, before, root.files()
+
+
+@pytest.mark.long
+def test_on_a_clean_system_programs_are_built_and_run_and_nothing_stays_behind(tmp_path, packages):
+    printed, before, after = install_and_use(CleanRoot(tmp_path), packages)
+    assert printed.count("\nRSRP -101\n") == 6
+    assert "[LTE Serving Cell RSRP] - -101\n" in printed and printed.rstrip("\n").endswith(AUTO_DONE.rstrip("\n"))
+    assert (after - before, before - after) == (set(), set())
