@@ -1,11 +1,14 @@
 # SPDX-License-Identifier: Apache-2.0
-"""The Debian packages that what describes them agrees with the tree, and, with --long, what tools/package makes and
-how that fares on a clean system.
+"""The Debian packages and what a release is made of: that what describes them agrees with the tree, which trees are no
+release, and, with --long, what tools/package makes and how that fares on a clean system.
 """
 import fcntl
+import hashlib
 import os
+import re
 import shutil
 import subprocess
+import tarfile
 
 import pytest
 
@@ -103,6 +106,114 @@ def test_version_without_a_date_is_whole_but_not_released(tree):
     assert check(tree, "--released") == (1, "CHANGELOG.md: 0.2.0 has no date yet, nor has debian/changelog\n")
 
 
+# Tools that a release uses, in place of those that take minutes.
+STUBS = {"tools/test": '#!/bin/sh\necho "$0 $*" >>build/ran\n',
+         "tools/package": '#!/bin/sh\necho "$0" >"$1/lyn_0.2.0_amd64.deb"\n: >"$1/build.log"\n'}
+
+
+def commit(tree):
+    run("git", "add", "--all", cwd=tree)
+    run("git", "-c", "user.name=Somebody", "-c", "user.email=somebody@example.org", "commit", "--quiet", "-m", "Try", cwd=tree)
+
+
+@pytest.fixture
+def release_tree(tree):
+    for name in ("tools/release", "tools/common.sh", ".gitignore"):
+        shutil.copy(ROOT / name, tree / name)
+    for name, text in STUBS.items():
+        (tree / name).write_text(text, encoding="utf-8")
+        (tree / name).chmod(0o755)
+    run("git", "init", "--quiet", tree)
+    commit(tree)
+    (tree / "build").mkdir()
+    return tree
+
+
+def release(tree, *options):
+    done = subprocess.run([str(tree / "tools/release"), *options], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                          text=True, check=False)
+    return done.returncode, done.stdout, done.stderr
+
+
+def published(tree, output):
+    """The files that the tool names, each with the sum that it has."""
+    rows = [line.split() for line in output.splitlines() if line.startswith("  ")]
+    for total, size, name in rows:
+        data = (tree / "build/publish" / name).read_bytes()
+        assert (total, int(size)) == (hashlib.sha256(data).hexdigest(), len(data))
+    return [name for _, _, name in rows]
+
+
+def test_dry_run_tests_and_packages_the_last_commit_and_tags_nothing(release_tree):
+    status, output, _ = release(release_tree, "--dry-run")
+    assert status == 0
+    assert published(release_tree, output) == ["lyn-0.2.0.tar.gz", "lyn_0.2.0_amd64.deb"]
+    head = run("git", "-C", release_tree, "rev-parse", "HEAD").strip()
+    assert output.splitlines()[-1] == f"would tag: git tag -a v0.2.0 -m 'LYN Device Manager 0.2.0' {head}"
+    assert run("git", "-C", release_tree, "tag") == run("git", "-C", release_tree, "status", "--porcelain") == ""
+    assert (release_tree / "build/ran").read_text(encoding="utf-8") == "tools/test --long\n"
+    with tarfile.open(release_tree / "build/publish/lyn-0.2.0.tar.gz") as tar:
+        assert {f"lyn-0.2.0/{name}" for name in [*TREE, *STUBS]} < set(tar.getnames())
+    # The packages are those of the tarball.
+    made_by = (release_tree / "build/publish/lyn_0.2.0_amd64.deb").read_text(encoding="utf-8")
+    assert made_by.endswith("/lyn-0.2.0/tools/package\n") and str(release_tree) not in made_by
+
+
+def test_dry_run_leaves_out_what_takes_minutes(release_tree):
+    status, output, _ = release(release_tree, "--dry-run", "--skip-tests", "--skip-packages")
+    assert status == 0 and published(release_tree, output) == ["lyn-0.2.0.tar.gz"]
+    assert not (release_tree / "build/ran").exists()
+
+
+def test_release_is_not_published_by_the_tool(release_tree):
+    status, output, errors = release(release_tree)
+    assert (status, output) == (1, "")
+    assert errors == ("release: publishing and tagging are done by hand, see CONTRIBUTING.md; --dry-run makes what is "
+                      "published\n")
+
+
+def leave_a_file(tree):
+    (tree / "notes.txt").write_text("", encoding="utf-8")
+
+
+def raise_the_version(tree):
+    change(tree, "inc/ox_lyn.h", "PATCH 0", "PATCH 1")
+    commit(tree)
+
+
+def take_the_dates_back(tree):
+    change(tree, "debian/changelog", "unstable", "UNRELEASED")
+    change(tree, "CHANGELOG.md", "2026-12-01", "unreleased")
+    commit(tree)
+
+
+def tag_it(tree):
+    run("git", "-C", tree, "tag", "v0.2.0")
+
+
+def break_a_test(tree):
+    (tree / "tools/test").write_text("#!/bin/sh\nexit 1\n", encoding="utf-8")
+    commit(tree)
+
+
+REFUSED = {
+    "tree_that_is_not_clean": (leave_a_file, "release: the tree is not clean: notes.txt\n"),
+    "versions_that_differ": (raise_the_version, "debian/changelog: the topmost version is 0.2.0, that of inc/ox_lyn.h 0.2.1"),
+    "version_without_a_date": (take_the_dates_back, "0.2.0 has no date yet"),
+    "version_that_is_tagged": (tag_it, "release: v0.2.0 exists already"),
+    "tests_that_fail": (break_a_test, "release: the tests fail"),
+}
+
+
+@pytest.mark.parametrize("case", REFUSED)
+def test_release_is_refused_and_leaves_nothing(release_tree, case):
+    spoil, named = REFUSED[case]
+    spoil(release_tree)
+    status, output, errors = release(release_tree, "--dry-run")
+    assert (status, output) == (1, "") and named in errors
+    assert not (release_tree / "build/publish").exists()
+
+
 @pytest.fixture(scope="session")
 def packages(tmp_path_factory):
     """The packages, built once for all workers of a copy of the tree, which stays as it is. tools/package fails where
@@ -180,3 +291,20 @@ def test_on_a_clean_system_programs_are_built_and_run_and_nothing_stays_behind(t
     assert printed.count("\nRSRP -101\n") == 6
     assert "[LTE Serving Cell RSRP] - -101\n" in printed and printed.rstrip("\n").endswith(AUTO_DONE.rstrip("\n"))
     assert (after - before, before - after) == (set(), set())
+
+
+@pytest.mark.long
+def test_packages_of_a_release_are_made_of_what_is_committed(tmp_path):
+    """The last commit, dated as a release is."""
+    tree = tmp_path / "tree"
+    run("git", "clone", "--quiet", ROOT, tree)
+    for name, pattern, dated in (("CHANGELOG.md", r"\((?:unreleased|\d+-\d+-\d+)\)$", "(2026-12-01)"),
+                                 ("debian/changelog", r"(?s)\A(lyn \(\S+\)) \w+;(.*?>  )[^\n]*",
+                                  r"\1 unstable;\2Tue, 01 Dec 2026 10:00:00 +0000")):
+        text = (tree / name).read_text(encoding="utf-8")
+        (tree / name).write_text(re.sub(pattern, dated, text, count=1, flags=re.M), encoding="utf-8")
+    commit(tree)
+    status, output, errors = release(tree, "--dry-run", "--skip-tests")
+    assert status == 0, errors
+    names = published(tree, output)
+    assert f"lyn-{VERSION}.tar.gz" in names and len([name for name in names if name.endswith(".deb")]) >= 4
