@@ -610,6 +610,7 @@ TEST_F(lyn_cmdq_posts, a_flush_frees_with_the_mutex_released) {
   occupy();
   static pthread_mutex_t *mutex;
   static std::atomic<int> freed_unlocked{0};
+  freed_unlocked = 0;
   mutex = &gate.mutex;
   lyn_cmd look = {.execute_f = [](lyn_cmd *, void *) {},
                   .free_f =
@@ -780,6 +781,7 @@ TEST_F(lyn_cmdq_posts, a_command_may_post_and_release_itself) {
   start();
   static std::atomic<int> runs{0};
   static lyn_cmdq_gate_t *to;
+  runs = 0;
   to = &gate;
   auto *own = static_cast<lyn_cmd *>(malloc(sizeof(lyn_cmd)));
   *own = {.execute_f =
