@@ -5,12 +5,10 @@ The reference here knows the log's columns and ranges and nothing of the board's
 import contextlib
 import csv
 import math
-import re
-import time
 
 import pytest
 
-from lyn import DATA, PROMPT, SCALE, read_text
+from lyn import DATA, PROMPT
 
 NO_SERVICE, INFO_UNAVAILABLE = -16, -17
 RANGES = {"RSRP": (-156, -31), "RSRQ": (-43, 20), "SNR": (-40, 50)}
@@ -62,13 +60,6 @@ def expected_line(row, metric):
     if any(measured(row, each) is None for each in part):
         return f"{failed}[{INFO_UNAVAILABLE}].\n"
     return f"[{name}] - {measured(row, column, scale)}\n"
-
-
-def wait_for_trace_end(launch):
-    deadline = time.monotonic() + 20 * SCALE
-    while '"trace_end"' not in read_text(launch.journal_path):
-        assert time.monotonic() < deadline, "the drive does not end"
-        time.sleep(0.01)
 
 
 def replay(demo, path, speed, timeout=60):
@@ -168,26 +159,3 @@ def test_first_rows_come_one_by_one_at_speed_1(demo, drives):
             assert session.terminate() == 0
             seen = [row["fields"]["row"] for row in session.finish().calls("event", "trace_row")]
             assert seen == list(range(len(seen)))
-
-
-def by_thread(text, key):
-    """Lines grouped by what `key` finds in them, in their order within a group: the board's threads run side by side."""
-    lines = text.splitlines(keepends=True)
-    return "".join(sorted(lines, key=lambda line: re.search(key, line).group()))
-
-
-def test_session_on_a_drive_is_recorded(demo, goldens):
-    """The session that README.md shows: tools/check-docs holds the one to the other."""
-    env = {"LYN_SIM_SCENARIO": str(DATA / "drive.toml")}
-    with demo.terminal(env=env) as terminal:
-        console = terminal.expect(PROMPT) + PROMPT
-        for line in ("1", "7 1", "7 10", "7 12", "7 14", "2"):
-            terminal.sendline(line)
-            console += terminal.expect(PROMPT) + PROMPT
-            if line == "1":
-                wait_for_trace_end(terminal.launch)
-        assert terminal.terminate() == 0
-        launch = terminal.launch
-    goldens.check("drive_session", console=console.replace("\r\n", "\n"),
-                  journal=by_thread(read_text(launch.journal_path), '"lib": "[a-z]+", "dir": "(indication)?'),
-                  diag=by_thread(read_text(launch.diag_path), r"\w+\.cpp"))
