@@ -27,6 +27,7 @@ import pexpect
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 DATA = ROOT / "tests" / "data"
+DRIVES = [DATA / "drive.csv", ROOT / "scenarios" / "motorway_drive.csv"]  # the tree's own
 BUILD = ROOT / os.environ.get("LYN_BUILD", "build/release")
 PRIVATE_DATA = ROOT / "tools" / "private-data"
 

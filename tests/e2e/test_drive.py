@@ -8,7 +8,7 @@ import math
 
 import pytest
 
-from lyn import DATA, PROMPT
+from lyn import DRIVES, PROMPT
 
 NO_SERVICE, INFO_UNAVAILABLE = -16, -17
 RANGES = {"RSRP": (-156, -31), "RSRQ": (-43, 20), "SNR": (-40, 50)}
@@ -86,8 +86,9 @@ def replay(demo, path, speed, timeout=60):
 
 
 @pytest.mark.parametrize("speed", [0, 2000])
-def test_drive_ends_with_the_values_of_its_last_row(demo, speed):
-    replay(demo, DATA / "drive.csv", speed)
+@pytest.mark.parametrize("path", DRIVES, ids=lambda path: path.stem)
+def test_drive_ends_with_the_values_of_its_last_row(demo, path, speed):
+    replay(demo, path, speed)
 
 
 CLEAN = {"Timestamp": "2025.03.14_10.20.20", "Longitude": "11.566957", "Latitude": "48.148970", "Speed": "24",
