@@ -9,6 +9,7 @@ lyn_packages_test=(
   git ccache libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev clang-format clang-tidy cppcheck
   python3 python3-pytest python3-pytest-xdist python3-pexpect
+  doxygen mandoc
 )
 
 # What the benchmarks compare with, and what counts instructions; the programs build without them.
