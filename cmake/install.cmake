@@ -1,5 +1,6 @@
-# What `cmake --install` puts where: libraries, public header and demo client in the folders of GNUInstallDirs, and the
-# files by which pkg-config and find_package(lyn) lead to them. What is installed may be moved as a whole.
+# What `cmake --install` puts where: libraries, public header, demo client and their manual pages in the folders of
+# GNUInstallDirs, and the files by which pkg-config and find_package(lyn) lead to them. What is installed may be moved as
+# a whole.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -42,19 +43,9 @@ function(lyn_install_libraries target)
   endif()
 endfunction()
 
-# lyn_install_package(): the public header, and what pkg-config and find_package read. `lyn_board_libs` are the board's
-# libraries by name.
-function(lyn_install_package)
-  install(FILES ${CMAKE_SOURCE_DIR}/inc/ox_lyn.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-
-  set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/lyn)
-  install(EXPORT lyn NAMESPACE lyn:: FILE lyn-targets.cmake DESTINATION ${config_dir})
-  configure_package_config_file(cmake/lyn-config.cmake.in lyn-config.cmake INSTALL_DESTINATION ${config_dir}
-                                NO_CHECK_REQUIRED_COMPONENTS_MACRO)
-  write_basic_package_version_file(lyn-config-version.cmake COMPATIBILITY SameMajorVersion)
-  install(FILES ${PROJECT_BINARY_DIR}/lyn-config.cmake ${PROJECT_BINARY_DIR}/lyn-config-version.cmake
-          DESTINATION ${config_dir})
-
+# lyn_install_pkg_config(): lyn.pc, with the board's libraries by the names in `lyn_board_libs`. What the shared library needs it finds by itself, but for the board's SDK, which lies
+# where it likes.
+function(lyn_install_pkg_config)
   file(RELATIVE_PATH pc_to_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
   set(libs "-llyn")
   list(TRANSFORM lyn_board_libs PREPEND "-l" OUTPUT_VARIABLE libs_private)
@@ -70,4 +61,20 @@ function(lyn_install_package)
   endif()
   configure_file(cmake/lyn.pc.in lyn.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/lyn.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endfunction()
+
+# lyn_install_package(): the public header, and what pkg-config and find_package read.
+function(lyn_install_package)
+  install(FILES ${CMAKE_SOURCE_DIR}/inc/ox_lyn.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(FILES ${CMAKE_SOURCE_DIR}/docs/man/ox_lyn.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
+
+  set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/lyn)
+  install(EXPORT lyn NAMESPACE lyn:: FILE lyn-targets.cmake DESTINATION ${config_dir})
+  configure_package_config_file(cmake/lyn-config.cmake.in lyn-config.cmake INSTALL_DESTINATION ${config_dir}
+                                NO_CHECK_REQUIRED_COMPONENTS_MACRO)
+  write_basic_package_version_file(lyn-config-version.cmake COMPATIBILITY SameMajorVersion)
+  install(FILES ${PROJECT_BINARY_DIR}/lyn-config.cmake ${PROJECT_BINARY_DIR}/lyn-config-version.cmake
+          DESTINATION ${config_dir})
+
+  lyn_install_pkg_config()
 endfunction()

@@ -55,10 +55,10 @@ inline constexpr uint32_t LYN_CMDQ_CHUNK_LEN = 32;
 typedef struct {
   lyn_dll_node *node;
   lyn_cmdq_item_t *items;
-  uint32_t taken; /**< items taken off one by one, while it stands in the list */
+  uint32_t taken; /**< items taken off; it stands in the list until that is all of them */
 } lyn_cmdq_chunk_t;
 
-/** The chunk that the thread has taken off. Others may still take items of it before the thread begins them. */
+/** Items that the thread has taken off, all of one chunk. Others may still take them before the thread begins them. */
 typedef struct {
   lyn_cmdq_chunk_t *chunk;
   uint32_t next;      /**< atomic: the item to be begun next */

@@ -45,8 +45,11 @@
 extern "C" {
 #endif
 
+/** Raised when programs that were built before would break. */
 #define OX_LYN_VERSION_MAJOR 0
+/** Raised when something is added. */
 #define OX_LYN_VERSION_MINOR 1
+/** Raised when something is mended. */
 #define OX_LYN_VERSION_PATCH 0
 /** One comparable number: 0x00MMmmpp. */
 #define OX_LYN_VERSION ((OX_LYN_VERSION_MAJOR << 16) | (OX_LYN_VERSION_MINOR << 8) | OX_LYN_VERSION_PATCH)
@@ -460,24 +463,24 @@ typedef struct {
   uint32_t metric;      /**< ox_lyn_get_info_e going in; ox_lyn_async_resp_e or ox_lyn_ind_e in the callback */
   uint32_t value_type;  /**< ox_lyn_value_type_e, written by the module */
   union {
-    int64_t i64;
-    int64_t i64_array[OX_LYN_I64_ARRAY_LEN];
-    void *ptr;
-    uint32_t u32;
-  } value;
+    int64_t i64;                             /**< one number */
+    int64_t i64_array[OX_LYN_I64_ARRAY_LEN]; /**< `count` numbers */
+    void *ptr;                               /**< a block, see each metric, response and indication */
+    uint32_t u32;                            /**< one number, or a value of an enumeration */
+  } value;                                   /**< as value_type says */
   uint32_t count; /**< valid elements of i64_array; written for metrics 8, 9, 19, 42 and 43 */
 } ox_lyn_dm_info_t;
 
-/** Set-info record: the caller's own. record_type and value_type are not read. */
+/** Set-info record: the caller's own. */
 typedef struct {
-  uint32_t record_type;
-  uint32_t control; /**< ox_lyn_set_info_e */
-  uint32_t value_type;
+  uint32_t record_type; /**< not read */
+  uint32_t control;     /**< ox_lyn_set_info_e */
+  uint32_t value_type;  /**< not read */
   union {
-    uint8_t u8; /**< control 5 */
-    void *ptr;  /**< controls 3, 4, 6, 7, 8: a block of the caller's */
-    int64_t i64;
-  } value;
+    uint8_t u8;  /**< control 5 */
+    void *ptr;   /**< controls 3, 4, 6, 7, 8: a block of the caller's */
+    int64_t i64; /**< not used */
+  } value;       /**< what the control takes; nothing for 1 and 2 */
 } ox_lyn_dm_ctrl_info_t;
 
 /** Subscription record: the caller's own. */
@@ -499,21 +502,21 @@ typedef struct {
 
 /** Result of metric 16: the buffer is the caller's own. */
 typedef struct {
-  uint8_t valid;  /**< 1 */
-  uint32_t count; /**< component carriers, 0 to 7 */
-  ox_lyn_cqi_entry_t entries[OX_LYN_LTE_CQI_LEN];
+  uint8_t valid;                                  /**< 1 */
+  uint32_t count;                                 /**< component carriers, 0 to 7 */
+  ox_lyn_cqi_entry_t entries[OX_LYN_LTE_CQI_LEN]; /**< `count` of them */
 } ox_lyn_lte_cqi_t;
 
 /** Result of metric 17: the buffer is the caller's own. */
 typedef struct {
-  uint8_t valid;  /**< 1 */
-  uint32_t count; /**< component carriers, 0 to 12 */
-  ox_lyn_cqi_entry_t entries[OX_LYN_NR5G_CQI_LEN];
+  uint8_t valid;                                   /**< 1 */
+  uint32_t count;                                  /**< component carriers, 0 to 12 */
+  ox_lyn_cqi_entry_t entries[OX_LYN_NR5G_CQI_LEN]; /**< `count` of them */
 } ox_lyn_nr5g_cqi_t;
 
 /** One locked LTE cell. */
 typedef struct {
-  uint16_t pci;
+  uint16_t pci;  /**< PCI, 0 to 503 */
   uint16_t freq; /**< EARFCN */
 } ox_lyn_lte_lock_cell_t;
 
@@ -524,8 +527,8 @@ typedef struct {
 typedef struct {
   uint8_t count; /**< metric 33: 0 to 60. Control 3: 1 to 60; 0 is refused with OX_LYN_ERR_FAILURE, entries beyond 60
                       are not sent */
-  ox_lyn_lte_lock_cell_t cells[OX_LYN_LTE_LOCK_LEN];
-  uint8_t enforce; /**< non-zero: given to the modem, which is to use no other cell */
+  ox_lyn_lte_lock_cell_t cells[OX_LYN_LTE_LOCK_LEN]; /**< `count` of them */
+  uint8_t enforce;                                   /**< non-zero: given to the modem, which is to use no other cell */
 } ox_lyn_lte_cell_lock_t;
 
 /** One entry of a frequency-based NR 5G lock. */
@@ -539,16 +542,16 @@ typedef struct {
  * masks, reserved words and the list behind its length stay as the caller had them.
  */
 typedef struct {
-  uint32_t lock_type; /**< control 4: ox_lyn_lock_type_e. Metric 34: as the modem numbers it */
-  uint32_t reserved0;
-  uint16_t pci;   /**< lock type 1; 0 is refused with OX_LYN_ERR_FAILURE */
-  uint32_t scs;   /**< lock type 1: ox_lyn_scs_e */
-  uint32_t arfcn; /**< lock type 1: NR-ARFCN */
-  uint32_t reserved1;
+  uint32_t lock_type;      /**< control 4: ox_lyn_lock_type_e. Metric 34: as the modem numbers it */
+  uint32_t reserved0;      /**< neither read nor written */
+  uint16_t pci;            /**< lock type 1; 0 is refused with OX_LYN_ERR_FAILURE */
+  uint32_t scs;            /**< lock type 1: ox_lyn_scs_e */
+  uint32_t arfcn;          /**< lock type 1: NR-ARFCN */
+  uint32_t reserved1;      /**< neither read nor written */
   uint64_t band_mask[8];   /**< lock type 1: bands 1 to 512, bit 0 of [0] is band 1 */
   uint32_t arfcn_list_len; /**< lock type 2: 1 to 32; 0 is refused with OX_LYN_ERR_FAILURE, entries beyond 32 are not
                                 sent */
-  ox_lyn_nr5g_lock_arfcn_t arfcn_list[OX_LYN_NR5G_LOCK_LEN];
+  ox_lyn_nr5g_lock_arfcn_t arfcn_list[OX_LYN_NR5G_LOCK_LEN]; /**< lock type 2: arfcn_list_len of them */
 } ox_lyn_nr5g_cell_lock_t;
 
 /**
@@ -556,8 +559,8 @@ typedef struct {
  * metric 35, ox_lyn_nr5g_mod_e in 36.
  */
 typedef struct {
-  uint32_t dl_mod[OX_LYN_MCS_LEN];
-  uint32_t ul_mod[OX_LYN_MCS_LEN];
+  uint32_t dl_mod[OX_LYN_MCS_LEN]; /**< downlink, dl_len of them */
+  uint32_t ul_mod[OX_LYN_MCS_LEN]; /**< uplink, ul_len of them */
   uint32_t ul_len; /**< 0 to 2; with 0 the call returns OX_LYN_ERR_FAILURE and hands the block over all the same */
   uint32_t dl_len; /**< 0 to 2 */
 } ox_lyn_mcs_t;
@@ -572,26 +575,30 @@ typedef struct {
 
 /** One WWAN profile. */
 typedef struct {
-  uint32_t profile_index;
-  uint32_t subscription; /**< ox_lyn_subscription_e; not filled where a lone profile is reported */
-  uint32_t technology;   /**< ox_lyn_technology_e */
-  uint32_t ip_family;    /**< ox_lyn_ip_family_e */
-  uint8_t profile_id_3gpp;
-  uint8_t profile_id_3gpp2;
-  char apn_name[102]; /**< at most 100 octets, null-terminated */
+  uint32_t profile_index;   /**< the handle that metrics 45 and 46 take */
+  uint32_t subscription;    /**< ox_lyn_subscription_e; not filled where a lone profile is reported */
+  uint32_t technology;      /**< ox_lyn_technology_e */
+  uint32_t ip_family;       /**< ox_lyn_ip_family_e */
+  uint8_t profile_id_3gpp;  /**< number of the modem's 3GPP profile */
+  uint8_t profile_id_3gpp2; /**< number of the modem's 3GPP2 profile */
+  char apn_name[102];       /**< at most 100 octets, null-terminated */
 } ox_lyn_wwan_profile_t;
 
 /** WWAN profiles, metric 44: allocated by the module, freed by the caller. */
 typedef struct {
-  uint32_t count; /**< 0, 2 to 50; 0: there is none or one, of which profiles[0].profile_index alone is filled */
-  uint32_t reserved;
-  ox_lyn_wwan_profile_t profiles[OX_LYN_WWAN_PROFILE_LEN];
+  uint32_t count;    /**< 0, 2 to 50; 0: there is none or one, of which profiles[0].profile_index alone is filled */
+  uint32_t reserved; /**< 0 */
+  ox_lyn_wwan_profile_t profiles[OX_LYN_WWAN_PROFILE_LEN]; /**< `count` of them */
 } ox_lyn_wwan_profile_list_t;
 
 /** WWAN statistics, metrics 45 and 46: allocated by the module, freed by the caller. */
 typedef struct {
-  uint64_t bytes_rx, bytes_tx;
-  uint32_t pkts_rx, pkts_tx, pkts_dropped_rx, pkts_dropped_tx;
+  uint64_t bytes_rx;        /**< octets received, as the modem counts them */
+  uint64_t bytes_tx;        /**< octets sent */
+  uint32_t pkts_rx;         /**< packets received */
+  uint32_t pkts_tx;         /**< packets sent */
+  uint32_t pkts_dropped_rx; /**< packets dropped on receipt */
+  uint32_t pkts_dropped_tx; /**< packets dropped instead of sent */
 } ox_lyn_wwan_stats_t;
 
 /**
@@ -605,12 +612,15 @@ typedef struct {
   uint32_t duration;        /**< s */
   uint32_t ip_family;       /**< OX_LYN_IP_FAMILY_V4_E or OX_LYN_IP_FAMILY_V6_E */
   uint32_t protocol;        /**< ox_lyn_protocol_e; any other: not given */
-  uint16_t src_port, dst_port;
-  char server_url[300]; /**< null-terminated; empty: the addresses are used */
-  uint32_t src_ipv4, dst_ipv4;
-  uint8_t src_ipv6[16], dst_ipv6[16];
-  uint32_t bandwidth; /**< kbps; given to the modem only together with mtu */
-  uint32_t mtu;       /**< octets */
+  uint16_t src_port;        /**< source port */
+  uint16_t dst_port;        /**< destination port */
+  char server_url[300];     /**< null-terminated; empty: the addresses are used */
+  uint32_t src_ipv4;        /**< source address, IP family 4 */
+  uint32_t dst_ipv4;        /**< destination address, IP family 4 */
+  uint8_t src_ipv6[16];     /**< source address, IP family 6 */
+  uint8_t dst_ipv6[16];     /**< destination address, IP family 6 */
+  uint32_t bandwidth;       /**< kbps; given to the modem only together with mtu */
+  uint32_t mtu;             /**< octets */
 } ox_lyn_mtpe_req_t;
 
 /** MTPE network parameters, metric 47 going in: the caller's own. */
@@ -645,40 +655,46 @@ typedef struct {
 
 /** mmW panel position (PPS) configuration, control 6: the caller's own, copied whole. */
 typedef struct {
-  uint8_t position_index;
-  uint8_t pps_mode_enabled; /**< 0 or 1 */
-  uint16_t reserved;
-  uint32_t freq_count; /**< 0 to 16; more is refused with OX_LYN_ERR_INVALID_PARAM */
-  ox_lyn_nr5g_freq_t freqs[OX_LYN_FREQ_LEN];
+  uint8_t position_index;                    /**< position of the panel, as the modem numbers it */
+  uint8_t pps_mode_enabled;                  /**< 0 or 1 */
+  uint16_t reserved;                         /**< not read */
+  uint32_t freq_count;                       /**< 0 to 16; more is refused with OX_LYN_ERR_INVALID_PARAM */
+  ox_lyn_nr5g_freq_t freqs[OX_LYN_FREQ_LEN]; /**< freq_count of them */
 } ox_lyn_pps_config_t;
 
 /** PPS change status, control 7: the caller's own, copied whole. */
 typedef struct {
   uint8_t position_changed; /**< 0 or 1 */
-  uint8_t position_index;
-  uint16_t reserved;
-  uint32_t pps_mode; /**< ox_lyn_pps_mode_e, 1 to 3; anything else is refused with OX_LYN_ERR_FAILURE */
+  uint8_t position_index;   /**< position of the panel, as the modem numbers it */
+  uint16_t reserved;        /**< not read */
+  uint32_t pps_mode;        /**< ox_lyn_pps_mode_e, 1 to 3; anything else is refused with OX_LYN_ERR_FAILURE */
 } ox_lyn_pps_change_status_t;
 
 /** Install mode, control 8: the caller's own, copied whole. */
 typedef struct {
-  uint32_t mode;       /**< ox_lyn_install_mode_e; any other starts, too */
-  uint16_t freq_count; /**< 0 to 16; more is refused with OX_LYN_ERR_INVALID_PARAM */
-  uint16_t reserved;
-  ox_lyn_nr5g_freq_t freqs[OX_LYN_FREQ_LEN];
+  uint32_t mode;                             /**< ox_lyn_install_mode_e; any other starts, too */
+  uint16_t freq_count;                       /**< 0 to 16; more is refused with OX_LYN_ERR_INVALID_PARAM */
+  uint16_t reserved;                         /**< not read */
+  ox_lyn_nr5g_freq_t freqs[OX_LYN_FREQ_LEN]; /**< freq_count of them */
 } ox_lyn_install_mode_t;
 
 /* Delivered blocks: allocated by the module, freed by the user */
 
 /** One location. A member is meaningful where its flag is set. */
 typedef struct {
-  uint32_t flags;                       /**< ox_lyn_loc_flag_e, one bit each */
-  uint64_t timestamp;                   /**< ms since 1970-01-01 UTC */
-  double latitude, longitude, altitude; /**< degrees WGS 84, degrees WGS 84, m above the ellipsoid */
-  float speed, bearing;                 /**< m/s, degrees clockwise from north */
-  float horizontal_accuracy, vertical_accuracy, speed_accuracy, bearing_accuracy; /**< m, m, m/s, degrees */
-  uint32_t tech_mask;                                                             /**< which technologies contributed */
-  uint64_t extra_time[2]; /**< each goes with a flag of its own */
+  uint32_t flags;            /**< ox_lyn_loc_flag_e, one bit each */
+  uint64_t timestamp;        /**< ms since 1970-01-01 UTC */
+  double latitude;           /**< degrees WGS 84, north positive */
+  double longitude;          /**< degrees WGS 84, east positive */
+  double altitude;           /**< m above the WGS 84 ellipsoid */
+  float speed;               /**< m/s over ground */
+  float bearing;             /**< degrees clockwise from true north */
+  float horizontal_accuracy; /**< m */
+  float vertical_accuracy;   /**< m */
+  float speed_accuracy;      /**< m/s */
+  float bearing_accuracy;    /**< degrees */
+  uint32_t tech_mask;        /**< which technologies contributed */
+  uint64_t extra_time[2];    /**< each goes with a flag of its own */
 } ox_lyn_location_t;
 
 /** Async 3. */
@@ -691,10 +707,10 @@ typedef struct {
 /** Async 4. `locations` is a block of its own, freed by the user as well: never null where status is
  * OX_LYN_LOC_BATCH_LOCATIONS_E, else always. */
 typedef struct {
-  int32_t status;   /**< ox_lyn_loc_batch_status_e */
-  int32_t response; /**< ox_lyn_loc_response_e */
-  ox_lyn_location_t *locations;
-  uint8_t count; /**< locations in the array, 0 to 255; of a larger batch the first 255 */
+  int32_t status;               /**< ox_lyn_loc_batch_status_e */
+  int32_t response;             /**< ox_lyn_loc_response_e */
+  ox_lyn_location_t *locations; /**< `count` of them, in the order of the location service */
+  uint8_t count;                /**< locations in the array, 0 to 255; of a larger batch the first 255 */
 } ox_lyn_loc_batch_t;
 
 /** Indication 9. */
@@ -707,82 +723,85 @@ typedef struct {
 
 /** Indication 10. */
 typedef struct {
-  uint32_t bearer_id;
-  uint32_t tx_5g_qci, rx_5g_qci; /**< 5G QoS class identifiers, 0 to 7 */
+  uint32_t bearer_id; /**< the bearer that the flow runs over */
+  uint32_t tx_5g_qci; /**< 5G QoS class identifier of what is sent, 0 to 7 */
+  uint32_t rx_5g_qci; /**< 5G QoS class identifier of what is received, 0 to 7 */
 } ox_lyn_qos_flow_t;
 
 /** Indication 11. */
 typedef struct {
-  uint8_t position_index;
-  uint32_t mode; /**< ox_lyn_pps_mode_e */
+  uint8_t position_index; /**< position of the panel, as the modem numbers it */
+  uint32_t mode;          /**< ox_lyn_pps_mode_e */
 } ox_lyn_pps_ind_t;
 
 /** One measured install frequency. */
 typedef struct {
-  uint32_t arfcn, band;
-  uint32_t scs; /**< ox_lyn_scs_e, OX_LYN_SCS_INVALID_E where unknown */
-  int16_t rsrp; /**< dBm */
-  int16_t snr;  /**< as the modem reports it */
+  uint32_t arfcn; /**< NR-ARFCN */
+  uint32_t band;  /**< NR band number */
+  uint32_t scs;   /**< ox_lyn_scs_e, OX_LYN_SCS_INVALID_E where unknown */
+  int16_t rsrp;   /**< dBm */
+  int16_t snr;    /**< as the modem reports it */
 } ox_lyn_install_freq_t;
 
 /** Indication 13. */
 typedef struct {
-  uint16_t count; /**< 0 to 16 */
-  ox_lyn_install_freq_t entries[OX_LYN_FREQ_LEN];
+  uint16_t count;                                 /**< 0 to 16 */
+  ox_lyn_install_freq_t entries[OX_LYN_FREQ_LEN]; /**< `count` of them */
 } ox_lyn_install_freq_list_t;
 
 /** One PLMN. */
 typedef struct {
-  uint16_t mcc, mnc;
+  uint16_t mcc;               /**< mobile country code */
+  uint16_t mnc;               /**< mobile network code */
   uint8_t includes_pcs_digit; /**< the MNC has three digits */
 } ox_lyn_plmn_t;
 
 /** One LTE neighbour. */
 typedef struct {
-  uint8_t present; /**< 1; cells are packed, the first 0 ends the list */
-  uint32_t index;  /**< 1-based */
-  uint32_t earfcn;
-  uint16_t pci;
-  uint8_t cgi_valid; /**< 1: metric 26 was asked for */
-  uint32_t cgi;
-  uint8_t plmn_valid; /**< metric 28 was asked for */
-  uint32_t plmn_count;
-  ox_lyn_plmn_t plmn[OX_LYN_LTE_NBR_PLMN_LEN];
+  uint8_t present;                             /**< 1; cells are packed, the first 0 ends the list */
+  uint32_t index;                              /**< 1-based */
+  uint32_t earfcn;                             /**< EARFCN */
+  uint16_t pci;                                /**< PCI, 0 to 503 */
+  uint8_t cgi_valid;                           /**< 1: metric 26 was asked for */
+  uint32_t cgi;                                /**< E-UTRAN cell identity, 28 bits */
+  uint8_t plmn_valid;                          /**< metric 28 was asked for */
+  uint32_t plmn_count;                         /**< 0 to 4 */
+  ox_lyn_plmn_t plmn[OX_LYN_LTE_NBR_PLMN_LEN]; /**< plmn_count of them */
 } ox_lyn_lte_nbr_t;
 
 /** Async 1. */
 typedef struct {
   ox_lyn_lte_nbr_t cells[OX_LYN_LTE_NBR_LEN]; /**< filled when metric 22, 24, 26 or 28 was asked for */
   struct {
-    uint8_t valid; /**< 1: metric 30 or 32 was asked for; all else is 0 where there is no neighbour */
-    uint32_t earfcn;
-    uint16_t pci;
-    uint8_t rsrp_valid;
-    int16_t rsrp; /**< dBm */
-    uint8_t rsrq_valid;
-    int16_t rsrq; /**< dB */
-  } serving;      /**< the neighbour with the highest signal */
+    uint8_t valid;      /**< 1: metric 30 or 32 was asked for; all else is 0 where there is no neighbour */
+    uint32_t earfcn;    /**< EARFCN */
+    uint16_t pci;       /**< PCI, 0 to 503 */
+    uint8_t rsrp_valid; /**< metric 30 was asked for */
+    int16_t rsrp;       /**< dBm */
+    uint8_t rsrq_valid; /**< metric 32 was asked for */
+    int16_t rsrq;       /**< dB */
+  } serving;            /**< the neighbour with the highest signal */
 } ox_lyn_lte_nbr_info_t;
 
 /** One NR 5G neighbour. */
 typedef struct {
-  uint8_t present; /**< 1; cells are packed, the first 0 ends the list */
-  uint32_t index;  /**< 1-based */
-  uint32_t earfcn; /**< NR-ARFCN */
-  uint16_t pci;
-  uint8_t rsrp_valid; /**< metric 31 was asked for */
-  int16_t rsrp;       /**< dBm */
-  uint8_t plmn_valid; /**< metric 29 was asked for */
-  uint32_t plmn_count;
-  ox_lyn_plmn_t plmn[OX_LYN_NR5G_NBR_PLMN_LEN];
-  uint8_t cgi_valid; /**< metric 27 was asked for */
-  uint32_t cgi_count;
-  uint64_t cgi[OX_LYN_NR5G_NBR_CGI_LEN];
+  uint8_t present;                              /**< 1; cells are packed, the first 0 ends the list */
+  uint32_t index;                               /**< 1-based */
+  uint32_t earfcn;                              /**< NR-ARFCN */
+  uint16_t pci;                                 /**< PCI, 0 to 1007 */
+  uint8_t rsrp_valid;                           /**< metric 31 was asked for */
+  int16_t rsrp;                                 /**< dBm */
+  uint8_t plmn_valid;                           /**< metric 29 was asked for */
+  uint32_t plmn_count;                          /**< 0 to 12 */
+  ox_lyn_plmn_t plmn[OX_LYN_NR5G_NBR_PLMN_LEN]; /**< plmn_count of them */
+  uint8_t cgi_valid;                            /**< metric 27 was asked for */
+  uint32_t cgi_count;                           /**< 0 to 11 */
+  uint64_t cgi[OX_LYN_NR5G_NBR_CGI_LEN];        /**< NR cell identities, 36 bits, cgi_count of them */
 } ox_lyn_nr5g_nbr_t;
 
 /** Async 2. */
 typedef struct {
-  ox_lyn_nr5g_nbr_t cells[OX_LYN_NR5G_NBR_LEN];
+  ox_lyn_nr5g_nbr_t cells[OX_LYN_NR5G_NBR_LEN]; /**< in the order of the modem */
 } ox_lyn_nr5g_nbr_info_t;
 
 /* Operations */
@@ -840,6 +859,8 @@ int32_t ox_lyn_init(ox_lyn_hndl_t *hndl, uint32_t user_data, ox_lyn_user_cb_fn u
  * the event that is being delivered, with its callback and what the module sends for it (see the top). Then only the
  * board's own releases take time.
  *
+ * hndl  as ox_lyn_init gave it
+ *
  * OX_LYN_SUCCESS              down; the handle is void
  * OX_LYN_ERR_INVALID_PARAM    hndl is 0 or not the module's
  * OX_LYN_ERR_NOT_INITIALIZED  down already, after a teardown that failed
@@ -853,6 +874,7 @@ int32_t ox_lyn_deinit(ox_lyn_hndl_t hndl);
  * Asks the modem for its service state first. Metrics other than 1 need LTE or NR 5G service, also those that have
  * nothing to do with the radio.
  *
+ * hndl     as ox_lyn_init gave it
  * dm_info  in: record_type OX_LYN_RECORD_GET_E, metric, and for metrics 16, 17, 33, 34 and 47 to 51 the address of the
  *          caller's block in ptr, for 45 and 46 the profile handle in i64; out: value_type, value and, where there is
  *          an array, count. After a failure value_type is 0 and all else as it was, but for metrics 35 and 36 (see
@@ -897,6 +919,7 @@ int32_t ox_lyn_get_info(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info);
  * scan is forgotten and the list fails, although its entries were answered. An entry that is not supported forgets a
  * running scan, too: its answer then comes as one of NR 5G.
  *
+ * hndl              as ox_lyn_init gave it
  * dm_info_list      dm_info_list_cnt records as for ox_lyn_get_info. Of neighbour metrics and of entries that are not
  *                   supported only `metric` is read, and nothing is written; their record_type and the registration
  *                   status are not looked at
@@ -916,6 +939,7 @@ int32_t ox_lyn_get_info_list(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info_list,
  * Carry out one control; ox_lyn_set_info_e says what each takes. The modem has answered when it returns; that a single
  * shot was stopped (1) is told by asynchronous response 3, until which another one is refused with OX_LYN_ERR_BUSY.
  *
+ * hndl          as ox_lyn_init gave it
  * dm_ctrl_info  control, and its value; not written
  *
  * OX_LYN_SUCCESS              done
@@ -943,6 +967,7 @@ int32_t ox_lyn_set_info(ox_lyn_hndl_t hndl, ox_lyn_dm_ctrl_info_t *dm_ctrl_info)
  * thresholds. A delivered value is not delivered again until it changes or is subscribed again, and a first value of 0
  * is not delivered. Nothing is told to a modem that has restarted (indication 1): subscribe again then.
  *
+ * hndl         as ox_lyn_init gave it
  * dm_ind_info  record_type, indication and, for 3 to 8, value_type and threshold; not written
  *
  * OX_LYN_SUCCESS              subscribed
@@ -960,15 +985,21 @@ int32_t ox_lyn_set_info(ox_lyn_hndl_t hndl, ox_lyn_dm_ctrl_info_t *dm_ctrl_info)
 int32_t ox_lyn_set_ind_info(ox_lyn_hndl_t hndl, ox_lyn_dm_ind_info_t *dm_ind_info);
 
 /**
- * Count the subscribed indications: dm_ind_cnt receives 0 to 8.
+ * Count the subscribed indications.
  *
- * OX_LYN_SUCCESS, OX_LYN_ERR_INVALID_PARAM (bad handle, null dm_ind_cnt), OX_LYN_ERR_NOT_INITIALIZED
+ * hndl        as ox_lyn_init gave it
+ * dm_ind_cnt  out: 0 to 8
+ *
+ * OX_LYN_SUCCESS              counted
+ * OX_LYN_ERR_INVALID_PARAM    bad handle, null dm_ind_cnt
+ * OX_LYN_ERR_NOT_INITIALIZED  the module is down
  */
 int32_t ox_lyn_get_ind_count(ox_lyn_hndl_t hndl, uint32_t *dm_ind_cnt);
 
 /**
  * List the subscribed indications, in the fixed order 1, 2, 3, 5, 7, 4, 6, 8; entries beyond them become 0.
  *
+ * hndl             as ox_lyn_init gave it
  * dm_ind_list      out: room for dm_ind_list_cnt ox_lyn_ind_e values
  * dm_ind_list_cnt  at least 1
  *
@@ -983,6 +1014,7 @@ int32_t ox_lyn_get_ind_list(ox_lyn_hndl_t hndl, uint32_t *dm_ind_list, uint32_t 
  * Unsubscribe several indications, all or none; one that is not subscribed is no error. The modem is told as by
  * ox_lyn_set_ind_info.
  *
+ * hndl                 as ox_lyn_init gave it
  * dm_clr_ind_list      dm_clr_ind_list_cnt ox_lyn_ind_e values, 1 to 8
  * dm_clr_ind_list_cnt  at least 1
  *

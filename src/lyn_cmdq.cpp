@@ -2,8 +2,9 @@
  * Command queue and command thread: see lyn_cmdq.h for who owns a command when.
  *
  * The list's elements are chunks of items, so that most commands cost neither an allocation nor a list operation. The
- * thread takes the first chunk off as its run, with one look at the mutex, and claims each item when it begins it; so
- * does a flush with those that the thread has not begun. Where memory is needed, the mutex is released for it.
+ * thread takes what is in the first chunk as its run, with one look at the mutex, and claims each item when it begins
+ * it; so does a flush with those that the thread has not begun. A chunk that has room stays in the list meanwhile, and
+ * leaves it when its last item is taken. Where memory is needed, the mutex is released for it.
  *
  * The thread waits on the condition for the empty queue to fill and is signalled for that transition only; it drains
  * the queue before it waits again. A stop is the field `stop`, which the thread never clears: it is set and signalled
@@ -142,12 +143,12 @@ static lyn_cmdq_item_t *lyn_run_claim(lyn_cmdq_run_t *run) {
   return index < run->end ? &run->chunk->items[index] : nullptr;
 }
 
-/** End a run all of whose items were begun. Its chunk, or null, is the caller's. */
+/** End a run all of whose items were begun. Its chunk is the caller's; null where it is listed still, or none. */
 static lyn_cmdq_chunk_t *lyn_run_end(lyn_cmdq_t *cmdq) {
   lyn_cmdq_chunk_t *chunk = cmdq->run.chunk;
   lyn_cmdq_count_add(cmdq, -static_cast<int32_t>(cmdq->run.uncounted));
   cmdq->run = {};
-  return chunk;
+  return chunk != nullptr && chunk->taken == LYN_CMDQ_CHUNK_LEN ? chunk : nullptr;
 }
 
 /** The same for the run of a thread that has ended; null, too, while it has not. */
@@ -155,7 +156,7 @@ static lyn_cmdq_chunk_t *lyn_run_end_left(lyn_cmdq_t *cmdq) {
   return std::atomic_ref(cmdq->run.is_left).load(std::memory_order_acquire) ? lyn_run_end(cmdq) : nullptr;
 }
 
-/** The list's first chunk, or null. `end`: behind its last item. */
+/** The first chunk with items that nobody has taken, or null. `end`: behind its last item. */
 static lyn_cmdq_chunk_t *lyn_cmdq_first(lyn_cmdq_t *cmdq, uint32_t *end) {
   void *data = nullptr;
   const lyn_dll_node *first = cmdq->head != nullptr ? lyn_dll_next(cmdq->head, &data) : nullptr;
@@ -164,15 +165,29 @@ static lyn_cmdq_chunk_t *lyn_cmdq_first(lyn_cmdq_t *cmdq, uint32_t *end) {
   }
   auto *chunk = static_cast<lyn_cmdq_chunk_t *>(data);
   *end = first == cmdq->tail ? static_cast<uint32_t>(cmdq->put - chunk->items) : LYN_CMDQ_CHUNK_LEN;
-  return chunk;
+  return chunk->taken < *end ? chunk : nullptr;
 }
 
-/** Take the first chunk out of the list. */
-static void lyn_cmdq_unlist_first(lyn_cmdq_t *cmdq) {
+/** Take the first chunk out of the list; null where there is none. */
+static lyn_cmdq_chunk_t *lyn_cmdq_unlist_first(lyn_cmdq_t *cmdq) {
   void *data = nullptr;
   lyn_dll_delete_head(cmdq->head, &cmdq->tail, &data);
   if (cmdq->tail == cmdq->head) {
     cmdq->put = cmdq->put_end = nullptr;
+  }
+  return static_cast<lyn_cmdq_chunk_t *>(data);
+}
+
+/** The same for a chunk with room that nothing is left in, when all is taken and the thread is at no item of it. */
+static lyn_cmdq_chunk_t *lyn_cmdq_unlist_emptied(lyn_cmdq_t *cmdq) {
+  return cmdq->run.chunk == nullptr ? lyn_cmdq_unlist_first(cmdq) : nullptr;
+}
+
+/** Take the items before `end` off the first chunk, which leaves the list when its last one is taken. */
+static void lyn_cmdq_take_until(lyn_cmdq_t *cmdq, lyn_cmdq_chunk_t *first, uint32_t end) {
+  first->taken = end;
+  if (end == LYN_CMDQ_CHUNK_LEN) {
+    lyn_cmdq_unlist_first(cmdq);
   }
 }
 
@@ -187,11 +202,14 @@ static bool lyn_cmdq_take(lyn_cmdq_t *cmdq, lyn_cmdq_item_t *taken) {
   uint32_t end = 0;
   lyn_cmdq_chunk_t *chunk = lyn_cmdq_first(cmdq, &end);
   if (chunk == nullptr) {
+    lyn_chunk_free(lyn_cmdq_unlist_emptied(cmdq));
     return false;
   }
-  *taken = chunk->items[chunk->taken++];
+  *taken = chunk->items[chunk->taken];
   lyn_cmdq_count_add(cmdq, -1);
-  if (chunk->taken == end) {
+  if (chunk == cmdq->run.chunk || chunk->taken + 1 < end) {
+    lyn_cmdq_take_until(cmdq, chunk, chunk->taken + 1);
+  } else {
     lyn_cmdq_unlist_first(cmdq);
     lyn_chunk_free(chunk);
   }
@@ -224,6 +242,24 @@ static void lyn_cmdq_move(lyn_cmdq_t *from, lyn_cmdq_t *to) {
   }
 }
 
+/** Copy and take off what the thread has not begun of its run, and what came into the same chunk since. */
+static uint32_t lyn_cmdq_take_run_chunk(lyn_cmdq_t *cmdq, lyn_cmdq_item_t taken[LYN_CMDQ_CHUNK_LEN]) {
+  uint32_t len = 0;
+  while (const lyn_cmdq_item_t *item = lyn_run_claim(&cmdq->run)) {
+    taken[len++] = *item;
+  }
+  uint32_t end = 0;
+  lyn_cmdq_chunk_t *first = lyn_cmdq_first(cmdq, &end);
+  if (first != nullptr && first == cmdq->run.chunk) {
+    for (uint32_t i = first->taken; i < end; i++) {
+      taken[len++] = first->items[i];
+    }
+    lyn_cmdq_take_until(cmdq, first, end);
+  }
+  lyn_cmdq_count_add(cmdq, -static_cast<int32_t>(len));
+  return len;
+}
+
 int32_t lyn_cmdq_flush(lyn_cmdq_t *cmdq) {
   if (cmdq == nullptr) {
     LYN_LOG_ERROR("lyn_cmdq_flush Bad Param cmdq NULL\n");  // deliberately without the others' colon
@@ -233,18 +269,16 @@ int32_t lyn_cmdq_flush(lyn_cmdq_t *cmdq) {
   lyn_cmdq_t flushed = {};  // what was queued, as a queue of nobody else's
   flushed.head = flushed.tail = lyn_dll_init(&sentinel);
   lyn_cmdq_item_t first[LYN_CMDQ_CHUNK_LEN];
-  uint32_t first_len = 0;
   if (!lyn_cmdq_lock(cmdq)) {
     return -1;
   }
-  while (const lyn_cmdq_item_t *item = lyn_run_claim(&cmdq->run)) {
-    first[first_len++] = *item;
-  }
-  lyn_cmdq_count_add(cmdq, -static_cast<int32_t>(first_len));
+  const uint32_t first_len = lyn_cmdq_take_run_chunk(cmdq, first);
   lyn_cmdq_chunk_t *left = lyn_run_end_left(cmdq);
   lyn_cmdq_move(cmdq, &flushed);
+  lyn_cmdq_chunk_t *emptied = lyn_cmdq_unlist_emptied(cmdq);
   const bool unlocked = lyn_cmdq_unlock(cmdq);
   lyn_chunk_free(left);
+  lyn_chunk_free(emptied);
   for (uint32_t i = 0; i < first_len; i++) {
     lyn_item_discard(&first[i]);
   }
@@ -428,27 +462,37 @@ static bool lyn_cmdthrd_run_claimed(lyn_cmdq_t *cmdq, lyn_cmdq_item_t *item) {
   return lyn_cmdthrd_run(item);
 }
 
-/** With the mutex held: make the first chunk the next run and claim its first item. Null: there is none. */
+/** With the mutex held: make the first chunk the next run. Its first item, or null where there is none. */
 static lyn_cmdq_item_t *lyn_cmdthrd_take_run(lyn_cmdq_t *cmdq) {
   uint32_t end = 0;
   lyn_cmdq_chunk_t *chunk = lyn_cmdq_first(cmdq, &end);
   if (chunk == nullptr) {
     return nullptr;
   }
-  lyn_cmdq_unlist_first(cmdq);
   const auto items = static_cast<int32_t>(end - chunk->taken);
   cmdq->run = {.chunk = chunk,
-               .next = chunk->taken + 1,
+               .next = chunk->taken,
                .end = end,
                .uncounted = 0,
                .counts_late = lyn_cmdq_count(cmdq) - items > cmdq->max,
                .is_left = false};
-  return &chunk->items[chunk->taken];
+  lyn_cmdq_take_until(cmdq, chunk, end);
+  return &chunk->items[cmdq->run.next];
 }
 
-/** With the mutex held and the queue empty: wait for a signal unless there is a stop. */
+/**
+ * With the mutex held and the queue empty: wait for a signal unless there is a stop. What woke the thread becomes its
+ * run while it has the mutex; the command is begun on the next round of the loop, as every other.
+ */
 static bool lyn_cmdthrd_wait(lyn_cmdq_t *cmdq) {
-  return lyn_cmdthrd_is_stopped(cmdq) || pthread_cond_wait(lyn_cmdq_cond(cmdq), lyn_cmdq_mutex(cmdq)) == 0;
+  if (lyn_cmdthrd_is_stopped(cmdq)) {
+    return true;
+  }
+  const bool waited = pthread_cond_wait(lyn_cmdq_cond(cmdq), lyn_cmdq_mutex(cmdq)) == 0;
+  if (waited) {
+    lyn_cmdthrd_take_run(cmdq);
+  }
+  return waited;
 }
 
 /**
@@ -462,7 +506,12 @@ static bool lyn_cmdthrd_next_run(lyn_cmdq_t *cmdq, lyn_cmdq_item_t **item) {
   lyn_cmdq_chunk_t *done = lyn_run_end(cmdq);
   lyn_cmdq_chunk_t *surplus = done != nullptr ? lyn_chunk_keep(done) : nullptr;  // not freed under the mutex
   *item = lyn_cmdthrd_take_run(cmdq);
-  const bool waited = *item != nullptr || lyn_cmdthrd_wait(cmdq);
+  bool waited = true;
+  if (*item != nullptr) {
+    cmdq->run.next++;  // claimed; nobody else can while the mutex is held
+  } else {
+    waited = lyn_cmdthrd_wait(cmdq);
+  }
   const bool unlocked = pthread_mutex_unlock(lyn_cmdq_mutex(cmdq)) == 0;
   if (!waited) {
     LYN_LOG_ERROR("pthread_cond_wait failed:");

@@ -9,6 +9,7 @@ lyn_packages_test=(
   git ccache libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev clang-format clang-tidy cppcheck abigail-tools
   python3 python3-pytest python3-pytest-xdist python3-pexpect
+  doxygen mandoc
 )
 
 # What builds packages and looks at them.
@@ -23,6 +24,11 @@ lyn_packages_bench=(
   python3 valgrind binutils dbus-daemon libsystemd-dev libglib2.0-dev libboost-dev libuv1-dev libconcurrentqueue-dev
   libfmt-dev
 )
+
+# lyn_version: MAJOR.MINOR.PATCH, from the public header.
+lyn_version() {
+  sed -n 's/^#define OX_LYN_VERSION_\(MAJOR\|MINOR\|PATCH\) \([0-9]*\).*/\2/p' "$lyn_root/inc/ox_lyn.h" | paste -sd.
+}
 
 # say TEXT: progress goes to standard error, so that a program's own output can be piped.
 say() {

@@ -1,8 +1,8 @@
 """Runs the demo client as a user would: with an automatic test file, through a pipe, or in a terminal.
 
-Every run gets a /data of its own (tools/private-data), its scenario, journal and diagnostic log in the test's folder,
-and a time-out that is longer in sanitizer builds. What it prints is read by a thread up to a limit, because the
-interactive menu repeats without end once standard input is closed.
+Every run starts in the tree's root with a /data of its own (tools/private-data), its scenario, journal and diagnostic
+log in the test's folder, and a time-out that is longer in sanitizer builds. What it prints is read by a thread up to a
+limit, because the interactive menu repeats without end once standard input is closed.
 
     result = demo.auto(["1", "7 10", "2"], scenario="[board]\\nnoise_db = 0\\n")
     assert result.status == 0 and "LTE Serving Cell RSRP" in result.console
@@ -27,6 +27,7 @@ import pexpect
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 DATA = ROOT / "tests" / "data"
+DRIVES = [DATA / "drive.csv", ROOT / "scenarios" / "motorway_drive.csv"]  # the tree's own
 BUILD = ROOT / os.environ.get("LYN_BUILD", "build/release")
 PRIVATE_DATA = ROOT / "tools" / "private-data"
 
@@ -168,8 +169,8 @@ class Session:
         self.launch = launch
         self.timeout = timeout * SCALE
         # A run in the background of a script hands down an ignored SIGINT.
-        self.process = subprocess.Popen(launch.command, env=launch.env, stdin=stdin, stdout=subprocess.PIPE,
-                                        stderr=subprocess.PIPE,
+        self.process = subprocess.Popen(launch.command, cwd=ROOT, env=launch.env, stdin=stdin,
+                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                         preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL))
         self.output = Output(self.process, self.process.stdout, limit)
         self.errors = Output(self.process, self.process.stderr, limit)
@@ -257,8 +258,9 @@ class Terminal:
     def __init__(self, launch, timeout):
         self.launch = launch
         command = launch.command
-        self.child = pexpect.spawn(command[0], command[1:], env=launch.env, timeout=timeout * SCALE, encoding="utf-8",
-                                   codec_errors="backslashreplace", dimensions=(50, 200), maxread=1 << 16)
+        self.child = pexpect.spawn(command[0], command[1:], cwd=str(ROOT), env=launch.env, timeout=timeout * SCALE,
+                                   encoding="utf-8", codec_errors="backslashreplace", dimensions=(50, 200),
+                                   maxread=1 << 16)
 
     def __enter__(self):
         return self

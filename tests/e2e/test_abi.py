@@ -12,7 +12,7 @@ CHANGES = {
     "operation_added": ("int32_t ox_lyn_deinit(", "int32_t ox_lyn_more(void);\nint32_t ox_lyn_deinit(", "ox_lyn_more"),
     "operation_renamed": ("int32_t ox_lyn_deinit(", "int32_t ox_lyn_end(", "ox_lyn_deinit"),
     "parameter_widened": ("uint32_t user_data, ox_lyn_user_cb_fn", "uint64_t user_data, ox_lyn_user_cb_fn", "uint64_t"),
-    "members_swapped_in_a_block_behind_a_pointer": ("uint64_t bytes_rx, bytes_tx;", "uint64_t bytes_tx, bytes_rx;",
+    "members_swapped_in_a_block_behind_a_pointer": ("uint32_t pkts_rx; ", "uint32_t pkts_lost; ",
                                                     "ox_lyn_wwan_stats_t"),
     "value_of_an_enumeration": ("OX_LYN_MODEM_DOWN_E = 8", "OX_LYN_MODEM_DOWN_E = 7", "OX_LYN_MODEM_DOWN_E"),
 }

@@ -5,12 +5,10 @@ The reference here knows the log's columns and ranges and nothing of the board's
 import contextlib
 import csv
 import math
-import re
-import time
 
 import pytest
 
-from lyn import DATA, PROMPT, SCALE, read_text
+from lyn import DRIVES, PROMPT
 
 NO_SERVICE, INFO_UNAVAILABLE = -16, -17
 RANGES = {"RSRP": (-156, -31), "RSRQ": (-43, 20), "SNR": (-40, 50)}
@@ -64,13 +62,6 @@ def expected_line(row, metric):
     return f"[{name}] - {measured(row, column, scale)}\n"
 
 
-def wait_for_trace_end(launch):
-    deadline = time.monotonic() + 20 * SCALE
-    while '"trace_end"' not in read_text(launch.journal_path):
-        assert time.monotonic() < deadline, "the drive does not end"
-        time.sleep(0.01)
-
-
 def replay(demo, path, speed, timeout=60):
     """Register, wait for the end of the drive, ask for the metrics, deregister; returns session's console and journal."""
     rows = read_drive(path)
@@ -95,8 +86,9 @@ def replay(demo, path, speed, timeout=60):
 
 
 @pytest.mark.parametrize("speed", [0, 2000])
-def test_drive_ends_with_the_values_of_its_last_row(demo, speed):
-    replay(demo, DATA / "drive.csv", speed)
+@pytest.mark.parametrize("path", DRIVES, ids=lambda path: path.stem)
+def test_drive_ends_with_the_values_of_its_last_row(demo, path, speed):
+    replay(demo, path, speed)
 
 
 CLEAN = {"Timestamp": "2025.03.14_10.20.20", "Longitude": "11.566957", "Latitude": "48.148970", "Speed": "24",
@@ -168,26 +160,3 @@ def test_first_rows_come_one_by_one_at_speed_1(demo, drives):
             assert session.terminate() == 0
             seen = [row["fields"]["row"] for row in session.finish().calls("event", "trace_row")]
             assert seen == list(range(len(seen)))
-
-
-def by_thread(text, key):
-    """Lines grouped by what `key` finds in them, in their order within a group: the board's threads run side by side."""
-    lines = text.splitlines(keepends=True)
-    return "".join(sorted(lines, key=lambda line: re.search(key, line).group()))
-
-
-def test_session_on_a_drive_is_recorded(demo, goldens):
-    """The session that README.md shows: tools/check-docs holds the one to the other."""
-    env = {"LYN_SIM_SCENARIO": str(DATA / "drive.toml")}
-    with demo.terminal(env=env) as terminal:
-        console = terminal.expect(PROMPT) + PROMPT
-        for line in ("1", "7 1", "7 10", "7 12", "7 14", "2"):
-            terminal.sendline(line)
-            console += terminal.expect(PROMPT) + PROMPT
-            if line == "1":
-                wait_for_trace_end(terminal.launch)
-        assert terminal.terminate() == 0
-        launch = terminal.launch
-    goldens.check("drive_session", console=console.replace("\r\n", "\n"),
-                  journal=by_thread(read_text(launch.journal_path), '"lib": "[a-z]+", "dir": "(indication)?'),
-                  diag=by_thread(read_text(launch.diag_path), r"\w+\.cpp"))

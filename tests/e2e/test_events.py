@@ -9,7 +9,7 @@ import re
 
 import pytest
 
-from lyn import BUILD, DATA, OPTION_FAILED, PROMPT
+from lyn import BUILD, DATA, DRIVES, OPTION_FAILED, PROMPT
 from test_drive import measured, read_drive
 from test_main_loop import MENU
 
@@ -149,13 +149,21 @@ def check_six(demo, path, folder, thresholds):
 
 
 @pytest.mark.parametrize("ind", LTE)
-def test_every_change_of_a_measured_value_is_printed_once(demo, ind):
-    check_single(demo, DATA / "drive.csv", ind)
+@pytest.mark.parametrize("path", DRIVES, ids=lambda path: path.stem)
+def test_every_change_of_a_measured_value_is_printed_once(demo, path, ind):
+    check_single(demo, path, ind)
 
 
 @pytest.mark.parametrize("thresholds", ALL_SIX)
-def test_six_values_follow_their_thresholds(demo, tmp_path, thresholds):
-    check_six(demo, DATA / "drive.csv", tmp_path, thresholds)
+@pytest.mark.parametrize("path", DRIVES, ids=lambda path: path.stem)
+def test_six_values_follow_their_thresholds(demo, tmp_path, path, thresholds):
+    check_six(demo, path, tmp_path, thresholds)
+
+
+@pytest.mark.parametrize("thresholds", ALL_SIX)
+def test_values_of_an_nr5g_cell_that_comes_and_goes_follow_their_thresholds(demo, thresholds):
+    path = DRIVES[1]
+    assert replayed_lines(demo, path, thresholds) == expected_lines(read_drive(path), thresholds)
 
 
 def recorded_drives():

@@ -479,15 +479,20 @@ TEST_F(lyn_cmdq_fault, the_thread_goes_round_the_loop_after_a_wait) {
 TEST_F(lyn_cmdq_fault, a_thread_that_has_ended_keeps_no_chunk) {
   make_bare();
   static lyn_cmdq_t *owner;
-  static lyn_cmd second = {.execute_f = [](lyn_cmd *, void *) { std::atomic_ref(owner->running).store(false); },
-                           .free_f = nullptr,
-                           .data = nullptr};
-  lyn_cmd first = {.execute_f = [](lyn_cmd *, void *) { EXPECT_EQ(lyn_cmdq_enq(owner, &second), 0); },
-                   .free_f = nullptr,
-                   .data = nullptr};
+  static lyn_cmd nothing = {.execute_f = [](lyn_cmd *, void *) {}, .free_f = nullptr, .data = nullptr};
+  lyn_cmd last = {.execute_f = [](lyn_cmd *, void *) { std::atomic_ref(owner->running).store(false); },
+                  .free_f = nullptr,
+                  .data = nullptr};
+  const auto enqueue_nothing = [this](uint32_t times) {
+    for (uint32_t i = 0; i < times; i++) {
+      EXPECT_EQ(lyn_cmdq_enq(&queue, &nothing), 0);
+    }
+  };
   owner = &queue;
-  EXPECT_EQ(lyn_cmdq_enq(&queue, &first), 0);
+  enqueue_nothing(LYN_CMDQ_CHUNK_LEN);
+  EXPECT_EQ(lyn_cmdq_enq(&queue, &last), 0);
   EXPECT_EQ(lyn_cmdthrd_main(&queue), nullptr);
+  enqueue_nothing(LYN_CMDQ_CHUNK_LEN - 1);
   alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, 0);
   EXPECT_EQ(lyn_cmdq_enq(&queue, &cmd), -1);
   EXPECT_TRUE(alloc_fault_disarm());

@@ -581,11 +581,36 @@ TEST_F(lyn_cmdq_posts, the_count_is_exact_while_a_command_runs_and_a_flush_meets
   }
 }
 
+TEST_F(lyn_cmdq_posts, others_may_empty_the_chunk_that_holds_the_running_command) {
+  start();
+  occupy();
+  for (int behind : {3, chunk, 1}) {
+    const size_t first = probes.size();
+    post_many(behind);
+    for (int i = 0; i < behind; i++) {
+      pthread_mutex_lock(&gate.mutex);
+      EXPECT_EQ(lyn_cmdq_deq(&queue), &posted_cmd) << i;
+      pthread_mutex_unlock(&gate.mutex);
+    }
+    pthread_mutex_lock(&gate.mutex);
+    EXPECT_EQ(lyn_cmdq_deq(&queue), nullptr);
+    pthread_mutex_unlock(&gate.mutex);
+    EXPECT_EQ(count(), 0);
+    EXPECT_EQ(probes[first].freed, 0);
+  }
+  hold = false;
+  probe &after = post();
+  wait_until(after.freed, 1);
+  EXPECT_EQ(probes[0].freed, 1);
+  stop();
+}
+
 TEST_F(lyn_cmdq_posts, a_flush_frees_with_the_mutex_released) {
   start();
   occupy();
   static pthread_mutex_t *mutex;
   static std::atomic<int> freed_unlocked{0};
+  freed_unlocked = 0;
   mutex = &gate.mutex;
   lyn_cmd look = {.execute_f = [](lyn_cmd *, void *) {},
                   .free_f =
@@ -657,13 +682,13 @@ TEST_F(lyn_cmdq_posts, up_to_the_maximum_behind_its_run_the_thread_keeps_the_cou
   std::atomic<bool> hold_middle{true};
   start(4);
   occupy();
-  for (int i = 0; i < chunk; i++) {
+  for (int i = 0; i < chunk - 1; i++) {
     i == 4 ? post_held(hold_middle) : post();
   }
   post_many(4);
   hold = false;
   wait_until(probes[5].executed, 1);
-  EXPECT_EQ(count(), chunk - 5 + 4);
+  EXPECT_EQ(count(), chunk - 1 - 5 + 4);
   hold_middle = false;
   wait_until(probes.back().freed, 1);
   stop();
@@ -756,6 +781,7 @@ TEST_F(lyn_cmdq_posts, a_command_may_post_and_release_itself) {
   start();
   static std::atomic<int> runs{0};
   static lyn_cmdq_gate_t *to;
+  runs = 0;
   to = &gate;
   auto *own = static_cast<lyn_cmd *>(malloc(sizeof(lyn_cmd)));
   *own = {.execute_f =
