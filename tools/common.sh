@@ -8,7 +8,7 @@ lyn_packages_test=(
   "${lyn_packages_demo[@]}"
   git ccache libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev clang-format clang-tidy cppcheck
-  python3 python3-pytest python3-pytest-xdist python3-pexpect
+  python3 python3-pytest python3-pytest-xdist python3-pexpect python3-dev python3-cffi
 )
 
 # What the benchmarks compare with, and what counts instructions; the programs build without them.
