@@ -13,6 +13,9 @@ from lyn import AUTO_DONE, BUILD, ROOT, Demo
 
 pytestmark = pytest.mark.skipif(BUILD.name != "release", reason="what is installed is what ships, no sanitizer build")
 
+# One worker does them all, and builds with the SDK once.
+with_sdk = pytest.mark.xdist_group("sdk")
+
 HEADER = (ROOT / "inc/ox_lyn.h").read_text(encoding="utf-8")
 VERSION = ".".join(re.findall(r"#define OX_LYN_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)", HEADER))
 
@@ -229,12 +232,14 @@ def test_without_shared_libraries_the_static_ones_are_what_programs_get(tmp_path
     assert Demo(tmp_path, prefix / "bin/lyn_demo").auto(["1", "2"]).status == 0
 
 
+@with_sdk
 def test_build_for_the_board_installs_nothing_of_the_simulated_one(sdk_prefix):
     assert [name for name in files(sdk_prefix) if "sim" in pathlib.PurePath(name).name] == []
     assert [name for name in files(sdk_prefix) if b"lyn_sim" in (sdk_prefix / name).read_bytes()] == []
     assert "libdiag.so.1" in dynamic(lib_dir(sdk_prefix) / "liblyn.so", "NEEDED")
 
 
+@with_sdk
 def test_build_for_the_board_runs_with_the_libraries_of_the_board(tmp_path, sdk_prefix, sdk):
     check_runs(compile_caller(tmp_path, sdk_prefix, ".c"), lib_dir(sdk_prefix), sdk / "lib")
     shared, static = build_project(tmp_path, sdk_prefix, ["lyn", "lyn_static"])
@@ -245,6 +250,7 @@ def test_build_for_the_board_runs_with_the_libraries_of_the_board(tmp_path, sdk_
     assert result.console.endswith(AUTO_DONE) and result.status == 0
 
 
+@with_sdk
 def test_sdk_may_lie_elsewhere_for_the_programs_that_are_built_against_it(tmp_path, sdk_prefix):
     moved = make_sdk(tmp_path / "moved")
     shared, static = build_project(tmp_path, sdk_prefix, ["lyn", "lyn_static"], options=[f"-DLYN_SDK_DIR={moved}"])
