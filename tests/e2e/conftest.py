@@ -11,6 +11,7 @@ LONG = bool(os.environ.get("LYN_LONG"))
 
 def pytest_configure(config):
     config.addinivalue_line("markers", "release_only: too slow for sanitizer builds unless LYN_LONG is set")
+    config.addinivalue_line("markers", "xdist_group: tests that one worker runs, because they share what takes long")
     config.addinivalue_line("markers", "long: takes minutes; runs with LYN_LONG set")
 
 

@@ -4,7 +4,6 @@ build/roots; each test unpacks it into a folder of its own and enters that with 
 
 What the machine does not allow makes a test skip, with a line that says what was missing.
 """
-import fcntl
 import hashlib
 import os
 import shutil
@@ -35,13 +34,11 @@ def tarball():
     name = hashlib.sha256(" ".join([SUITE, *PACKAGES]).encode()).hexdigest()[:12]
     kept, fresh = FOLDER / f"{SUITE}-{name}.tar", FOLDER / "fresh.tar"
     FOLDER.mkdir(parents=True, exist_ok=True)
-    with open(FOLDER / "lock", "w", encoding="utf-8") as lock:
-        fcntl.flock(lock, fcntl.LOCK_EX)
-        if not kept.exists():
-            hint = "" if os.geteuid() == 0 else " (not as root it needs uidmap and a line in /etc/subuid)"
-            output_or_skip(f"no clean root, mmdebstrap failed{hint}", "mmdebstrap", "--quiet", "--variant=minbase",
-                           f"--include={','.join(PACKAGES)}", SUITE, fresh)
-            fresh.rename(kept)
+    if not kept.exists():
+        hint = "" if os.geteuid() == 0 else " (not as root it needs uidmap and a line in /etc/subuid)"
+        output_or_skip(f"no clean root, mmdebstrap failed{hint}", "mmdebstrap", "--quiet", "--variant=minbase",
+                       f"--include={','.join(PACKAGES)}", SUITE, fresh)
+        fresh.rename(kept)
     return kept
 
 

@@ -13,6 +13,9 @@ from lyn import AUTO_DONE, BUILD, ROOT, Demo
 
 pytestmark = pytest.mark.skipif(BUILD.name != "release", reason="what is installed is what ships, no sanitizer build")
 
+# One worker does them all, and builds with the SDK once.
+with_sdk = pytest.mark.xdist_group("sdk")
+
 
 def install_and_move(folder, tmp):
     return install(folder, tmp / "first").rename(tmp / "second")
@@ -102,6 +105,11 @@ def code(header):
     return re.sub(r"(?m)^\s*#(?:.*\\\n)*.*$", "", text)
 
 
+def without_python(names):
+    """All but the Python package, which is there where it was asked for."""
+    return [name for name in names if "dist-packages" not in name]
+
+
 def test_everything_is_installed_once_and_once_more(tmp_path):
     installed = install(BUILD, tmp_path / "prefix")
     first = files(installed)
@@ -111,14 +119,14 @@ def test_everything_is_installed_once_and_once_more(tmp_path):
             "lib/cmake/lyn/lyn-config-version.cmake", "lib/cmake/lyn/lyn-targets.cmake",
             "lib/cmake/lyn/lyn-targets-release.cmake", "share/man/man1/lyn_demo.1",
             "share/man/man3/ox_lyn.3", "share/man/man7/lyn_sim.7",
-            *(f"share/lyn/scenarios/{path.name}" for path in (ROOT / "scenarios").iterdir())} == set(first)
+            *(f"share/lyn/scenarios/{path.name}" for path in (ROOT / "scenarios").iterdir())} == set(without_python(first))
     install(BUILD, installed)
     assert files(installed) == first
 
 
 def test_every_installed_file_is_in_one_package(prefix):
     """Packages have the folders of /usr, in which those of the libraries have a level more."""
-    owners = {name: [] for name in files(prefix)}
+    owners = {name: [] for name in without_python(files(prefix))}
     for listed in (ROOT / "debian").glob("*.install"):
         for pattern in listed.read_text(encoding="utf-8").split():
             found = list(prefix.glob(pattern.replace("usr/lib/*/", "usr/lib/").removeprefix("usr/")))
@@ -210,6 +218,7 @@ def test_without_shared_libraries_the_static_ones_are_what_programs_get(tmp_path
     assert Demo(tmp_path, prefix / "bin/lyn_demo").auto(["1", "2"]).status == 0
 
 
+@with_sdk
 def test_build_for_the_board_installs_nothing_of_the_simulated_one(sdk_prefix):
     assert [name for name in files(sdk_prefix) if "sim" in pathlib.PurePath(name).name] == []
     # Manual pages say what holds where the board is simulated, and that it has a page.
@@ -218,6 +227,7 @@ def test_build_for_the_board_installs_nothing_of_the_simulated_one(sdk_prefix):
     assert "libdiag.so.1" in dynamic(lib_dir(sdk_prefix) / "liblyn.so", "NEEDED")
 
 
+@with_sdk
 def test_build_for_the_board_runs_with_the_libraries_of_the_board(tmp_path, sdk_prefix, sdk):
     check_runs(compile_caller(tmp_path, sdk_prefix, ".c"), lib_dir(sdk_prefix), sdk / "lib")
     shared, static = build_project(tmp_path, sdk_prefix, ["lyn", "lyn_static"])
@@ -228,6 +238,7 @@ def test_build_for_the_board_runs_with_the_libraries_of_the_board(tmp_path, sdk_
     assert result.console.endswith(AUTO_DONE) and result.status == 0
 
 
+@with_sdk
 def test_sdk_may_lie_elsewhere_for_the_programs_that_are_built_against_it(tmp_path, sdk_prefix):
     moved = make_sdk(tmp_path / "moved")
     shared, static = build_project(tmp_path, sdk_prefix, ["lyn", "lyn_static"], options=[f"-DLYN_SDK_DIR={moved}"])

@@ -2,9 +2,7 @@
 """The Debian packages and what a release is made of: that what describes them agrees with the tree, which trees are no
 release, and, with --long, what tools/package makes and how that fares on a clean system.
 """
-import fcntl
 import hashlib
-import os
 import re
 import shutil
 import subprocess
@@ -214,23 +212,20 @@ def test_release_is_refused_and_leaves_nothing(release_tree, case):
     assert not (release_tree / "build/publish").exists()
 
 
-@pytest.fixture(scope="session")
+# One worker does them all, and builds the packages once.
+with_packages = pytest.mark.xdist_group("packages")
+
+
+@pytest.fixture(scope="module")
 def packages(tmp_path_factory):
-    """The packages, built once for all workers of a copy of the tree, which stays as it is. tools/package fails where
-    lintian has an error or a warning.
+    """The packages, built of a copy of the tree, which stays as it is. tools/package fails where lintian has an error or a
+    warning.
     """
-    base = tmp_path_factory.getbasetemp()
-    folder = (base.parent if os.environ.get("PYTEST_XDIST_WORKER") else base) / "packages"
-    folder.mkdir(exist_ok=True)
-    with open(folder / "lock", "w", encoding="utf-8") as lock:
-        fcntl.flock(lock, fcntl.LOCK_EX)
-        if not (folder / "done").exists():
-            tree = shutil.copytree(ROOT, folder / "tree", ignore=shutil.ignore_patterns("build", ".*", "__pycache__"),
-                                   dirs_exist_ok=True)
-            before = sorted(tree.rglob("*"))
-            run(tree / "tools/package", folder)
-            assert sorted(tree.rglob("*")) == before
-            (folder / "done").touch()
+    folder = tmp_path_factory.mktemp("packages")
+    tree = shutil.copytree(ROOT, folder / "tree", ignore=shutil.ignore_patterns("build", ".*", "__pycache__"))
+    before = sorted(tree.rglob("*"))
+    run(tree / "tools/package", folder)
+    assert sorted(tree.rglob("*")) == before
     return {path.name.split("_")[0]: path for path in folder.glob("*.deb")}
 
 
@@ -241,6 +236,7 @@ def contents(package):
     return {name.removeprefix("./") for name in names if "/usr/share/doc/" not in name}
 
 
+@with_packages
 @pytest.mark.long
 def test_packages_hold_what_their_names_say(packages):
     libraries = f"usr/lib/{run('cc', '-print-multiarch').strip()}"
@@ -255,6 +251,7 @@ def test_packages_hold_what_their_names_say(packages):
             f"{libraries}/pkgconfig/lyn.pc", f"{libraries}/cmake/lyn/lyn-config.cmake"} < held["liblyn-dev"]
 
 
+@with_packages
 @pytest.mark.long
 def test_each_package_brings_the_next(packages):
     needed = {name: run("dpkg-deb", "-f", path, "Depends") for name, path in packages.items()}
@@ -287,6 +284,7 @@ def install_and_use(root, packages):
     return printed, before, root.files()
 
 
+@with_packages
 @pytest.mark.long
 def test_on_a_clean_system_programs_are_built_and_run_and_nothing_stays_behind(tmp_path, packages):
     printed, before, after = install_and_use(CleanRoot(tmp_path), packages)
