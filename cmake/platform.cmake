@@ -1,5 +1,7 @@
-# The target lyn_platform: what the module includes and links of the board. `sim` builds the simulated board;
-# `sdk` takes the board's own headers and libraries in place of platform/.
+# The target lyn_platform: what programs of this tree link of the board; lyn_platform_shared: what the module's shared
+# library needs; lyn_platform_api: what the module includes. `sim` builds the simulated board; `sdk` takes the board's
+# own headers and libraries in place of platform/. lyn_platform_installed is what an installed static library needs, and
+# lyn_board_libs names the libraries.
 set(lyn_sdk_headers diag_service.h location_client_api.h nas_service_v01.h oxmap_client.h yrp_client.h)
 set(lyn_sdk_libs diag location_client oxmap_client yrp_nas yrp_cci)
 
@@ -8,6 +10,11 @@ if(LYN_PLATFORM STREQUAL "sim")
   target_include_directories(lyn_platform_api INTERFACE ${CMAKE_SOURCE_DIR}/platform/inc)
   add_subdirectory(${CMAKE_SOURCE_DIR}/platform/sim ${CMAKE_BINARY_DIR}/platform/sim)
   add_library(lyn_platform ALIAS lyn_sim)
+  if(LYN_SHARED)
+    add_library(lyn_platform_shared ALIAS lyn_sim_shared)
+  endif()
+  set(lyn_platform_installed lyn::sim_static)
+  set(lyn_board_libs lyn_sim)
 elseif(LYN_PLATFORM STREQUAL "sdk")
   if(NOT LYN_SDK_DIR)
     message(FATAL_ERROR "LYN_PLATFORM=sdk needs -DLYN_SDK_DIR=DIR, the folder that holds the board's include/ and lib/")
@@ -35,6 +42,9 @@ elseif(LYN_PLATFORM STREQUAL "sdk")
   target_include_directories(lyn_platform_api SYSTEM INTERFACE ${LYN_SDK_DIR}/include)
   add_library(lyn_platform INTERFACE)
   target_link_libraries(lyn_platform INTERFACE lyn_platform_api ${found_libs})
+  add_library(lyn_platform_shared ALIAS lyn_platform)
+  set(lyn_platform_installed lyn::board)
+  set(lyn_board_libs ${lyn_sdk_libs})
 else()
   message(FATAL_ERROR "LYN_PLATFORM is 'sim' or 'sdk', not '${LYN_PLATFORM}'")
 endif()

@@ -808,6 +808,9 @@ typedef struct {
  */
 typedef void (*ox_lyn_user_cb_fn)(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *dm_info, uint32_t user_data);
 
+/* The operations are what the shared library exports. */
+#pragma GCC visibility push(default)
+
 /**
  * Bring the module up: diagnostic service, NAS client, mobile AP client, a first system-information query, location
  * client, command thread. The mobile AP client says on standard output how it fared, a refused diagnostic service on
@@ -991,6 +994,8 @@ int32_t ox_lyn_get_ind_list(ox_lyn_hndl_t hndl, uint32_t *dm_ind_list, uint32_t 
  * OX_LYN_ERR_FAILURE          the modem refused or did not answer; nothing was changed
  */
 int32_t ox_lyn_clear_ind_list(ox_lyn_hndl_t hndl, uint32_t *dm_clr_ind_list, uint32_t dm_clr_ind_list_cnt);
+
+#pragma GCC visibility pop
 
 /* Layouts */
 

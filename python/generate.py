@@ -204,6 +204,7 @@ def main():
     ffi.cdef(declarations(options.header, options.cc) + CALLBACK)
     ffi.set_source("lyn._ox_lyn", '#include <stdlib.h>\n#include "ox_lyn.h"\n')
     ffi.emit_c_code(str(options.folder / "_ox_lyn.c"))
+    (options.folder / "_ox_lyn.c").touch()  # cffi leaves one alone that would not change, and make would come again
 
     head = ('"""Enumerations, blocks and statuses of ox_lyn.h. Made from it by generate.py."""\n'
             "import dataclasses\nimport enum\n\nfrom .base import Error, Number\n\n"

@@ -7,7 +7,7 @@ lyn_packages_demo=(g++ make cmake pkg-config libtomlplusplus-dev nlohmann-json3-
 lyn_packages_test=(
   "${lyn_packages_demo[@]}"
   git ccache libgtest-dev libgmock-dev libbenchmark-dev
-  clang libclang-rt-14-dev clang-format clang-tidy cppcheck
+  clang libclang-rt-14-dev clang-format clang-tidy cppcheck abigail-tools
   python3 python3-pytest python3-pytest-xdist python3-pexpect python3-dev python3-cffi
 )
 

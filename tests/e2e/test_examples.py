@@ -6,6 +6,7 @@ import subprocess
 
 import pytest
 
+from builds import install, run
 from lyn import BUILD, ROOT, Demo
 
 EXAMPLES = BUILD / "examples"
@@ -158,6 +159,36 @@ def test_scan_and_lock_without_a_neighbour_locks_nothing(start):
         session.close_stdin()
         result = session.finish()
     assert result.status == 0 and of_example(result.console) == "no neighbour\n"
+
+
+@pytest.fixture(scope="module")
+def prefix(tmp_path_factory):
+    if BUILD.name != "release":
+        pytest.skip("what is installed is what ships, no sanitizer build")
+    folder = tmp_path_factory.mktemp("installed")
+    return install(BUILD, folder / "first").rename(folder / "second")
+
+
+def test_examples_are_a_project_of_their_own_with_the_installed_module(tmp_path, prefix):
+    build = tmp_path / "build"
+    run("cmake", "-S", ROOT / "examples", "-B", build, f"-DCMAKE_PREFIX_PATH={prefix}")
+    run("cmake", "--build", build)
+    for name in ("signal", "scan_and_lock"):
+        assert str(prefix) in run("ldd", build / name)
+    with Demo(tmp_path, build / "signal").session(BOARD) as session:
+        session.close_stdin()
+        assert of_example(session.finish().console).startswith(SERVING_CELL)
+
+
+def test_installed_package_runs_wherever_it_lies(tmp_path, prefix):
+    packages = prefix / "lib/python3/dist-packages"
+    installed = sorted(path.name for path in (packages / "lyn").iterdir())
+    extension, = [name for name in installed if name.endswith(".so")]
+    assert installed == sorted(["__init__.py", "base.py", extension, "header.py", "modem.py", "records.py"])
+    assert str(prefix) in run("ldd", packages / "lyn" / extension)
+    with Demo(tmp_path, PROGRAMS["watch_signal.py"]).session(BOARD, env={"PYTHONPATH": str(packages)}) as session:
+        session.close_stdin()
+        assert of_example(session.finish().console).startswith(SERVING_CELL)
 
 
 def test_scan_and_lock_refuses_a_band_that_is_none():

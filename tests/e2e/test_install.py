@@ -1,0 +1,253 @@
+"""What `cmake --install` leaves behind, and what programs make of it: by pkg-config, by find_package, in C and C++.
+
+The folder is moved once everything is installed, so that nothing may depend on where that was.
+"""
+import os
+import pathlib
+import re
+
+import pytest
+
+from builds import build, install, make_sdk, run
+from lyn import AUTO_DONE, BUILD, ROOT, Demo
+
+pytestmark = pytest.mark.skipif(BUILD.name != "release", reason="what is installed is what ships, no sanitizer build")
+
+HEADER = (ROOT / "inc/ox_lyn.h").read_text(encoding="utf-8")
+VERSION = ".".join(re.findall(r"#define OX_LYN_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)", HEADER))
+
+CALLER = """
+#include <ox_lyn.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+static void on_event(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *event, uint32_t user_data) {
+  (void)hndl, (void)user_data;
+  free(event);
+}
+
+int main(void) {
+  ox_lyn_hndl_t hndl;
+  ox_lyn_dm_info_t info = {OX_LYN_RECORD_GET_E};
+  if (ox_lyn_init(&hndl, 0, on_event) != OX_LYN_SUCCESS) return 1;
+  info.metric = OX_LYN_GET_LTE_SERV_RSRP_E;
+  if (ox_lyn_get_info(hndl, &info) != OX_LYN_SUCCESS) return 2;
+  printf("\\nRSRP %lld\\n", (long long)info.value.i64);
+  return ox_lyn_deinit(hndl) == OX_LYN_SUCCESS ? 0 : 3;
+}
+"""
+
+PROJECT = """
+cmake_minimum_required(VERSION 3.25)
+project(caller LANGUAGES {language})
+find_package(lyn {version} REQUIRED)
+foreach(library IN ITEMS {libraries})
+  add_executable(${{library}} {source})
+  target_link_libraries(${{library}} PRIVATE lyn::${{library}})
+endforeach()
+"""
+
+
+def install_and_move(folder, tmp):
+    return install(folder, tmp / "first").rename(tmp / "second")
+
+
+def lib_dir(prefix):
+    return next(prefix.glob("lib*"))
+
+
+@pytest.fixture(scope="module")
+def prefix(tmp_path_factory):
+    return install_and_move(BUILD, tmp_path_factory.mktemp("installed"))
+
+
+@pytest.fixture(scope="module")
+def plain(tmp_path_factory):
+    """A build as packages are made: no preset, no GoogleTest, for /usr."""
+    return build(tmp_path_factory.mktemp("plain"), "-DCMAKE_INSTALL_PREFIX=/usr", "-DLYN_TESTS=ON",
+                 "-DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON")
+
+
+@pytest.fixture(scope="module")
+def sdk(tmp_path_factory):
+    return make_sdk(tmp_path_factory.mktemp("board") / "sdk")
+
+
+@pytest.fixture(scope="module")
+def sdk_prefix(tmp_path_factory, sdk):
+    tmp = tmp_path_factory.mktemp("with_sdk")
+    return install_and_move(build(tmp / "build", "-DLYN_PLATFORM=sdk", f"-DLYN_SDK_DIR={sdk}"), tmp)
+
+
+def files(folder):
+    return sorted(str(path.relative_to(folder)) for path in folder.rglob("*") if not path.is_dir())
+
+
+def pkg_config(prefix, *options):
+    found = run("pkg-config", *options, "lyn", env={**os.environ, "PKG_CONFIG_PATH": str(lib_dir(prefix) / "pkgconfig")})
+    return found.split()
+
+
+def compile_caller(folder, prefix, suffix, *options):
+    """Build the caller with what pkg-config says."""
+    static = ["-static"] if "--static" in options else []
+    source, program = folder / f"caller{suffix}", folder / "caller"
+    source.write_text(CALLER, encoding="utf-8")
+    compiler = {".c": "cc", ".cpp": "c++"}[suffix]
+    run(compiler, *static, source, *pkg_config(prefix, "--cflags", "--libs", *options), "-o", program)
+    return program
+
+
+def check_runs(program, *library_dirs):
+    env = {name: value for name, value in os.environ.items() if not name.startswith("LYN_SIM_")}
+    scenario = program.parent / "scenario.toml"
+    scenario.write_text("[board]\nnoise_db = 0\n[lte]\nrsrp = -101\n", encoding="utf-8")
+    env["LYN_SIM_SCENARIO"] = str(scenario)
+    env["LD_LIBRARY_PATH"] = ":".join(str(folder) for folder in library_dirs)
+    assert "\nRSRP -101\n" in run(program, env=env)
+
+
+def build_project(folder, prefix, libraries, language="C", options=()):
+    folder = folder / "project"
+    folder.mkdir()
+    source = {"C": "caller.c", "CXX": "caller.cpp"}[language]
+    (folder / source).write_text(CALLER, encoding="utf-8")
+    (folder / "CMakeLists.txt").write_text(
+        PROJECT.format(language=language, version=VERSION, libraries=" ".join(libraries), source=source), encoding="utf-8")
+    run("cmake", "-S", folder, "-B", folder / "build", f"-DCMAKE_PREFIX_PATH={prefix}", *options)
+    run("cmake", "--build", folder / "build")
+    return [folder / "build" / library for library in libraries]
+
+
+def dynamic(path, tag):
+    """The values of one tag of the dynamic section."""
+    return re.findall(rf"\({tag}\).*\[(.*)\]", run("readelf", "-dW", path))
+
+
+def exported(path):
+    """The functions and objects that a library exports, demangled and without the version."""
+    lines = (line.split(maxsplit=2) for line in run("nm", "-DC", "--defined-only", path).splitlines())
+    return {name.split("@@")[0] for _, kind, name in lines if kind != "A"}
+
+
+def code(header):
+    """A header without comments and preprocessor lines."""
+    text = re.sub(r"(?s)/\*.*?\*/|//[^\n]*", "", header)
+    return re.sub(r"(?m)^\s*#(?:.*\\\n)*.*$", "", text)
+
+
+def test_everything_is_installed_once_and_once_more(tmp_path):
+    installed = install(BUILD, tmp_path / "prefix")
+    first = files(installed)
+    assert {"bin/lyn_demo", "include/ox_lyn.h", "lib/liblyn.a", "lib/liblyn.so", "lib/liblyn.so.0",
+            f"lib/liblyn.so.{VERSION}", "lib/liblyn_sim.a", "lib/liblyn_sim.so", "lib/liblyn_sim.so.0",
+            f"lib/liblyn_sim.so.{VERSION}", "lib/pkgconfig/lyn.pc", "lib/cmake/lyn/lyn-config.cmake",
+            "lib/cmake/lyn/lyn-config-version.cmake", "lib/cmake/lyn/lyn-targets.cmake",
+            "lib/cmake/lyn/lyn-targets-release.cmake"} == {name for name in first if not name.startswith("lib/python3/")}
+    install(BUILD, installed)
+    assert files(installed) == first
+
+
+def test_nothing_installed_names_the_tree_or_the_prefix(prefix):
+    places = [str(ROOT).encode(), str(prefix.parent).encode()]
+    assert [name for name in files(prefix) if any(place in (prefix / name).read_bytes() for place in places)] == []
+
+
+def test_installed_demo_uses_the_shared_library_and_runs_wherever_it_lies(tmp_path, prefix):
+    assert "liblyn.so.0" in dynamic(prefix / "bin/lyn_demo", "NEEDED")
+    result = Demo(tmp_path, prefix / "bin/lyn_demo").auto(["1", "7 1", "2"])
+    assert result.console.endswith(AUTO_DONE) and "[Registration Status] - 6" in result.console
+    assert result.status == 0
+
+
+@pytest.mark.parametrize("suffix", [".c", ".cpp"])
+@pytest.mark.parametrize("options", [[], ["--static"]], ids=["shared", "static"])
+def test_pkg_config_brings_all_that_a_program_needs(tmp_path, prefix, suffix, options):
+    program = compile_caller(tmp_path, prefix, suffix, *options)
+    assert ("liblyn.so.0" in dynamic(program, "NEEDED")) == (not options)
+    check_runs(program, *([] if options else [lib_dir(prefix)]))
+
+
+@pytest.mark.parametrize("language", ["C", "CXX"])
+def test_find_package_brings_all_that_a_program_needs(tmp_path, prefix, language):
+    shared, static = build_project(tmp_path, prefix, ["lyn", "lyn_static"], language)
+    assert "liblyn.so.0" in dynamic(shared, "NEEDED")
+    assert not [name for name in dynamic(static, "NEEDED") if "lyn" in name]
+    check_runs(shared)
+    check_runs(static)
+
+
+def test_version_is_that_of_the_public_header_everywhere(prefix):
+    assert pkg_config(prefix, "--modversion") == [VERSION]
+    for library in ("liblyn.so", "liblyn_sim.so"):
+        path = lib_dir(prefix) / library
+        assert dynamic(path, "SONAME") == [f"{library}.{VERSION.split('.', maxsplit=1)[0]}"]
+        assert path.resolve().name == f"{library}.{VERSION}"
+
+
+def test_module_exports_the_operations_of_the_public_header_and_nothing_else(prefix):
+    operations = set(re.findall(r"^int32_t (\w+)\(", HEADER, re.M))
+    assert len(operations) == 9
+    assert exported(lib_dir(prefix) / "liblyn.so") == operations
+
+
+def test_board_exports_what_its_headers_declare_and_nothing_else(prefix):
+    """A constructor, a destructor and what the compiler makes of a class belong to the class."""
+    text = "".join(code(path.read_text(encoding="utf-8")) for path in (ROOT / "platform/inc").glob("*.h"))
+    declared = set(re.findall(r"^\s*(?:\w[\w:]*[ *]+)*(~?\w+)\((?!\*)[^;]*\)(?: const)?;", text, re.M)) - {"static_assert"}
+    classes = set(re.findall(r"^class (\w+)", text, re.M))
+    names = {re.split(r"[(\[]", name)[0] for name in exported(lib_dir(prefix) / "liblyn_sim.so")}
+    made = {f"{what} for {name}" for what in ("vtable", "typeinfo", "typeinfo name") for name in classes}
+    assert {re.sub(r"\w+::", "", name) for name in names} == declared | made
+
+
+def test_module_needs_the_board_it_was_built_with_and_holds_nothing_of_it(prefix):
+    assert "liblyn_sim.so.0" in dynamic(lib_dir(prefix) / "liblyn.so", "NEEDED")
+    for library in ("liblyn.so", "liblyn.a"):
+        assert "yrp_client_send_msg_sync" not in run("nm", *(["-D"] if library.endswith("so") else []),
+                                                     "--defined-only", lib_dir(prefix) / library)
+
+
+def test_installed_for_usr_all_lies_in_the_multiarch_folder_without_run_path(tmp_path, plain):
+    run("cmake", "--install", plain, env={**os.environ, "DESTDIR": str(tmp_path)})
+    usr = tmp_path / "usr"
+    libraries = usr / "lib" / run("cc", "-print-multiarch").strip()
+    assert [path.name for path in tmp_path.iterdir()] == ["usr"]
+    assert {path.parent for path in usr.rglob("liblyn*")} == {libraries}
+    assert {path.parent for path in usr.rglob("lyn.pc")} == {libraries / "pkgconfig"}
+    for path in (usr / "bin/lyn_demo", libraries / "liblyn.so", libraries / "liblyn_sim.so"):
+        assert dynamic(path, "RUNPATH") == dynamic(path, "RPATH") == []
+
+
+def test_without_shared_libraries_the_static_ones_are_what_programs_get(tmp_path):
+    static = build(tmp_path / "build", "-DLYN_SHARED=OFF")
+    prefix = install_and_move(static, tmp_path)
+    assert [name for name in files(prefix) if ".so" in name] == []
+    check_runs(compile_caller(tmp_path, prefix, ".c"))
+    program, = build_project(tmp_path, prefix, ["lyn"])
+    check_runs(program)
+    assert Demo(tmp_path, prefix / "bin/lyn_demo").auto(["1", "2"]).status == 0
+
+
+def test_build_for_the_board_installs_nothing_of_the_simulated_one(sdk_prefix):
+    assert [name for name in files(sdk_prefix) if "sim" in pathlib.PurePath(name).name] == []
+    assert [name for name in files(sdk_prefix) if b"lyn_sim" in (sdk_prefix / name).read_bytes()] == []
+    assert "libdiag.so.1" in dynamic(lib_dir(sdk_prefix) / "liblyn.so", "NEEDED")
+
+
+def test_build_for_the_board_runs_with_the_libraries_of_the_board(tmp_path, sdk_prefix, sdk):
+    check_runs(compile_caller(tmp_path, sdk_prefix, ".c"), lib_dir(sdk_prefix), sdk / "lib")
+    shared, static = build_project(tmp_path, sdk_prefix, ["lyn", "lyn_static"])
+    check_runs(shared, sdk / "lib")
+    check_runs(static, sdk / "lib")
+    result = Demo(tmp_path, sdk_prefix / "bin/lyn_demo").auto(["1", "7 1", "2"],
+                                                             env={"LD_LIBRARY_PATH": str(sdk / "lib")})
+    assert result.console.endswith(AUTO_DONE) and result.status == 0
+
+
+def test_sdk_may_lie_elsewhere_for_the_programs_that_are_built_against_it(tmp_path, sdk_prefix):
+    moved = make_sdk(tmp_path / "moved")
+    shared, static = build_project(tmp_path, sdk_prefix, ["lyn", "lyn_static"], options=[f"-DLYN_SDK_DIR={moved}"])
+    check_runs(shared, moved / "lib")
+    check_runs(static, moved / "lib")
+    assert f"-L{moved}/lib" in pkg_config(sdk_prefix, f"--define-variable=sdkdir={moved}", "--static", "--libs")
