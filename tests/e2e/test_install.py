@@ -146,7 +146,7 @@ def test_everything_is_installed_once_and_once_more(tmp_path):
             f"lib/liblyn.so.{VERSION}", "lib/liblyn_sim.a", "lib/liblyn_sim.so", "lib/liblyn_sim.so.0",
             f"lib/liblyn_sim.so.{VERSION}", "lib/pkgconfig/lyn.pc", "lib/cmake/lyn/lyn-config.cmake",
             "lib/cmake/lyn/lyn-config-version.cmake", "lib/cmake/lyn/lyn-targets.cmake",
-            "lib/cmake/lyn/lyn-targets-release.cmake"} == set(first)
+            "lib/cmake/lyn/lyn-targets-release.cmake"} == {name for name in first if not name.startswith("lib/python3/")}
     install(BUILD, installed)
     assert files(installed) == first
 
