@@ -1,5 +1,6 @@
-# What `cmake --install` puts where: libraries, public header and demo client in the folders of GNUInstallDirs, and the
-# files by which pkg-config and find_package(lyn) lead to them. What is installed may be moved as a whole.
+# What `cmake --install` puts where: libraries, public header, demo client and their manual pages in the folders of
+# GNUInstallDirs, and the files by which pkg-config and find_package(lyn) lead to them. What is installed may be moved as
+# a whole.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -65,6 +66,7 @@ endfunction()
 # lyn_install_package(): the public header, and what pkg-config and find_package read.
 function(lyn_install_package)
   install(FILES ${CMAKE_SOURCE_DIR}/inc/ox_lyn.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(FILES ${CMAKE_SOURCE_DIR}/docs/man/ox_lyn.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
 
   set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/lyn)
   install(EXPORT lyn NAMESPACE lyn:: FILE lyn-targets.cmake DESTINATION ${config_dir})

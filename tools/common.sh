@@ -11,6 +11,12 @@ lyn_packages_test=(
   python3 python3-pytest python3-pytest-xdist python3-pexpect python3-dev python3-cffi
 )
 
+# What builds packages and looks at them.
+lyn_packages_package=("${lyn_packages_demo[@]}" ccache debhelper dpkg-dev lintian)
+
+# What only the tests need that take minutes.
+lyn_packages_long=("${lyn_packages_package[@]}" mmdebstrap)
+
 # What the benchmarks compare with, and what counts instructions; the programs build without them.
 lyn_packages_bench=(
   "${lyn_packages_demo[@]}"
@@ -31,6 +37,11 @@ say() {
 die() {
   say "$@"
   exit 1
+}
+
+# usage: what the tool's opening comment says from `usage:` on.
+usage() {
+  sed -n '/^# usage:/,/^[^#]/s/^# \{0,1\}//p' "$0"
 }
 
 # missing_packages NAME...: those that are not installed, one a line.

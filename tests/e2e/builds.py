@@ -1,8 +1,9 @@
-"""Builds of the tree beside the one that is tested: how they are configured and installed, and the board's SDK.
+"""Builds of the tree beside the one that is tested: how they are configured, installed and used, and the board's SDK.
 
 The SDK of these tests has the headers of platform/inc, and the simulated board for libraries.
 """
 import os
+import re
 import shutil
 import subprocess
 
@@ -10,6 +11,43 @@ from lyn import BUILD, ROOT
 
 SDK_HEADERS = ["diag_service.h", "location_client_api.h", "nas_service_v01.h", "oxmap_client.h", "yrp_client.h"]
 SDK_LIBRARIES = ["diag", "location_client", "oxmap_client", "yrp_nas", "yrp_cci"]
+
+HEADER = (ROOT / "inc/ox_lyn.h").read_text(encoding="utf-8")
+VERSION = ".".join(re.findall(r"#define OX_LYN_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)", HEADER))
+
+# Programs that use what is installed, and the board that they are run on.
+CALLER = """
+#include <ox_lyn.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+static void on_event(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *event, uint32_t user_data) {
+  (void)hndl, (void)user_data;
+  free(event);
+}
+
+int main(void) {
+  ox_lyn_hndl_t hndl;
+  ox_lyn_dm_info_t info = {OX_LYN_RECORD_GET_E};
+  if (ox_lyn_init(&hndl, 0, on_event) != OX_LYN_SUCCESS) return 1;
+  info.metric = OX_LYN_GET_LTE_SERV_RSRP_E;
+  if (ox_lyn_get_info(hndl, &info) != OX_LYN_SUCCESS) return 2;
+  printf("\\nRSRP %lld\\n", (long long)info.value.i64);
+  return ox_lyn_deinit(hndl) == OX_LYN_SUCCESS ? 0 : 3;
+}
+"""
+
+PROJECT = """
+cmake_minimum_required(VERSION 3.25)
+project(caller LANGUAGES {language})
+find_package(lyn {version} REQUIRED)
+foreach(library IN ITEMS {libraries})
+  add_executable(${{library}} {source})
+  target_link_libraries(${{library}} PRIVATE lyn::${{library}})
+endforeach()
+"""
+
+SCENARIO = "[board]\nnoise_db = 0\n[lte]\nrsrp = -101\n"
 
 
 def run(*command, **options):

@@ -8,47 +8,13 @@ import re
 
 import pytest
 
-from builds import build, install, make_sdk, run
+from builds import CALLER, HEADER, PROJECT, SCENARIO, VERSION, build, install, make_sdk, run
 from lyn import AUTO_DONE, BUILD, ROOT, Demo
 
 pytestmark = pytest.mark.skipif(BUILD.name != "release", reason="what is installed is what ships, no sanitizer build")
 
 # One worker does them all, and builds with the SDK once.
 with_sdk = pytest.mark.xdist_group("sdk")
-
-HEADER = (ROOT / "inc/ox_lyn.h").read_text(encoding="utf-8")
-VERSION = ".".join(re.findall(r"#define OX_LYN_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)", HEADER))
-
-CALLER = """
-#include <ox_lyn.h>
-#include <stdio.h>
-#include <stdlib.h>
-
-static void on_event(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *event, uint32_t user_data) {
-  (void)hndl, (void)user_data;
-  free(event);
-}
-
-int main(void) {
-  ox_lyn_hndl_t hndl;
-  ox_lyn_dm_info_t info = {OX_LYN_RECORD_GET_E};
-  if (ox_lyn_init(&hndl, 0, on_event) != OX_LYN_SUCCESS) return 1;
-  info.metric = OX_LYN_GET_LTE_SERV_RSRP_E;
-  if (ox_lyn_get_info(hndl, &info) != OX_LYN_SUCCESS) return 2;
-  printf("\\nRSRP %lld\\n", (long long)info.value.i64);
-  return ox_lyn_deinit(hndl) == OX_LYN_SUCCESS ? 0 : 3;
-}
-"""
-
-PROJECT = """
-cmake_minimum_required(VERSION 3.25)
-project(caller LANGUAGES {language})
-find_package(lyn {version} REQUIRED)
-foreach(library IN ITEMS {libraries})
-  add_executable(${{library}} {source})
-  target_link_libraries(${{library}} PRIVATE lyn::${{library}})
-endforeach()
-"""
 
 
 def install_and_move(folder, tmp):
@@ -104,7 +70,7 @@ def compile_caller(folder, prefix, suffix, *options):
 def check_runs(program, *library_dirs):
     env = {name: value for name, value in os.environ.items() if not name.startswith("LYN_SIM_")}
     scenario = program.parent / "scenario.toml"
-    scenario.write_text("[board]\nnoise_db = 0\n[lte]\nrsrp = -101\n", encoding="utf-8")
+    scenario.write_text(SCENARIO, encoding="utf-8")
     env["LYN_SIM_SCENARIO"] = str(scenario)
     env["LD_LIBRARY_PATH"] = ":".join(str(folder) for folder in library_dirs)
     assert "\nRSRP -101\n" in run(program, env=env)
@@ -139,6 +105,11 @@ def code(header):
     return re.sub(r"(?m)^\s*#(?:.*\\\n)*.*$", "", text)
 
 
+def without_python(names):
+    """All but the Python package, which is there where it was asked for."""
+    return [name for name in names if "dist-packages" not in name]
+
+
 def test_everything_is_installed_once_and_once_more(tmp_path):
     installed = install(BUILD, tmp_path / "prefix")
     first = files(installed)
@@ -146,9 +117,24 @@ def test_everything_is_installed_once_and_once_more(tmp_path):
             f"lib/liblyn.so.{VERSION}", "lib/liblyn_sim.a", "lib/liblyn_sim.so", "lib/liblyn_sim.so.0",
             f"lib/liblyn_sim.so.{VERSION}", "lib/pkgconfig/lyn.pc", "lib/cmake/lyn/lyn-config.cmake",
             "lib/cmake/lyn/lyn-config-version.cmake", "lib/cmake/lyn/lyn-targets.cmake",
-            "lib/cmake/lyn/lyn-targets-release.cmake"} == {name for name in first if not name.startswith("lib/python3/")}
+            "lib/cmake/lyn/lyn-targets-release.cmake", "share/man/man1/lyn_demo.1",
+            "share/man/man3/ox_lyn.3", "share/man/man7/lyn_sim.7",
+            *(f"share/lyn/scenarios/{path.name}" for path in (ROOT / "scenarios").iterdir())} == set(without_python(first))
     install(BUILD, installed)
     assert files(installed) == first
+
+
+def test_every_installed_file_is_in_one_package(prefix):
+    """Packages have the folders of /usr, in which those of the libraries have a level more."""
+    owners = {name: [] for name in without_python(files(prefix))}
+    for listed in (ROOT / "debian").glob("*.install"):
+        for pattern in listed.read_text(encoding="utf-8").split():
+            found = list(prefix.glob(pattern.replace("usr/lib/*/", "usr/lib/").removeprefix("usr/")))
+            assert found, f"{listed.name}: no {pattern}"
+            for path in found:
+                for name in files(path) if path.is_dir() else [""]:
+                    owners[str((path / name).relative_to(prefix))].append(listed.stem)
+    assert {name: packages for name, packages in owners.items() if len(packages) != 1} == {}
 
 
 def test_nothing_installed_names_the_tree_or_the_prefix(prefix):
@@ -235,7 +221,9 @@ def test_without_shared_libraries_the_static_ones_are_what_programs_get(tmp_path
 @with_sdk
 def test_build_for_the_board_installs_nothing_of_the_simulated_one(sdk_prefix):
     assert [name for name in files(sdk_prefix) if "sim" in pathlib.PurePath(name).name] == []
-    assert [name for name in files(sdk_prefix) if b"lyn_sim" in (sdk_prefix / name).read_bytes()] == []
+    # Manual pages say what holds where the board is simulated, and that it has a page.
+    assert [name for name in files(sdk_prefix) if b"lyn_sim" in (sdk_prefix / name).read_bytes()
+            and not name.startswith("share/man/")] == []
     assert "libdiag.so.1" in dynamic(lib_dir(sdk_prefix) / "liblyn.so", "NEEDED")
 
 
