@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""watch_signal.py [SECONDS]: the serving cell of LTE and NR 5G, and then every change of its signal, for some seconds or
-until the end of the input (Ctrl-D) or Ctrl-C. What signal.c does, in Python.
+"""watch_signal.py [SECONDS]: the serving cell of LTE and NR 5G, and then every change of its signal, for some seconds
+or until the end of the input (Ctrl-D) or Ctrl-C. What signal.c does, in Python.
 """
 import os
 import select

@@ -1,13 +1,13 @@
 #!/usr/bin/python3
 """usage: generate.py --cc COMPILER HEADER FOLDER
 
-Make the Python package's part that follows from ox_lyn.h: _ox_lyn.c, the extension module that calls the operations, and
-header.py with the enumerations, blocks and statuses as Python sees them. Nothing of the header is written a second time.
+Make what of the Python package follows from ox_lyn.h: _ox_lyn.c, the extension module that calls the operations, and
+header.py with the enumerations, blocks and statuses as Python sees them. Nothing of the header is written twice.
 
-Names lose what all of their group share, OX_LYN_GET_LTE_SERV_RSRP_E becomes Metric.LTE_SERV_RSRP; a name that would then
-begin with a digit keeps one word more, OX_LYN_SCS_15_KHZ_E becomes Scs.SCS_15_KHZ. ox_lyn_lte_cell_lock_t becomes
-LteCellLock. A member that only counts the elements of a list is left out, the list's own length says as much, and so are
-reserved words.
+Names lose what all of their group share, OX_LYN_GET_LTE_SERV_RSRP_E becomes Metric.LTE_SERV_RSRP; a name that would
+then begin with a digit keeps one word more, OX_LYN_SCS_15_KHZ_E becomes Scs.SCS_15_KHZ. ox_lyn_lte_cell_lock_t becomes
+LteCellLock. A member that only counts the elements of a list is left out, as the list's own length says as much, and so
+are reserved words.
 """
 import argparse
 import os
@@ -188,8 +188,7 @@ class Writer:
 
 
 def version(text):
-    numbers = [re.search(rf"#define OX_LYN_VERSION_{part} (\d+)", text).group(1) for part in ("MAJOR", "MINOR", "PATCH")]
-    return ".".join(numbers)
+    return ".".join(re.findall(r"#define OX_LYN_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)", text))
 
 
 def main():
@@ -204,6 +203,7 @@ def main():
     ffi.cdef(declarations(options.header, options.cc) + CALLBACK)
     ffi.set_source("lyn._ox_lyn", '#include <stdlib.h>\n#include "ox_lyn.h"\n')
     ffi.emit_c_code(str(options.folder / "_ox_lyn.c"))
+    (options.folder / "_ox_lyn.c").touch()  # cffi leaves one alone that would not change, and make would come again
 
     head = ('"""Enumerations, blocks and statuses of ox_lyn.h. Made from it by generate.py."""\n'
             "import dataclasses\nimport enum\n\nfrom .base import Error, Number\n\n"

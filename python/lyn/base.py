@@ -23,5 +23,6 @@ class Error(Exception):
 
     def __str__(self):
         status, what = self.args
-        named = f"{status.name} ({int(status)}), {self.__doc__}" if isinstance(status, enum.Enum) else f"status {status}"
-        return f"{what}: {named}"
+        if isinstance(status, enum.Enum):
+            return f"{what}: {status.name} ({int(status)}), {self.__doc__}"
+        return f"{what}: status {status}"

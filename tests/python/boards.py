@@ -26,7 +26,7 @@ ca_dl_bandwidth = 4
 cell_lock = [{ pci = 214, freq = 1301 }, { pci = 65535, freq = 0 }]
 neighbour = [
   { earfcn = 1302, pci = 301, cgi = 10607299, rsrp = -101, rsrq = -14, plmn = [{ mcc = 272, mnc = 1, pcs_digit = 0 }] },
-  { earfcn = 1303, pci = 302, cgi = 10607300, plmn = [{ mcc = 310, mnc = 410, pcs_digit = 1 }, { mcc = 234, mnc = 2 }] },
+  { earfcn = 1303, pci = 302, cgi = 1060, plmn = [{ mcc = 310, mnc = 410, pcs_digit = 1 }, { mcc = 234, mnc = 2 }] },
 ]
 [nr5g]
 arfcn = 636001
@@ -107,4 +107,5 @@ LTE_ALONE = BOTH_RADIOS.replace("nr5g_pci = 777", "nr5g_pci = -1")
 NR5G_ALONE = BOTH_RADIOS.replace('lte = "service"\nnr5g_pci = 777', 'lte = "absent"\nnr5g = "service"\nnr5g_pci = -1')
 NO_SERVICE = '[board]\nnoise_db = 0\n[sys_info]\nlte = "no_service"\n'
 
-LTE, NR5G, WWAN, MTPE, LOCATION = (tomllib.loads(BOTH_RADIOS)[name] for name in ("lte", "nr5g", "wwan", "mtpe", "location"))
+VALUES = tomllib.loads(BOTH_RADIOS)
+LTE, NR5G, WWAN, MTPE, LOCATION = (VALUES[name] for name in ("lte", "nr5g", "wwan", "mtpe", "location"))

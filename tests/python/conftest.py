@@ -66,8 +66,9 @@ def get_when_ready():
 def script(folder):
     """Run a text as a program of its own."""
     def run(text, **environment):
-        return subprocess.run([sys.executable, "-c", text], env={**os.environ, "PYTHONPATH": str(BUILD / "python"), **environment},
-                              capture_output=True, text=True, timeout=LIMIT_S, check=False)
+        environment = {**os.environ, "PYTHONPATH": str(BUILD / "python"), **environment}
+        return subprocess.run([sys.executable, "-c", text], env=environment, capture_output=True, text=True,
+                              timeout=LIMIT_S, check=False)
     return run
 
 

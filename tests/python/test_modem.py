@@ -12,8 +12,8 @@ QUIET = "[board]\nnoise_db = 0\n"
 
 
 class Mallinfo(ctypes.Structure):
-    _fields_ = [(name, ctypes.c_size_t) for name in ("arena", "ordblks", "smblks", "hblks", "hblkhd", "usmblks", "fsmblks",
-                                                     "uordblks", "fordblks", "keepcost")]
+    _fields_ = [(name, ctypes.c_size_t) for name in
+                "arena ordblks smblks hblks hblkhd usmblks fsmblks uordblks fordblks keepcost".split()]
 
 
 def allocated():

@@ -1,0 +1,96 @@
+"""Every block of commands in the documents, marked `sh`, does what a reader would have it do.
+
+The blocks of a page run one after the other in a copy of the tree, as a newcomer has it, who builds from scratch; names
+that stand for the reader's own are replaced by ones that exist. A demo client that shows its menu gets SIGTERM. What takes
+minutes or needs a root of its own is tested elsewhere; here such a command says only that it knows its options.
+"""
+import os
+import re
+import shutil
+import signal
+import subprocess
+import time
+
+import pytest
+
+from builds import make_sdk, run
+from lyn import BUILD, PROMPT, ROOT
+
+pytestmark = pytest.mark.skipif(BUILD.name != "release", reason="the documents show the release build")
+
+PAGES = sorted(path for path in [*ROOT.glob("*.md"), *(ROOT / "docs").glob("*.md")])
+BLOCK = re.compile(r"(?ms)^```sh( long)?\n(.*?)^```$")
+HELP_ONLY = re.compile(r"(?m)^((?:\w+=\S+ )*)(tools/(?:test|bench|mutants|package|release))\b(.*)$")
+CALLER = (ROOT / "examples/signal.c").read_text(encoding="utf-8")
+
+
+def blocks(page):
+    return [(bool(long), text) for long, text in BLOCK.findall(page.read_text(encoding="utf-8"))]
+
+
+def knows_its_options(match):
+    """Instead of a command that takes minutes: does its help name the options?"""
+    _, tool, rest = match.groups()
+    options = re.findall(r"(?<!\S)--[\w-]+", rest.split("#")[0])
+    tests = [f"{tool} --help | grep -q -e '{option}'" for option in options]
+    return " && ".join([f"{tool} --help >/dev/null", *tests])
+
+
+@pytest.fixture(scope="module")
+def tree(tmp_path_factory):
+    """The files that git knows, with what is not committed of them, and nothing that was built."""
+    top = tmp_path_factory.mktemp("newcomer")
+    for name in run("git", "-C", ROOT, "ls-files", "-co", "--exclude-standard").splitlines():
+        if (ROOT / name).exists():
+            (top / "lyn" / name).parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy2(ROOT / name, top / "lyn" / name)
+    (top / "test.cfg").write_text("1\n7 1\n2\n", encoding="utf-8")
+    (top / "lyn/caller.c").write_text(CALLER, encoding="utf-8")
+    return top / "lyn"
+
+
+def replaced(text, top):
+    sdk = top / "sdk"
+    if "/path/to/sdk" in text and not sdk.exists():
+        make_sdk(sdk)
+    for name, real in {"/opt/lyn": top / "opt", "/path/to/sdk": sdk, "FILE.cfg": top / "test.cfg", "fuzz_NAME": "fuzz_ind",
+                       "corpus/NAME": "corpus/ind", "total_time=600": "total_time=5"}.items():
+        text = text.replace(name, str(real))
+    return HELP_ONLY.sub(knows_its_options, text)
+
+
+def end_clients(session):
+    """SIGTERM to the demo clients of a session."""
+    subprocess.run(["pkill", "-TERM", "-s", str(session), "-x", "lyn_demo"], check=False)
+
+
+def run_block(text, tree):
+    """Run a block as a newcomer's shell would; at each prompt of the menu the demo client is ended."""
+    env = {name: value for name, value in os.environ.items() if not name.startswith("LYN_")}
+    output = b""
+    with subprocess.Popen(["bash", "-euo", "pipefail", "-c", text], cwd=tree, env=env, stdin=subprocess.PIPE,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True,
+                          preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL)) as shell:
+        try:
+            while part := os.read(shell.stdout.fileno(), 65536):
+                output += part
+                if output.endswith(PROMPT.encode()):
+                    time.sleep(0.5)
+                    end_clients(shell.pid)
+            status = shell.wait(timeout=60)
+        finally:
+            if shell.poll() is None:
+                os.killpg(shell.pid, signal.SIGKILL)
+    assert status == 0, f"{text}\n{output.decode('utf-8', 'backslashreplace')[-8000:]}"
+    return output
+
+
+def test_every_command_of_the_documents_works(tree):
+    """In one test, since they build in one folder."""
+    ran = 0
+    for page in PAGES:
+        for long, text in blocks(page):
+            if not long or os.environ.get("LYN_LONG"):
+                run_block(replaced(text, tree.parent), tree)
+                ran += 1
+    assert ran >= 5
