@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The harness of the benchmarks: contestants run side by side in one process, in rounds whose order rotates, so that
  * all of them meet the same machine; a figure is the median of the rounds' ratios.

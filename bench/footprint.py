@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
 """usage: footprint.py BUILD --json=FILE [--rounds=N] [--smoke]
 
 What the built demo client costs a board: size of code, memory once registered, time to the first menu, and the time of

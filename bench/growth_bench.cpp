@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * How fast a drive goes through the whole stack: a log of many rows, replayed as fast as the board can, from the
  * board's timeline over its indications, the NAS client's decoding and the queue to the user's callback, all six signal

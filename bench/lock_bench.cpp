@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * What a caller waits for while events pour in: the callbacks that lie between its call of ox_lyn_get_ind_count and its
  * turn, the one that runs when it comes included.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The text of a log message: the module's formatter beside vsnprintf and beside a well-kept library's, for texts as the
  * module writes most of them. Every side writes into a buffer of the module's size and cuts what does not fit; that all

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Throughput of the command queue: from lyn_cmdq_enq on 1, 2 and 4 producer threads to execute_f and free_f on the
  * command thread. Commands are made with malloc by their producers and freed by the command thread, as events are.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The event pipeline: from lyn_post_async_event to the user's callback, beside what one would use instead.
  *

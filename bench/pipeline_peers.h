@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * What one would use instead of the module's queue. Each peer carries an event (its number and the posted block, owned)
  * from any thread to one consumer thread of its own, which hands it to pipeline_consume.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * What a query costs above the modem: ox_lyn_get_info beside the bare platform calls that it must make for the same
  * metric, on the same board; a list beside its entries; and the same metric from a daemon behind D-Bus.

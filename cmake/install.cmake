@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What `cmake --install` puts where: libraries, public header, demo client and their manual pages in the folders of
 # GNUInstallDirs, and the files by which pkg-config and find_package(lyn) lead to them. What is installed may be moved as
 # a whole.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The target lyn_platform: what programs of this tree link of the board; lyn_platform_shared: what the module's shared
 # library needs; lyn_platform_api: what the module includes. `sim` builds the simulated board; `sdk` takes the board's
 # own headers and libraries in place of platform/. lyn_platform_installed is what an installed static library needs, and

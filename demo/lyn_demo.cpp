@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 // Main loop of the demo client: start-up, the scripted and the interactive loop, the option-line grammar and the
 // dispatch from an option number to its handler.
 //

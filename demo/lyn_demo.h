@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 // The demo client: a console for every operation of the Device Manager API, driven by a menu or by a script.
 //
 // An option line ("7 10") is parsed and dispatched by lyn_demo.cpp. Each option has a handler, which calls one

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 // The user callback: prints every indication and every asynchronous response, and releases it.
 //
 // It runs on the module's command thread, one event at a time, while the main loop prints too; lines of the two may

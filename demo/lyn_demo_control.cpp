@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 // Options that control the module: 1 and 2 register and deregister, 3 to 6 manage the indication subscriptions, 10
 // prints the usage screen.
 #include <cstdio>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 // Options 7 and 8: one metric, or a list of metrics in one call. The metrics are one table: display name, what to hand
 // in or ask for before the request, how to print the answer. The two options print a few answers differently, which the
 // form tells. Metrics without a printer are answered later, through the callback.

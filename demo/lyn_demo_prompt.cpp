@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 // The readers behind every question of the demo client, and the kinds of question.
 #include "lyn_demo_prompt.h"
 

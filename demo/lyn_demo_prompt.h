@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 // Questions and answers on standard input, in scripted runs too.
 //
 // Every answer goes through one reader: output is flushed, one line is read into a cleared buffer, and what does not

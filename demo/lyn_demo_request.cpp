@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 // Prompt sequences for the get metrics that take parameters: WWAN statistics, throughput tests (MTPE) and location.
 #include <arpa/inet.h>
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 // Option 9: one control of the module, its parameters asked for first. The controls are a table: display name, what to
 // ask, what to say when the questions were abandoned and when the control was carried out.
 #include <cstdio>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 // The executable's entry. Alone in its file, so that tests can link the rest of the demo client.
 #include "lyn_demo.h"
 

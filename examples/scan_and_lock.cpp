@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 // scan_and_lock [BAND]: scans for NR 5G neighbours, locks the modem to the strongest and lifts the lock again.
 // BAND is the NR band of the neighbour, 78 by default.
 #include <ox_lyn.h>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * signal [SECONDS]: the serving cell of LTE and NR 5G, and then every change of its signal, for some seconds or until
  * the end of the input (Ctrl-D) or Ctrl-C.

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
 """watch_signal.py [SECONDS]: the serving cell of LTE and NR 5G, and then every change of its signal, for some seconds
 or until the end of the input (Ctrl-D) or Ctrl-C. What signal.c does, in Python.
 """

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Blocks of memory that change hands (of the module): made zeroed by one side, freed with free() by the other.
  *

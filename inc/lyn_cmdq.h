@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Command queue and command thread (of the module): commands from any thread, run one at a time, first in, first out,
  * on one thread.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Posting an event upward (of the module): the one funnel through which every asynchronous source reaches the user's
  * callback.

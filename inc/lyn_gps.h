@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Location client (of the module): single-shot positions and routine batching through the board's location service.
  *

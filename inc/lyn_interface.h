@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * What the files of the Device Manager API share (of the module): the state, the lock, the gate, and the checks that
  * every operation begins with. Only lyn_interface*.cpp include it.

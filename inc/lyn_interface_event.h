@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Callback records (of the module): what the rooms that turn events into them share. Only lyn_interface*.cpp include
  * it.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Mobile AP client (of the module): throughput estimation (MTPE), WWAN statistics and profiles, QoS flows.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * NAS client (of the module): its link to the modem's network access service.
  *

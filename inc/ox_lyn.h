@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * LYN Device Manager: the public API (of the caller).
  *

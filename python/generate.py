@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
 """usage: generate.py --cc COMPILER HEADER FOLDER
 
 Make what of the Python package follows from ox_lyn.h: _ox_lyn.c, the extension module that calls the operations, and

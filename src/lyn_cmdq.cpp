@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Command queue and command thread: see lyn_cmdq.h for who owns a command when.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Location client: starts and stops at the board's location service, and its results as events.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Life cycle of the Device Manager: brings the diagnostic service, the clients of the board and the command queue up
  * and down, and owns the module's state and its one lock.

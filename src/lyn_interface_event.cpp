@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Event delivery: from a posted event to the user's callback.
  *

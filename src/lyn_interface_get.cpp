@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Get info: the metric catalogue and the two operations that read it.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Indication subscriptions: which unsolicited events reach the user, and from which change of a signal value on.
  *

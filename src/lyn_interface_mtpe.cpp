@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The throughput test: from its request to its last status. One test at a time, of one direction or of both in turn.
  *

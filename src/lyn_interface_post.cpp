@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Posting: from an event's block to the command queue, whose command frees it again.
  *

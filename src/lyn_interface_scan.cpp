@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Neighbour scans: from the metrics that ask for one to the delivered answer. The one owner of both scan groups.
  *

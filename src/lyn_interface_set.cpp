@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Set info: one control at a time, by a table of controls. All complete before the call returns.
  */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Doubly linked list with a sentinel head and a tail that the caller keeps: see lyn_list.h for the rules.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The text of a log message. It is formatted for every step of every request, and for every event behind a backlog,
  * whether the board keeps it or not. So its format is taken apart by the compiler, and the conversions that the

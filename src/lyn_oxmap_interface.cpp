@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Mobile AP client: the module's use of the board's mobile access point manager.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * NAS client, life cycle: connecting to the modem's network access service, registering for its indications, service
  * events and release; and the one place where a request is sent.

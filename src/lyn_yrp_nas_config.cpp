@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * NAS client, configuration: what the module tells the modem to do.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * NAS client, indications: decodes what the modem sends unasked, logs it and posts it upward.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * What the four files of the NAS client share and nobody else includes: the client's state, the one road of a request
  * to the modem, and the network status.

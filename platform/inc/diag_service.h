@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Diagnostic service of the board (closed): takes the log records of every client on the board.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Location service of the board (closed): client class, location record and callbacks.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Network access service (NAS) of the modem: message ids and structs of its YRP interface.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Mobile access point manager of the board (closed): client class and the indications that it delivers.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * YRP client library of the board (closed): the messaging protocol between the application processor and the services
  * of the modem.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The board in the hands of a test; see sim_board.h.
  */

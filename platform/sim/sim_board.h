@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The simulated board in the hands of a test in the same process: which board it is, what it sends, when it is at rest,
  * and what crossed its boundary.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Handles: clients of the NAS service and of the mobile access point, and notifiers. A handle is a number that is never
  * given twice, so that a stale one is found out rather than followed.

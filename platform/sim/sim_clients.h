@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Handles that the board gave to its callers, and what it tells them.
  */

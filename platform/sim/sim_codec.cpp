@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Encoding, decoding and printing of platform messages by their table (sim_messages.cpp): nothing here knows a message.
  *

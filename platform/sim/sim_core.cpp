@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The board itself: its start, clock, crossings and faults. See sim_core.h for the rules.
  */

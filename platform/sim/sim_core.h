@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The core of the simulated board: its one lock, clock, threads, journal and faults.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The calls of each library of the platform that have a name in a scenario.
  */

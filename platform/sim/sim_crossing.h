@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Names of crossings of the platform boundary, as faults and the timeline give them: "nas.79", "yrp.release", ...
  */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The diagnostic service: writes the records of LYN_SIM_DIAG=FILE, one a line; without the variable a record costs one
  * branch. Records are taken before the first Diag_LSM_Init too, so that its failure can be read.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Files, by their descriptors: what is refused is told apart here, and nowhere else.
  */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The files of the board: those that it reads, a scenario and a drive test, and those that it writes, the journal and
  * the diagnostic log.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The journal: every crossing of the platform boundary, one JSON object a line.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The journal, beside what sim_core.h offers to all.
  */

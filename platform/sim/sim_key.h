@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * One row per key of a scenario: its name, what it may be, its default, where it is stored, and its line in
  * docs/simulator.md. The reader (sim_key_read.cpp), the document (sim_key_doc.cpp) and the tests walk the same rows.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The keys of [board], [nas], [scan] and [trace], and the tables that a scenario has.
  */

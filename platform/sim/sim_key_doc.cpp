@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The tables of keys in Markdown, for docs/simulator.md: one row a key. A test holds the document to them.
  */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Where a key's value is stored: a member of a record, or a member of that. Values go to members, and back.
  */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The keys of the mobile AP: [wwan] and [mtpe].
  */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The keys of [sys_info] and [endc], and of what LTE and NR 5G share.
  */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * One function for each kind of key: it checks the value and returns the change that stores it, or nothing after an
  * error.

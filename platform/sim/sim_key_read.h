@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Reading TOML by the rows of sim_key.h. toml++ stays inside this and the two files that include it.
  *

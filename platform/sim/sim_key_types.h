@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * What the row of a key can be: templates over the member that stores its value. A member inside a member is named by
  * both: sim_key_number<&sim_location::fix, &Location::latitude>(-90, 90).

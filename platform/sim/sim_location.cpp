@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The location library of the board: requests, their answers and fixes, all delivered on the board's location thread.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Measurements: which values are valid, the noise on them, and the rule of their reports.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The measured values of the board, and their reports to NAS clients. Call with sim_lock held.
  */

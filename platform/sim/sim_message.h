@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The messages of the simulated board, described once: encoding, decoding, the journal and the documentation's table
  * all walk the same rows.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The table of platform messages: every request, response and indication of the NAS service and the indications of the
  * mobile access point.

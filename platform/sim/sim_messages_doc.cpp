@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The table of messages in Markdown, for docs/simulator.md: one row a part. A test holds the document to it.
  */

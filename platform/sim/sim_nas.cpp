@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The NAS service: dispatch of the requests by one table, and the indications that it sends to whoever registered.
  */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The NAS service of the simulated board, inside: one handler per message, run with sim_lock held.
  *

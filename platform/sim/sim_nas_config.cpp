@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * NAS messages that change the board: registrations, deltas, cell locks, panel position, install mode,
  * de-prioritisation and the neighbour scan.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * NAS messages that only ask. A part is valid while its radio is measured (see sim_lte_on, sim_nr5g_on) and everything
  * that stands in the part has a value.

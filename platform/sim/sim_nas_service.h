@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The NAS service as the rest of the board sees it. Call with sim_lock held.
  */

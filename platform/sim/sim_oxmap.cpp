@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The mobile access point of the board: profiles, statistics, QoS flows and throughput estimation tests.
  *

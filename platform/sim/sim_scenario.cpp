@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Whole scenarios: the text, its keys by the rows of sim_key.h, and the drive test that it names.
  */

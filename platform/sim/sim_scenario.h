@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The scenario: what the simulated board is, what happens on it and when, and what goes wrong.
  *

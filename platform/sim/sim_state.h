@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * State of the simulated board, shared by its rooms and by nobody else. All of it is guarded by sim_lock unless it says
  * otherwise. Two further locks lie inside that one and are never held across a call: the queues' and the journal's.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The board's threads: three that deliver to the clients, each with its queue, and the one of the timeline.
  *

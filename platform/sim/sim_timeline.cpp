@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The timeline: what happens on the board and when. One thread sleeps until the next thing is due and does it with
  * sim_lock held; what it sends goes into the queues of the delivery threads, so that it never waits for a client.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * What is due later: timeline entries, rows of the trace and work. Call with sim_lock held.
  */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The drive-test reader: CSV logs that a phone recorded, one measurement a row.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The YRP client library of the simulated board: service object, notifier, service list, instances, requests and
  * decoding.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The LYN Device Manager in Python: metrics, controls and events of a cellular modem board.
 
     import lyn

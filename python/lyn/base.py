@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the enumerations and statuses made from ox_lyn.h are built on."""
 import enum
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The module as a context manager: one method for each operation, and the events as an iterator."""
 import atexit
 import itertools

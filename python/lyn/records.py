@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """How values cross between Python and C: blocks become dataclasses and back, and two tables say what each metric and
 control takes and gives, and each event brings. What the header's comments say in words, and nothing of C's does, stands
 in these tables only.

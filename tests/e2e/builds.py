@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Builds of the tree beside the one that is tested: how they are configured, installed and used, and the board's SDK.
 
 The SDK of these tests has the headers of platform/inc, and the simulated board for libraries.

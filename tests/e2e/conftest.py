@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Fixtures of the end-to-end tests. LYN_BUILD names the build to test, build/release by default."""
 import os
 import pathlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the demo client's prompt sequences print, and what becomes of the answers: a second account of them.
 
 A dialogue is run with a keyboard that knows one plausible answer to each question. A keyboard can be told to answer one

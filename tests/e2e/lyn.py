@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Runs the demo client as a user would: with an automatic test file, through a pipe, or in a terminal.
 
 Every run starts in the tree's root with a /data of its own (tools/private-data), its scenario, journal and diagnostic

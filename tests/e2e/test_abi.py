@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """tools/abi, on a copy of what it looks at whose public header is changed."""
 import shutil
 import subprocess

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A board that cannot be simulated, as a user meets it: the demo client ends with status 2 at its first platform call,
 and one line on standard error says which file, where in it, and what is wrong."""
 import pathlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """How the tree is configured against the board's SDK in place of the simulated board."""
 import subprocess
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Every block of commands in the documents, marked `sh`, does what a reader would have it do.
 
 The blocks of a page run one after the other in a copy of the tree, as a newcomer has it, who builds from scratch; names

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Option 9 and every prompt sequence: what is asked, what becomes of each answer, what reaches the board.
 
 The expected transcripts and requests come from `dialogues`, which knows the questions and nothing of the client.

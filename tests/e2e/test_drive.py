@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Recorded drives replay row by row, and the demo client prints what the last row measured.
 
 The reference here knows the log's columns and ranges and nothing of the board's reader.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Indications: from what the board measures and does to the lines that the demo client's callback prints.
 
 The reference for drives knows the log's columns, the modem's rule of reports and the suppression of repeats, and nothing

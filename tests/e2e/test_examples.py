@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The examples for application developers, run as they stand: what they print on a board, and how they end."""
 import os
 import re

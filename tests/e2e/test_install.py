@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What `cmake --install` leaves behind, and what programs make of it: by pkg-config, by find_package, in C and C++.
 
 The folder is moved once everything is installed, so that nothing may depend on where that was.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The demo client's main loop: start-up, the two ways of reading option lines, their grammar, and how it all ends.
 
 None of these needs a modem: they use option numbers without a meaning, the usage screen, and calls that are refused

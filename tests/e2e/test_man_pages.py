@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The manual pages are true: they name what the header declares and what the board reads, and their examples work."""
 import re
 import subprocess

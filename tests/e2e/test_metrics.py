@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Options 7 and 8: every metric of the NAS client on a board of each network status, from the option line to the
 printed result, and what the two options do differently.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Location and mobile AP at the prompt: metrics 44 to 53 by option 7 and option 8, controls 1 and 2, good and bad.
 
 A transcript shows step by step the lines typed, what was printed for them and by the callback, what crossed the boundary

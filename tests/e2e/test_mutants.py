@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Which mistakes tools/mutants makes in a source, and which it does not; what it prints is drawn by seed.
 
 Nothing is built here: whether a mutant is noticed is the tool's own business.

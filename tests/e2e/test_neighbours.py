@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Neighbour scans from the menu to the printed list: metrics 22 to 32 at every network status, alone and in lists.
 
 The answer comes through the callback while the menu is printed again, so a transcript is taken apart into the lines of

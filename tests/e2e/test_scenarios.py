@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The boards of scenarios/: each is read as it stands, is named in the documents, and shows what it promises.
 
 What a board shows over minutes is watched in fast motion: a copy with all its times divided by one factor, and without

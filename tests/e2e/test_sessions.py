@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The sessions that the documents show: each is typed at a terminal and recorded with the command that starts it, and
 tools/check-docs holds the documents to the records.
 

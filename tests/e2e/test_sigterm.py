@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """SIGTERM ends the program with status 0 at any moment after its banner, also while the board is busy."""
 import concurrent.futures
 import os

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The linker sends malloc, calloc and the nothrow operator new of all objects of the program here (alloc_fault.h).
  * State is plain atomics: these functions run before main and while the sanitizers start, so nothing here allocates.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Allocations that fail on demand. A program linked with -Wl,--wrap=malloc,--wrap=calloc and the nothrow operator new
  * (tests/CMakeLists.txt does so for every *_fault_test) takes these calls through here. Until a test arms a fault they

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The allocation faults themselves: what is failed, how often, and in whose thread. */
 #include <gtest/gtest.h>
 

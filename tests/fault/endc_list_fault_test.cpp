@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Metric 38 in a list, without memory for its block: the metric keeps the module lock, which the list itself takes
  * again behind each entry. Alone in its program, because nothing of the module works afterwards.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Metric 38 without memory for its block: the call reports success and keeps the module lock for good. Alone in its
  * program, because nothing of the module works afterwards.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The demo client's option 7 on metric 38 without memory for its four octets. Alone in its program, because the module
  * stays locked.

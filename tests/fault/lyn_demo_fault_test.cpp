@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The demo client without memory: what options 5 and 8 say when their list cannot be allocated, and what options 7 and
  * 8 make of a success whose block could not be.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Event delivery and posting without memory: whichever allocation fails, that delivery alone is missing, nothing is
  * lost or freed twice, and the module's books are kept all the same.

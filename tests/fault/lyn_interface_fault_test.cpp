@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The start of the module without memory, without a command thread, and with a rand() that gives 0.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Location and mobile AP without memory, through the API: every allocation of every request and of everything that
  * follows it fails once. Nothing is lost, nothing hangs, and the module goes on as if nothing had happened.

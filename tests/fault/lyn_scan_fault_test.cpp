@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Controls and neighbour scans without memory: what is refused, what is dropped, and that no scan stays pending. */
 #include <cstring>
 

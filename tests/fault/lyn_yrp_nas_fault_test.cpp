@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The NAS client without memory: every allocation of every call but the queries, one after the other. */
 #include <functional>
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Queries and metrics without memory, and with a modem that claims longer lists than there is room for.
  */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The board's files on a disk that fails: the linker has every read() of the program come here.
  */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Any bytes as an indication to a running module: the first octet draws the indication, the rest is its message. Ends
  * with an error where the outcome is neither a decoded record nor the indication's logged failure.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Feeds files to a fuzz target once each, in place of libFuzzer: the corpus is then a normal test of every build, also
  * of compilers that have no libFuzzer. Arguments are files, or folders whose files are taken in the order of their

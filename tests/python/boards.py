@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A board on which every value is another one, so that a value taken from the wrong place shows."""
 import tomllib
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The tests of the Python package. LYN_BUILD names the build to test, build/release by default.
 
 There is one module in a process and one simulated board, so a test marked `board` runs in a process of its own, on the

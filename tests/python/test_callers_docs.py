@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the documents show of calling the module works as it is shown."""
 import os
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What reaches the modem of every control, and every indication as it arrives."""
 import pytest
 from boards import BOTH_RADIOS, LTE_ALONE, NR5G_ALONE, NO_SERVICE

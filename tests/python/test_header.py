@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What is made from ox_lyn.h is what the header says: every name, number, member and status."""
 import dataclasses
 import enum

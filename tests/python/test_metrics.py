@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Every metric of the catalogue, read through Python, is what the scenario says."""
 import pytest
 from boards import BOTH_RADIOS, LOCATION, LTE, LTE_ALONE, MTPE, NR5G, NR5G_ALONE, WWAN

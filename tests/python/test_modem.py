@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The life of a module in Python: opening and closing, statuses, threads, what is done wrong, and what is freed."""
 import ctypes
 import gc

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * How much memory the program holds, with and without a sanitizer's own heap.
  */

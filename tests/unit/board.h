@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The module on a simulated board of the test's own: what it asked the board for, what it logged, and everything that
  * its callback delivers. The headers of the other boards are built on this one.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * What the module delivers to a user's callback, copied and compared, and the blocks that producers post.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * What the module logged, for the tests of its lower rooms: the simulated board writes its diagnostic records into a
  * memory file of the test program, which is named before the first platform call.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Any bytes as an indication to a running module, straight into the callback of its NAS or its mobile AP client; what
  * becomes of them is checked against the library's own decoder. Shared by the test of random bytes and the fuzz target.

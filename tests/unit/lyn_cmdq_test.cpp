@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The command queue: order, ownership, the warning, flushing and stopping, with the real command thread.
  */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The demo client's callback: what it prints for every event, the odd ones included, and what it frees. A block that it
  * does not free although it should is a leak that the leak checker reports; one freed twice is reported as well.

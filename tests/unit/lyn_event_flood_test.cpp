@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Event delivery under load: a million indications, cycles of start and stop on a busy board, a stop while events pour
  * in. Nothing is logged here, as the texts would outgrow the memory.

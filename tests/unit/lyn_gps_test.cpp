@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The location client on the simulated board, up to the events that it posts.
  */

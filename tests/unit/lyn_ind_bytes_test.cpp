@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Whatever bytes come as an indication, the module decodes them within its records' room or logs that it could not, and
  * goes on answering. Release builds take 100,000 random and 100,000 mutated messages of each id, sanitizer builds a

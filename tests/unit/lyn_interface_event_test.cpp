@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Event delivery: what each posted event becomes, what subscriptions let through, which repeats are suppressed, in
  * which order, and what posting says. How the neighbour scan, the throughput test and locations go on is tested with

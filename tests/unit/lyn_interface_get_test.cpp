@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Get info and get info list: every metric that the NAS client answers, from the modem's message to the record, the
  * checks in their order, what is refused, and lists.

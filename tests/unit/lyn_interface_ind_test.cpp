@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Indication subscriptions: what each operation accepts, what it sends to the modem, what it lists, and that the table
  * only changes when the modem has accepted it.

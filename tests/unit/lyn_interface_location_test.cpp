@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Fixes and batches through the API: what metrics 50 and 51 and controls 1 and 2 return, deliver, log and call, and
  * what keeps a request ongoing.

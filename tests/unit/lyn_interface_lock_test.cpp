@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The module lock under a flood of events: how many callbacks a caller waits for, and that neither side starves.
  *

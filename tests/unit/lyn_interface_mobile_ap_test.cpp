@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The mobile AP through the API: throughput tests in all directions and with every way of ending, QoS flows, profiles,
  * statistics and test information (metrics 44 to 49, 52 and 53).

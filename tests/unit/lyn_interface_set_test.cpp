@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Set info: each control at each network status, from the caller's block to the request on the wire and the log. */
 #include "board.h"
 

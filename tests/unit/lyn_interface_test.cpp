@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Life cycle of the module as its callers meet it, on the simulated board: what ox_lyn_init and ox_lyn_deinit check,
  * what they call and in which order, what a failure leaves behind, and how they end whatever the other threads do.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The linked list: every edge of its operations, and random walks beside a std::vector that does the same.
  */

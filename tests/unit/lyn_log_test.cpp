@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The log formatter, as the diagnostic service receives its records.
  */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The mobile AP client on the simulated board, up to the events that it posts and what it prints.
  */

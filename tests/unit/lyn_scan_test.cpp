@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Neighbour scans, from the metric to the delivered block: one scan at a time, LTE before NR 5G, flags clear at the
  * end. */
 #include <algorithm>

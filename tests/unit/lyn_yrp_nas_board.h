@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * A NAS client on a simulated board of the test's own, for the NAS client's tests: which board it is connected to, what
  * it logged, asked and posted. Posted events end here instead of on the command thread.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The NAS client's configuration requests: what is refused, what is sent, translated. */
 #include "lyn_yrp_nas_board.h"
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The NAS client's indications: decoding, what is logged, what goes up. */
 #include "lyn_yrp_nas_board.h"
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The NAS client's queries: what is asked at which network status, what comes back of it, translated and limited, what
  * is logged, and what stays in the record when a step fails.

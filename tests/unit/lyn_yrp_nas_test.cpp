@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The NAS client's life cycle: connecting, registering, service events, release. */
 #include "lyn_yrp_nas_board.h"
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * A simulated board at a given network status, for the tests of queries and metrics, and what was asked of it.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The module on a simulated board, driven through its API as an application does that uses location and the mobile AP.
  * What the callback delivers is taken as one line of text each; fixes also as they are, to their last digit.

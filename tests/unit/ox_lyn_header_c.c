@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The public header in strict C11, included before anything else so that it must stand alone. The functions are the
  * examples of its comments, word for word but for what frames them.

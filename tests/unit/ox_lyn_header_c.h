@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* What ox_lyn_header_c.c shows to ox_lyn_header_test.cpp. */
 #ifndef OX_LYN_HEADER_C_H
 #define OX_LYN_HEADER_C_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The public header in C++20, included first so that it must stand alone, against the same header in C11. */
 #include "ox_lyn.h"
 

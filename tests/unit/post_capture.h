@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Events as a client of the board posts them, for its tests: this program's lyn_post_async_event keeps them in place of
  * the module's. Include it in one source file of the program.

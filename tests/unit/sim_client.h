@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * A client of the simulated board as tests of the board itself need it: connects, sends, and keeps what it is sent.
  */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Encoding and decoding of every message of the table, and what malformed bytes get. The document's table is held to
  * the same rows.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * docs/simulator.md says what the board does: its tables of messages and keys are the board's own. LYN_DOCS_UPDATE=1
  * writes them into the document.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The three environment variables of the simulated board, each in a process of its own: they are read once, at the
  * first platform call.

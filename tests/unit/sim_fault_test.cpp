@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Faults of the simulated board: every kind of crossing can fail, refuse, lose parts of its answer or take its time.
  */

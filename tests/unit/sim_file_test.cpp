@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The files that the board reads, a scenario or a drive: what cannot be read to its end is refused by name, and nothing
  * keeps the board waiting.

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Every key of a scenario, by its row: what it takes and what it refuses, where it is stored, and its default.
  */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Measurements of the simulated board: which values indication 81 reports and when, the noise, and drive tests.
  */

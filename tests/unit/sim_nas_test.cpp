@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The NAS service of the simulated board: what it answers, what its settings change, what it refuses.
  */

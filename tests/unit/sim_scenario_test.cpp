@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The scenario reader: its defaults, every key, every kind of error with its place, and the capacities.
  */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The timeline of the simulated board: what happens when, in which order, how often, and after which call.
  */

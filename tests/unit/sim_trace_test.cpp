@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The drive-test reader: every rule on dirty logs, and the recorded drives (where LYN_DRIVES names their folder)
  * against an independent reading.

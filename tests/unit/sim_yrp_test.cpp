@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * The client library of the simulated board: waiting for the service, handles, service events, release.
  */

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /*
  * Where the tree is, for tests that read its files wherever they are built and run. Compiled by itself, so that nothing
  * else depends on the place.
