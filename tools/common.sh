@@ -12,7 +12,7 @@ lyn_packages_test=(
 )
 
 # What builds packages and looks at them.
-lyn_packages_package=("${lyn_packages_demo[@]}" ccache debhelper dpkg-dev lintian)
+lyn_packages_package=("${lyn_packages_demo[@]}" ccache debhelper dh-python dpkg-dev lintian python3-cffi python3-dev)
 
 # What only the tests need that take minutes.
 lyn_packages_long=("${lyn_packages_package[@]}" mmdebstrap)

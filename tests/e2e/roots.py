@@ -14,8 +14,8 @@ import pytest
 from lyn import ROOT
 
 SUITE = "bookworm"
-# What a developer has there who links the module.
-PACKAGES = ["cmake", "g++", "gcc", "make", "pkg-config"]
+# What a developer has there who links the module, and calls it from Python.
+PACKAGES = ["cmake", "g++", "gcc", "make", "pkg-config", "python3-cffi-backend"]
 FOLDER = ROOT / "build/roots"
 # What dpkg and ldconfig keep for themselves, whatever is installed.
 KEPT = ("var/lib/dpkg/", "var/lib/apt/", "var/log/", "var/cache/")

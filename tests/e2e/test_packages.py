@@ -212,6 +212,13 @@ def test_release_is_refused_and_leaves_nothing(release_tree, case):
     assert not (release_tree / "build/publish").exists()
 
 
+def test_readme_names_the_packages_that_are_made():
+    made = re.findall(r"(?m)^Package: (\S+)$", (ROOT / "debian/control").read_text(encoding="utf-8"))
+    readme = (ROOT / "README.md").read_text(encoding="utf-8")
+    assert sorted(re.search(r"apt purge ([\w -]*\w)", readme)[1].split()) == sorted(made)
+    assert sorted(re.findall(r"(?m)^\| `((?:lib|python3-)?lyn[\w-]*)` \|", readme)) == sorted(made)
+
+
 # One worker does them all, and builds the packages once.
 with_packages = pytest.mark.xdist_group("packages")
 
@@ -255,6 +262,7 @@ def test_packages_hold_what_their_names_say(packages):
 @pytest.mark.long
 def test_each_package_brings_the_next(packages):
     needed = {name: run("dpkg-deb", "-f", path, "Depends") for name, path in packages.items()}
+    assert "liblyn0 (>= " in needed["python3-lyn"] and "python3-cffi-backend" in needed["python3-lyn"]
     assert "liblyn0 (>= " in needed["lyn-demo"] and f"lyn-sim (>= {VERSION})" in needed["liblyn0"]
     assert f"liblyn0 (= {VERSION}), lyn-sim (= {VERSION})" in needed["liblyn-dev"]
 
@@ -271,6 +279,8 @@ def install_and_use(root, packages):
     (root.work / "CMakeLists.txt").write_text(
         PROJECT.format(language="C", version=VERSION, libraries="lyn lyn_static", source="caller.c"), encoding="utf-8")
     script += ["cmake -S . -B build >cmake.log && cmake --build build >cmake.log", "build/lyn", "build/lyn_static",
+               """python3 -c 'import lyn
+with lyn.open() as modem: print("\\nRSRP", modem.get(lyn.Metric.LTE_SERV_RSRP))'""",
                "lyn_demo", "LYN_SIM_SCENARIO=/usr/share/lyn/scenarios/motorway_drive.toml lyn_demo",
                f"{apt_get} purge {' '.join(packages)} >apt.log"]
     for package in packages.values():
@@ -288,7 +298,7 @@ def install_and_use(root, packages):
 @pytest.mark.long
 def test_on_a_clean_system_programs_are_built_and_run_and_nothing_stays_behind(tmp_path, packages):
     printed, before, after = install_and_use(CleanRoot(tmp_path), packages)
-    assert printed.count("\nRSRP -101\n") == 6
+    assert printed.count("\nRSRP -101\n") == 7
     assert "[LTE Serving Cell RSRP] - -101\n" in printed and printed.count(AUTO_DONE) == 2
     assert (after - before, before - after) == (set(), set())
 
@@ -307,4 +317,4 @@ def test_packages_of_a_release_are_made_of_what_is_committed(tmp_path):
     status, output, errors = release(tree, "--dry-run", "--skip-tests")
     assert status == 0, errors
     names = published(tree, output)
-    assert f"lyn-{VERSION}.tar.gz" in names and len([name for name in names if name.endswith(".deb")]) >= 4
+    assert f"lyn-{VERSION}.tar.gz" in names and len([name for name in names if name.endswith(".deb")]) >= 5
