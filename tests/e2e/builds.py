@@ -71,7 +71,10 @@ def configure_sdk(folder, sdk):
     return configure(folder, "-DLYN_PLATFORM=sdk", f"-DLYN_SDK_DIR={sdk}")
 
 
-def build(folder, *options):
+def build(name, *options):
+    """Build afresh, as deep in the tree as the presets do, so that the compiler cache knows what they have in common."""
+    folder = ROOT / "build" / f"e2e.{name}"
+    shutil.rmtree(folder, ignore_errors=True)
     status, output = configure(folder, *options)
     assert status == 0, output
     run("cmake", "--build", folder, "-j", os.cpu_count())

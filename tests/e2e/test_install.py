@@ -32,9 +32,9 @@ def prefix(tmp_path_factory):
 
 
 @pytest.fixture(scope="module")
-def plain(tmp_path_factory):
+def plain():
     """A build as packages are made: no preset, no GoogleTest, for /usr."""
-    return build(tmp_path_factory.mktemp("plain"), "-DCMAKE_INSTALL_PREFIX=/usr", "-DLYN_TESTS=ON",
+    return build("plain", "-DCMAKE_INSTALL_PREFIX=/usr", "-DLYN_TESTS=ON",
                  "-DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON")
 
 
@@ -46,7 +46,7 @@ def sdk(tmp_path_factory):
 @pytest.fixture(scope="module")
 def sdk_prefix(tmp_path_factory, sdk):
     tmp = tmp_path_factory.mktemp("with_sdk")
-    return install_and_move(build(tmp / "build", "-DLYN_PLATFORM=sdk", f"-DLYN_SDK_DIR={sdk}"), tmp)
+    return install_and_move(build("sdk", "-DLYN_PLATFORM=sdk", f"-DLYN_SDK_DIR={sdk}"), tmp)
 
 
 def files(folder):
@@ -127,8 +127,10 @@ def test_everything_is_installed_once_and_once_more(tmp_path):
 
 def test_every_installed_file_is_in_one_package(prefix):
     """Packages have the folders of /usr, in which those of the libraries have a level more."""
-    owners = {name: [] for name in without_python(files(prefix))}
+    owners = {name: [] for name in files(prefix)}
     for listed in (ROOT / "debian").glob("*.install"):
+        if listed.stem == "python3-lyn" and without_python(owners) == list(owners):
+            continue
         for pattern in listed.read_text(encoding="utf-8").split():
             found = list(prefix.glob(pattern.replace("usr/lib/*/", "usr/lib/").removeprefix("usr/")))
             assert found, f"{listed.name}: no {pattern}"
@@ -210,7 +212,7 @@ def test_installed_for_usr_all_lies_in_the_multiarch_folder_without_run_path(tmp
 
 
 def test_without_shared_libraries_the_static_ones_are_what_programs_get(tmp_path):
-    static = build(tmp_path / "build", "-DLYN_SHARED=OFF")
+    static = build("static", "-DLYN_SHARED=OFF")
     prefix = install_and_move(static, tmp_path)
     assert [name for name in files(prefix) if ".so" in name] == []
     check_runs(compile_caller(tmp_path, prefix, ".c"))
