@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 """How the tree is configured against the board's SDK in place of the simulated board."""
+import os
 import subprocess
 
 import pytest
@@ -30,6 +31,12 @@ def test_sdk_build_asks_for_the_sdk(tmp_path):
     assert "LYN_PLATFORM=sdk needs -DLYN_SDK_DIR=DIR" in " ".join(output.split())
 
 
+def test_sdk_that_is_no_folder_is_named(tmp_path):
+    status, output = configure_sdk(tmp_path / "build", tmp_path / "nowhere")
+    assert status != 0
+    assert f"LYN_SDK_DIR={tmp_path}/nowhere is no folder" in " ".join(output.split())
+
+
 def test_sdk_build_names_every_piece_that_is_missing(tmp_path, sdk):
     (sdk / "include/yrp_client.h").unlink()
     (sdk / "lib/libyrp_nas.so").unlink()
@@ -50,3 +57,25 @@ def test_platform_that_is_neither_is_refused(tmp_path):
 def test_complete_sdk_is_accepted(tmp_path, sdk):
     status, output = configure_sdk(tmp_path / "build", sdk)
     assert status == 0, output
+
+
+def test_another_sdk_takes_the_place_of_the_first(tmp_path, sdk):
+    assert configure_sdk(tmp_path / "build", sdk)[0] == 0
+    (tmp_path / "newer").mkdir()
+    newer = sdk.rename(tmp_path / "newer/sdk")
+    assert configure_sdk(tmp_path / "build", newer)[0] == 0
+    link = (tmp_path / "build/demo/CMakeFiles/lyn_demo.dir/link.txt").read_text(encoding="utf-8")
+    assert f"{newer}/lib/libyrp_cci.so" in link and f"{sdk}/lib" not in link
+
+
+def test_declaration_that_the_sdk_lacks_is_named_where_it_is_used(tmp_path, sdk):
+    header = sdk / "include/oxmap_client.h"
+    text = header.read_text(encoding="utf-8")
+    header.write_text(text.replace("bool GetWWANPolicyListEx(", "bool GetWWANPolicyList("), encoding="utf-8")
+    assert configure_sdk(tmp_path / "build", sdk)[0] == 0
+    source = "lyn_oxmap_interface.cpp"
+    made = subprocess.run(["make", "-C", str(tmp_path / "build/src"), f"{source}.o"], capture_output=True, text=True,
+                          check=False, env={**os.environ, "LC_ALL": "C"})
+    assert made.returncode != 0
+    errors = [line for line in made.stderr.splitlines() if " error: " in line]
+    assert len(errors) == 1 and f"src/{source}:" in errors[0] and "GetWWANPolicyListEx" in errors[0]
