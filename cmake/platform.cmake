@@ -2,9 +2,9 @@
 # The target lyn_platform: what programs of this tree link of the board; lyn_platform_shared: what the module's shared
 # library needs; lyn_platform_api: what the module includes. `sim` builds the simulated board; `sdk` takes the board's
 # own headers and libraries in place of platform/. lyn_platform_installed is what an installed static library needs, and
-# lyn_board_libs names the libraries.
+# lyn_board_libs names the libraries. Each header declares the library at the same place (docs/porting.md has both).
 set(lyn_sdk_headers diag_service.h location_client_api.h nas_service_v01.h oxmap_client.h yrp_client.h)
-set(lyn_sdk_libs diag location_client oxmap_client yrp_nas yrp_cci)
+set(lyn_sdk_libs diag location_client yrp_nas oxmap_client yrp_cci)
 
 if(LYN_PLATFORM STREQUAL "sim")
   add_library(lyn_platform_api INTERFACE)
@@ -20,6 +20,9 @@ elseif(LYN_PLATFORM STREQUAL "sdk")
   if(NOT LYN_SDK_DIR)
     message(FATAL_ERROR "LYN_PLATFORM=sdk needs -DLYN_SDK_DIR=DIR, the folder that holds the board's include/ and lib/")
   endif()
+  if(NOT IS_DIRECTORY ${LYN_SDK_DIR})
+    message(FATAL_ERROR "LYN_SDK_DIR=${LYN_SDK_DIR} is no folder")
+  endif()
   set(missing "")
   foreach(header IN LISTS lyn_sdk_headers)
     if(NOT EXISTS ${LYN_SDK_DIR}/include/${header})
@@ -28,12 +31,14 @@ elseif(LYN_PLATFORM STREQUAL "sdk")
   endforeach()
   set(found_libs "")
   foreach(lib IN LISTS lyn_sdk_libs)
-    find_library(LYN_SDK_${lib} ${lib} PATHS ${LYN_SDK_DIR}/lib NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
-    if(LYN_SDK_${lib})
-      list(APPEND found_libs ${LYN_SDK_${lib}})
+    # Not remembered: the next configuration may name another SDK.
+    find_library(found_lib ${lib} PATHS ${LYN_SDK_DIR}/lib NO_CACHE NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+    if(found_lib)
+      list(APPEND found_libs ${found_lib})
     else()
       list(APPEND missing "lib/lib${lib}.so (or .a)")
     endif()
+    unset(found_lib)
   endforeach()
   if(missing)
     list(JOIN missing "\n  " missing)

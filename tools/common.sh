@@ -3,6 +3,9 @@
 
 lyn_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
 
+# Who has no home keeps in the tree what compiler and linter remember.
+[ -n "${XDG_CACHE_HOME-}" ] || [ -w ~ ] || export XDG_CACHE_HOME=$lyn_root/build/cache
+
 lyn_packages_demo=(g++ make cmake pkg-config libtomlplusplus-dev nlohmann-json3-dev bubblewrap)
 lyn_packages_test=(
   "${lyn_packages_demo[@]}"
@@ -91,6 +94,11 @@ need_packages() {
   done
   [ ${#refused[@]} = 0 ] && refused=("${missing[@]}")
   die "these packages cannot be installed: ${refused[*]}"
+}
+
+# need_build_folder: make it, or end with one line.
+need_build_folder() {
+  mkdir -p "$lyn_root/build" 2>/dev/null && [ -w "$lyn_root/build" ] || die "cannot write to $lyn_root/build"
 }
 
 # configure PRESET [OPTION...]: afresh where the build folder was made for another place, as in a copied tree.

@@ -13,6 +13,7 @@ LONG = bool(os.environ.get("LYN_LONG"))
 def pytest_configure(config):
     config.addinivalue_line("markers", "release_only: too slow for sanitizer builds unless LYN_LONG is set")
     config.addinivalue_line("markers", "xdist_group: tests that one worker runs, because they share what takes long")
+    config.addinivalue_line("markers", "fixed_path: needs a /data of its own, which takes the right to mount")
     config.addinivalue_line("markers", "long: takes minutes; runs with LYN_LONG set")
 
 
@@ -30,7 +31,9 @@ def pytest_collection_modifyitems(config, items):
 
 
 @pytest.fixture
-def demo(tmp_path):
+def demo(request, tmp_path):
+    if lyn.NO_PRIVATE_DATA and request.node.get_closest_marker("fixed_path"):
+        pytest.skip(lyn.NO_PRIVATE_DATA)
     return lyn.Demo(tmp_path)
 
 

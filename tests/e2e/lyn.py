@@ -1,8 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
 """Runs the demo client as a user would: with an automatic test file, through a pipe, or in a terminal.
 
-Every run starts in the tree's root with a /data of its own (tools/private-data), its scenario, journal and diagnostic
-log in the test's folder, and a time-out that is longer in sanitizer builds. What it prints is read by a thread up to a
+Every run starts in the tree's root with a /data of its own (tools/private-data), or, where the machine gives no right to
+that, with its automatic test file as argument. Its scenario, journal and diagnostic log are in the test's folder; it has a
+time-out that is longer in sanitizer builds. What it prints is read by a thread up to a
 limit, because the interactive menu repeats without end once standard input is closed.
 
     result = demo.auto(["1", "7 10", "2"], scenario="[board]\\nnoise_db = 0\\n")
@@ -25,12 +26,22 @@ import threading
 import time
 
 import pexpect
+import pytest
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 DATA = ROOT / "tests" / "data"
 DRIVES = [DATA / "drive.csv", ROOT / "scenarios" / "motorway_drive.csv"]  # the tree's own
 BUILD = ROOT / os.environ.get("LYN_BUILD", "build/release")
 PRIVATE_DATA = ROOT / "tools" / "private-data"
+AUTO_FILE = "data_oxmap/lyn_auto_test.cfg"  # below /data
+
+
+def reason_against_private_data():
+    """Why runs cannot have a /data of their own here; empty: they can."""
+    return subprocess.run([str(PRIVATE_DATA), "--check"], stderr=subprocess.PIPE, text=True, check=False).stderr.strip()
+
+
+NO_PRIVATE_DATA = reason_against_private_data()
 
 SLOWER = {"release": 1, "asan": 4, "tsan": 8, "coverage": 2}
 SCALE = SLOWER.get(BUILD.name, 4)
@@ -42,6 +53,14 @@ PARSE_FAILED = "LYN DEMO APP : Parsing the entered options failed - invalid opti
 OPTION_FAILED = "LYN DEMO APP : Processing diagnostic metric information failed!!"
 INVALID_OPTION = "LYN DEMO APP : Invalid option is passed."
 PROMPT = "Option > "
+
+
+def open_terminal():
+    """The two ends of a pseudo-terminal; a machine without /dev/pts has none, and skips the test."""
+    try:
+        return os.openpty()
+    except OSError as error:
+        pytest.skip(f"no pseudo-terminal: {error}")
 
 
 class TooMuchOutput(AssertionError):
@@ -128,12 +147,12 @@ class Launch:
     def __init__(self, folder, scenario, env, program):
         self.folder = folder
         self.data = folder / "data"
-        (self.data / "data_oxmap").mkdir(parents=True)
-        self.auto_file = self.data / "data_oxmap" / "lyn_auto_test.cfg"
+        self.auto_file = self.data / AUTO_FILE
+        self.auto_file.parent.mkdir(parents=True)
         self.journal_path = folder / "journal"
         self.diag_path = folder / "diag"
         self.pid_path = folder / "pid"
-        self.private = True  # False: the machine's own /data, where that has no automatic test file
+        self.private = not NO_PRIVATE_DATA  # False: the machine's own /data, where that has no automatic test file
         self.program = program
         self.env = {key: value for key, value in os.environ.items() if not key.startswith("LYN_SIM_")}
         self.env.update(TERM="dumb", LC_ALL="C.UTF-8", LYN_SIM_JOURNAL=str(self.journal_path),
@@ -152,7 +171,8 @@ class Launch:
     def command(self):
         """The command line; the shell in between notes the program's own process id."""
         private = [str(PRIVATE_DATA), str(self.data)] if self.private else []
-        return [*private, "/bin/sh", "-c", 'echo $$ >"$0"; exec "$@"', str(self.pid_path), str(self.program)]
+        named = [str(self.auto_file)] if self.auto_file.exists() and not self.private else []
+        return [*private, "/bin/sh", "-c", 'echo $$ >"$0"; exec "$@"', str(self.pid_path), str(self.program), *named]
 
     def pid(self):
         return int(self.pid_path.read_text())
@@ -231,7 +251,7 @@ class Session:
         self.errors.thread.join(self.timeout)
         if self.output.overflow or self.errors.overflow:
             raise TooMuchOutput(f"more than {self.output.limit} bytes")
-        return status
+        return status if status >= 0 else 128 - status  # killed by a signal: as bubblewrap reports it
 
     def finish(self):
         """Wait for the end and return the whole result."""
@@ -317,6 +337,8 @@ class Demo:
         return Session(self.launch(scenario, env), limit, timeout, stdin)
 
     def terminal(self, scenario=None, env=None, timeout=20):
+        for end in open_terminal():
+            os.close(end)
         return Terminal(self.launch(scenario, env), timeout)
 
 

@@ -8,14 +8,13 @@ needs a root of its own: test_packages.py has it.
 """
 import os
 import re
-import shutil
 import signal
 import subprocess
 import time
 
 import pytest
 
-from builds import make_sdk, run
+from builds import copy_tree, make_sdk
 from lyn import BUILD, PROMPT, ROOT
 
 pytestmark = pytest.mark.skipif(BUILD.name != "release", reason="the documents show the release build")
@@ -41,12 +40,9 @@ def knows_its_options(match):
 
 @pytest.fixture(scope="module")
 def tree(tmp_path_factory):
-    """The files that git knows, with what is not committed of them, and nothing that was built."""
+    """As a newcomer has it."""
     top = tmp_path_factory.mktemp("newcomer")
-    for name in run("git", "-C", ROOT, "ls-files", "-co", "--exclude-standard").splitlines():
-        if (ROOT / name).exists():
-            (top / "lyn" / name).parent.mkdir(parents=True, exist_ok=True)
-            shutil.copy2(ROOT / name, top / "lyn" / name)
+    copy_tree(top / "lyn")
     (top / "test.cfg").write_text("1\n7 1\n2\n", encoding="utf-8")
     (top / "lyn/caller.c").write_text(CALLER, encoding="utf-8")
     return top / "lyn"

@@ -6,10 +6,11 @@ The folder is moved once everything is installed, so that nothing may depend on 
 import os
 import pathlib
 import re
+import shutil
 
 import pytest
 
-from builds import CALLER, HEADER, PROJECT, SCENARIO, VERSION, build, install, make_sdk, run
+from builds import CALLER, HEADER, PROJECT, SCENARIO, VERSION, build, copy_tree, install, make_sdk, run
 from lyn import AUTO_DONE, BUILD, ROOT, Demo
 
 pytestmark = pytest.mark.skipif(BUILD.name != "release", reason="what is installed is what ships, no sanitizer build")
@@ -44,9 +45,17 @@ def sdk(tmp_path_factory):
 
 
 @pytest.fixture(scope="module")
-def sdk_prefix(tmp_path_factory, sdk):
+def sdk_build(tmp_path_factory, sdk):
+    """Of a tree that has no board of its own."""
     tmp = tmp_path_factory.mktemp("with_sdk")
-    return install_and_move(build("sdk", "-DLYN_PLATFORM=sdk", f"-DLYN_SDK_DIR={sdk}"), tmp)
+    tree = copy_tree(tmp / "tree")
+    shutil.rmtree(tree / "platform")
+    return build("sdk", "-DLYN_PLATFORM=sdk", f"-DLYN_SDK_DIR={sdk}", tree=tree)
+
+
+@pytest.fixture(scope="module")
+def sdk_prefix(tmp_path_factory, sdk_build):
+    return install_and_move(sdk_build, tmp_path_factory.mktemp("sdk_installed"))
 
 
 def files(folder):
@@ -230,6 +239,18 @@ def test_build_for_the_board_installs_nothing_of_the_simulated_one(sdk_prefix):
     assert "libdiag.so.1" in dynamic(lib_dir(sdk_prefix) / "liblyn.so", "NEEDED")
 
 
+def of_the_simulated_board(program):
+    """Symbols, defined or not; the board is the only one to read TOML and to write JSON."""
+    return [line for line in run("nm", "-C", program).splitlines() if re.search(r"\bsim_|\btoml::|\bnlohmann::", line)]
+
+
+@with_sdk
+def test_build_for_the_board_holds_and_needs_nothing_of_the_simulated_one(sdk_build):
+    assert of_the_simulated_board(BUILD / "lyn_demo")
+    for program in ("lyn_demo", "demo/lyn_demo", "src/liblyn.so", "src/liblyn.a"):
+        assert of_the_simulated_board(sdk_build / program) == [], program
+
+
 @with_sdk
 def test_build_for_the_board_runs_with_the_libraries_of_the_board(tmp_path, sdk_prefix, sdk):
     check_runs(compile_caller(tmp_path, sdk_prefix, ".c"), lib_dir(sdk_prefix), sdk / "lib")
@@ -239,6 +260,7 @@ def test_build_for_the_board_runs_with_the_libraries_of_the_board(tmp_path, sdk_
     result = Demo(tmp_path, sdk_prefix / "bin/lyn_demo").auto(["1", "7 1", "2"],
                                                              env={"LD_LIBRARY_PATH": str(sdk / "lib")})
     assert result.console.endswith(AUTO_DONE) and result.status == 0
+    assert "[Registration Status] - 6" in result.console
 
 
 @with_sdk

@@ -11,7 +11,8 @@ import time
 
 import pytest
 
-from lyn import AUTO_DONE, AUTO_ENABLED, BANNER, INVALID_OPTION, OPTION_FAILED, PARSE_FAILED, PROMPT, Session
+from lyn import (AUTO_DONE, AUTO_ENABLED, BANNER, INVALID_OPTION, OPTION_FAILED, PARSE_FAILED, PROMPT, Session,
+                 open_terminal)
 
 MENU_LINES = [
     "01. LYN DM Register",
@@ -148,6 +149,7 @@ def test_automatic_run_does_not_read_standard_input(demo):
     assert result.console == auto_transcript(echo("11"), not_supported(11), AUTO_DONE)
 
 
+@pytest.mark.fixed_path
 def test_automatic_file_that_cannot_be_opened_ends_the_program(demo):
     launch = demo.launch()
     here = os.getcwd()
@@ -163,6 +165,7 @@ def test_automatic_file_that_cannot_be_opened_ends_the_program(demo):
     assert result.status == 0 and result.stderr == ""
 
 
+@pytest.mark.fixed_path
 def test_folder_in_place_of_the_automatic_file_reads_as_empty(demo):
     launch = demo.launch()
     launch.auto_file.mkdir()
@@ -285,7 +288,7 @@ def test_ctrl_d_at_the_prompt_of_a_terminal_ends_one_line_and_reading_goes_on(de
 
 def test_terminal_that_hangs_up_between_two_questions_is_a_closed_standard_input(demo):
     """One question finds the terminal there, one finds it gone and gives up, although it repeats at Ctrl-D."""
-    keyboard, terminal = os.openpty()
+    keyboard, terminal = open_terminal()
     slow = "[sys_info]\nlte = 'absent'\nnr5g = 'service'\n[[fault]]\non = 'nas.295'\ndelay_ms = 500\n"
     launch = demo.launch(slow)
     launch.auto_file.write_text("1\n9 5\n7 47\n")
@@ -300,7 +303,7 @@ def test_terminal_that_hangs_up_between_two_questions_is_a_closed_standard_input
 
 def test_terminal_that_hangs_up_during_a_question_is_a_closed_standard_input(demo):
     """The repeated question gives up, and the menu repeats without end."""
-    keyboard, terminal = os.openpty()
+    keyboard, terminal = open_terminal()
     with demo.session(limit=256 << 20, stdin=terminal) as session:
         os.close(terminal)
         os.write(keyboard, b"1\n\x047 47\n")

@@ -196,7 +196,7 @@ struct lyn_interface_lock : testing::Test {
           uint32_t cleared = OX_LYN_IND_REG_STATUS_E;
           EXPECT_EQ(ox_lyn_clear_ind_list(hndl, &cleared, 1), OX_LYN_SUCCESS);
         },
-        [this] {
+        [] {
           ox_lyn_hndl_t other = 0;
           EXPECT_EQ(ox_lyn_init(&other, 0, on_flood), OX_LYN_ERR_ALREADY_INITIALIZED);
         },
