@@ -13,7 +13,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "lyn_demo_prompt.h"
+#include "lyn_demo_line.h"
 
 static constexpr const char *LYN_DEMO_AUTO_FILE = "/data/data_oxmap/lyn_auto_test.cfg";
 static constexpr int LYN_DEMO_MENU_WIDTH = 53;  // menu lines are padded with blanks
@@ -170,7 +170,6 @@ static void lyn_demo_print_menu() {
   for (const lyn_demo_option_t &option : lyn_demo_options) {
     printf("%-*s\n", LYN_DEMO_MENU_WIDTH, option.menu);
   }
-  printf("Option > ");
 }
 
 // One turn of the menu. On a closed standard input the turns repeat without end, deliberately.
@@ -178,7 +177,7 @@ static void lyn_demo_interact() {
   lyn_demo_line_t line = {};
   char text[LYN_DEMO_LINE_LEN];
   lyn_demo_print_menu();
-  if (lyn_demo_read_line(text, sizeof text) != LYN_DEMO_READ_LINE) {
+  if (lyn_demo_read_line("Option > ", text, sizeof text) != LYN_DEMO_READ_LINE) {
     return;
   }
   lyn_demo_cut_last(text);
@@ -196,6 +195,7 @@ int lyn_demo_main() {
   puts("\n\n################### Device Manager Client Application #########################\n");
   struct stat status = {};
   if (stat(LYN_DEMO_AUTO_FILE, &status) != 0) {
+    lyn_demo_edit_lines();
     for (;;) {
       lyn_demo_interact();
     }
