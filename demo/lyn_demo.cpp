@@ -2,8 +2,8 @@
 // Main loop of the demo client: start-up, the scripted and the interactive loop, the option-line grammar and the
 // dispatch from an option number to its handler.
 //
-// The mode is chosen once: where the automatic test file exists its lines are run, one option line each, up to the
-// first that fails; otherwise the menu is shown again and again until a signal ends the process.
+// The mode is chosen once: where a file was named, or the automatic test file exists, its lines are run, one option
+// line each, up to the first that fails; otherwise the menu is shown again and again until a signal ends the process.
 #include "lyn_demo.h"
 
 #include <signal.h>
@@ -13,7 +13,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "lyn_demo_prompt.h"
+#include "lyn_demo_line.h"
 
 static constexpr const char *LYN_DEMO_AUTO_FILE = "/data/data_oxmap/lyn_auto_test.cfg";
 static constexpr int LYN_DEMO_MENU_WIDTH = 53;  // menu lines are padded with blanks
@@ -170,7 +170,6 @@ static void lyn_demo_print_menu() {
   for (const lyn_demo_option_t &option : lyn_demo_options) {
     printf("%-*s\n", LYN_DEMO_MENU_WIDTH, option.menu);
   }
-  printf("Option > ");
 }
 
 // One turn of the menu. On a closed standard input the turns repeat without end, deliberately.
@@ -178,7 +177,7 @@ static void lyn_demo_interact() {
   lyn_demo_line_t line = {};
   char text[LYN_DEMO_LINE_LEN];
   lyn_demo_print_menu();
-  if (lyn_demo_read_line(text, sizeof text) != LYN_DEMO_READ_LINE) {
+  if (lyn_demo_read_line("Option > ", text, sizeof text) != LYN_DEMO_READ_LINE) {
     return;
   }
   lyn_demo_cut_last(text);
@@ -190,22 +189,34 @@ static void lyn_demo_interact() {
   }
 }
 
-int lyn_demo_main() {
+// Null, where there is one that cannot be opened.
+static FILE *lyn_demo_open_auto_file() {
+  FILE *file = fopen(LYN_DEMO_AUTO_FILE, "r");
+  if (file == nullptr) {
+    puts("LYN DEMO APP : Opening auto test configuration file failed.");
+  }
+  return file;
+}
+
+static void lyn_demo_menu_loop() {
+  lyn_demo_edit_lines();
+  for (;;) {
+    lyn_demo_interact();
+  }
+}
+
+int lyn_demo_main(FILE *script) {
   setvbuf(stdout, nullptr, _IOLBF, 0);  // a reader at the other end of a pipe sees each line as it is printed
   signal(SIGTERM, lyn_demo_sigterm_handler);
   puts("\n\n################### Device Manager Client Application #########################\n");
   struct stat status = {};
-  if (stat(LYN_DEMO_AUTO_FILE, &status) != 0) {
-    for (;;) {
-      lyn_demo_interact();
-    }
+  if (script == nullptr && stat(LYN_DEMO_AUTO_FILE, &status) != 0) {
+    lyn_demo_menu_loop();
   }
-  FILE *file = fopen(LYN_DEMO_AUTO_FILE, "r");
-  if (file == nullptr) {
-    puts("LYN DEMO APP : Opening auto test configuration file failed.");
-    return 0;
+  FILE *file = script != nullptr ? script : lyn_demo_open_auto_file();
+  if (file != nullptr) {
+    puts("LYN DEMO APP : Auto test configuration file enabled.");
+    lyn_demo_auto_loop(file);
   }
-  puts("LYN DEMO APP : Auto test configuration file enabled.");
-  lyn_demo_auto_loop(file);
   return 0;
 }

@@ -12,6 +12,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <iterator>
 #include <memory>
@@ -60,8 +61,9 @@ struct lyn_demo_option_t {
 extern ox_lyn_hndl_t lyn_demo_hndl;                               // drawn by option 1, given by every other option
 extern const std::array<lyn_demo_option_t, 10> lyn_demo_options;  // option n is row n - 1
 
-// Main loop. Returns 0 on every path on which it returns.
-int lyn_demo_main();
+// Main loop. A script that is given is run in the place of the automatic test file, and closed. Returns 0 on every path
+// on which it returns.
+int lyn_demo_main(FILE *script);
 void lyn_demo_sigterm_handler(int signal_number);
 // Tokenises line in place. Returns 0, or 1 when a token is no number or the values do not fit.
 int32_t lyn_demo_parse_options(char *line, int32_t *options, uint32_t *count);

@@ -3,43 +3,23 @@
 #include "lyn_demo_prompt.h"
 
 #include <arpa/inet.h>
-#include <unistd.h>
 
 #include <bit>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+#include "lyn_demo_line.h"
+
 static_assert(std::endian::native == std::endian::little, "a number is cut to its field by copying its low bytes");
 
-// A terminal that has hung up since is none any more: there, as on a pipe, the end stays.
-static bool lyn_demo_pass_ctrl_d() {
-  if (feof(stdin) == 0 || isatty(STDIN_FILENO) == 0) {
-    return false;
-  }
-  clearerr(stdin);
-  return true;
+bool lyn_demo_read_answer(char *buffer, int size, const char *prompt) {
+  return lyn_demo_read_line(prompt, buffer, size) != LYN_DEMO_READ_END;
 }
 
-lyn_demo_read_e lyn_demo_read_line(char *buffer, int size) {
-  memset(buffer, 0, static_cast<size_t>(size));
-  fflush(stdout);
-  const bool read = fgets(buffer, size, stdin) != nullptr;
-  const bool ctrl_d = lyn_demo_pass_ctrl_d();
-  if (read) {
-    return LYN_DEMO_READ_LINE;
-  }
-  buffer[0] = '\0';
-  return ctrl_d ? LYN_DEMO_READ_NOTHING : LYN_DEMO_READ_END;
-}
-
-bool lyn_demo_read_answer(char *buffer, int size) {
-  return lyn_demo_read_line(buffer, size) != LYN_DEMO_READ_END;
-}
-
-bool lyn_demo_read_number(int64_t *number, int size) {
+bool lyn_demo_read_number(int64_t *number, int size, const char *prompt) {
   char answer[LYN_DEMO_LONG_ANSWER_LEN];
-  const bool read = lyn_demo_read_answer(answer, size);
+  const bool read = lyn_demo_read_answer(answer, size, prompt);
   *number = strtoll(answer, nullptr, 10);
   return read;
 }
@@ -59,8 +39,7 @@ bool lyn_demo_ask_count(const char *question, int64_t capacity, int64_t *count) 
 bool lyn_demo_ask_until(const char *question, const char *again, bool (*valid)(int32_t), int32_t *answer) {
   int64_t number = 0;
   for (const char *text = question;; text = again) {
-    fputs(text, stdout);
-    if (!lyn_demo_read_number(&number)) {
+    if (!lyn_demo_read_number(&number, LYN_DEMO_ANSWER_LEN, text)) {
       return false;
     }
     *answer = static_cast<int32_t>(number);
@@ -70,10 +49,10 @@ bool lyn_demo_ask_until(const char *question, const char *again, bool (*valid)(i
   }
 }
 
-static void lyn_demo_store_answer(const lyn_demo_question_t &question, void *record) {
+static void lyn_demo_store_answer(const lyn_demo_question_t &question, const char *prompt, void *record) {
   char *field = static_cast<char *>(record) + question.offset;
   char answer[LYN_DEMO_ANSWER_LEN];
-  lyn_demo_read_answer(answer, sizeof answer);
+  lyn_demo_read_answer(answer, sizeof answer, prompt);
   if (question.real) {
     const float real = static_cast<float>(atof(answer));
     memcpy(field, &real, sizeof real);
@@ -88,12 +67,10 @@ void lyn_demo_ask_all(std::span<const lyn_demo_question_t> questions, void *reco
     if (question.lead != nullptr) {
       puts(question.lead);
     }
-    if (question.same_line) {
-      fputs(question.text, stdout);
-    } else {
+    if (!question.same_line) {
       puts(question.text);
     }
-    lyn_demo_store_answer(question, record);
+    lyn_demo_store_answer(question, question.same_line ? question.text : "", record);
   }
 }
 
@@ -110,8 +87,7 @@ static const char *lyn_demo_address_question(int family) {
 void lyn_demo_ask_address(int family, void *address) {
   char answer[LYN_DEMO_ADDRESS_LEN];
   for (;;) {
-    fputs(lyn_demo_address_question(family), stdout);
-    if (!lyn_demo_read_answer(answer, sizeof answer)) {
+    if (!lyn_demo_read_answer(answer, sizeof answer, lyn_demo_address_question(family))) {
       return;
     }
     answer[strcspn(answer, "\n")] = '\0';

@@ -1,11 +1,10 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 // Questions and answers on standard input, in scripted runs too.
 //
-// Every answer goes through one reader: output is flushed, one line is read into a cleared buffer, and what does not
-// fit is left for the next question. Numbers are converted as far as they go (no digits: 0), clamped to 64 bits and cut
-// to the width of the field that they fill. At the end of input a single question reads 0, a question that is repeated
-// until its answer is valid gives up, and an address stays cleared. At a terminal an end of file (Ctrl-D) is not the
-// end of input but an empty answer.
+// Every answer is a line of lyn_demo_line.h; what of it does not fit is left for the next question. Numbers are
+// converted as far as they go (no digits: 0), clamped to 64 bits and cut to the width of the field that they fill. At
+// the end of input a single question reads 0, a question that is repeated until its answer is valid gives up, and an
+// address stays cleared. At a terminal an end of file (Ctrl-D) is not the end of input but an empty answer.
 #ifndef LYN_DEMO_PROMPT_H
 #define LYN_DEMO_PROMPT_H
 
@@ -34,18 +33,10 @@ struct lyn_demo_question_t {
 
 #define LYN_DEMO_FIELD(type, member) .offset = offsetof(type, member), .size = sizeof(type::member)
 
-enum lyn_demo_read_e {
-  LYN_DEMO_READ_LINE,
-  LYN_DEMO_READ_NOTHING,  // Ctrl-D at a terminal
-  LYN_DEMO_READ_END       // the end of input, or it could not be read
-};
-
-// The next line of standard input; of none the buffer is empty. Standard output is flushed before.
-lyn_demo_read_e lyn_demo_read_line(char *buffer, int size);
-// The same for an answer. False at the end of input.
-bool lyn_demo_read_answer(char *buffer, int size);
+// The next line of standard input, typed behind the prompt. False at the end of input.
+bool lyn_demo_read_answer(char *buffer, int size, const char *prompt = "");
 // The next answer as a number. False at the end of input; the number is 0 then.
-bool lyn_demo_read_number(int64_t *number, int size = LYN_DEMO_ANSWER_LEN);
+bool lyn_demo_read_number(int64_t *number, int size = LYN_DEMO_ANSWER_LEN, const char *prompt = "");
 
 // One question on its own line, and its number.
 int64_t lyn_demo_ask_number(const char *question);

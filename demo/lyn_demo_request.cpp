@@ -62,8 +62,7 @@ static bool lyn_demo_ask_test_type(uint32_t *test_type) {
 
 static void lyn_demo_ask_duration(uint32_t *duration) {
   int64_t number = 0;
-  fputs("\nPlease input test duration in seconds :- ", stdout);
-  lyn_demo_read_number(&number);
+  lyn_demo_read_number(&number, LYN_DEMO_ANSWER_LEN, "\nPlease input test duration in seconds :- ");
   *duration = static_cast<uint32_t>(number);
 }
 

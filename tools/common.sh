@@ -6,12 +6,12 @@ lyn_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
 # Who has no home keeps in the tree what compiler and linter remember.
 [ -n "${XDG_CACHE_HOME-}" ] || [ -w ~ ] || export XDG_CACHE_HOME=$lyn_root/build/cache
 
-lyn_packages_demo=(g++ make cmake pkg-config libtomlplusplus-dev nlohmann-json3-dev bubblewrap)
+lyn_packages_demo=(g++ make cmake pkg-config libtomlplusplus-dev nlohmann-json3-dev libedit-dev)
 lyn_packages_test=(
-  "${lyn_packages_demo[@]}"
+  "${lyn_packages_demo[@]}" bubblewrap
   git ccache libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev clang-format clang-tidy cppcheck abigail-tools doxygen mandoc
-  python3 python3-pytest python3-pytest-xdist python3-pexpect python3-dev python3-cffi
+  python3 python3-pytest python3-pytest-xdist python3-pexpect python3-pyte python3-dev python3-cffi
 )
 
 # What builds packages and looks at them.
@@ -22,7 +22,7 @@ lyn_packages_long=("${lyn_packages_package[@]}" mmdebstrap)
 
 # What the benchmarks compare with, and what counts instructions; the programs build without them.
 lyn_packages_bench=(
-  "${lyn_packages_demo[@]}"
+  "${lyn_packages_demo[@]}" bubblewrap
   python3 valgrind binutils dbus-daemon libsystemd-dev libglib2.0-dev libboost-dev libuv1-dev libconcurrentqueue-dev
   libfmt-dev
 )

@@ -5,7 +5,7 @@ import subprocess
 
 import pytest
 
-from lyn import AUTO_DONE, ROOT
+from lyn import AUTO_DONE, BUILD, ROOT
 
 MAN = ROOT / "docs/man"
 HEADER = (ROOT / "inc/ox_lyn.h").read_text(encoding="utf-8")
@@ -71,6 +71,12 @@ def test_every_option_and_file_of_the_client_is_in_its_page():
     assert re.findall(r"(?m)^\.It Cm (\d+)", page) == [str(int(number)) for number in menu]
     auto_file, = re.findall(r'LYN_DEMO_AUTO_FILE = "(.*?)"', (ROOT / "demo/lyn_demo.cpp").read_text(encoding="utf-8"))
     assert f".It Pa {auto_file}\n" in page
+
+
+def test_command_line_of_the_client_is_what_its_help_says():
+    usage = subprocess.run([BUILD / "lyn_demo", "--help"], capture_output=True, text=True, check=True).stdout.split("\n")[0]
+    synopsis = shown(MAN / "lyn_demo.1").split("SYNOPSIS")[1].split("DESCRIPTION")[0]
+    assert words(synopsis).strip() == usage.removeprefix("usage: ")
 
 
 def test_every_variable_of_the_board_is_in_its_page():

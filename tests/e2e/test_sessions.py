@@ -8,9 +8,10 @@ function of the terminal. What the board does by itself must come well behind a 
 import re
 import time
 
+import pyte
 import pytest
 
-from lyn import PROMPT, SCALE, read_text
+from lyn import PROMPT, SCALE, mask_console, read_text
 
 
 def wait_for_trace_end(terminal):
@@ -45,9 +46,9 @@ def by_thread(text, key):
     return "".join(sorted(lines, key=lambda line: re.search(key, line).group()))
 
 
-def typed(demo, scenario, steps):
+def typed(demo, scenario, steps, term="dumb"):
     """Type a session; what the terminal has shown, and the run's files."""
-    with demo.terminal(env={"LYN_SIM_SCENARIO": scenario}, timeout=60) as terminal:
+    with demo.terminal(env={"LYN_SIM_SCENARIO": scenario, "TERM": term}, timeout=60) as terminal:
         console = terminal.expect(PROMPT) + PROMPT
         for step in steps:
             if callable(step):
@@ -70,3 +71,18 @@ def test_session_of_the_documents_is_recorded(demo, goldens, name):
     if name == "drive_session":
         goldens.check(name, journal=by_thread(read_text(launch.journal_path), '"lib": "[a-z]+", "dir": "(indication)?'),
                       diag=by_thread(read_text(launch.diag_path), r"\w+\.cpp"))
+
+
+def on_screen(console):
+    """The lines that a terminal shows of a text."""
+    screen = pyte.Screen(200, 3000)
+    pyte.Stream(screen).feed(console.replace("\n", "\r\n"))
+    return [line.rstrip() for line in screen.display]
+
+
+@pytest.mark.release_only
+@pytest.mark.parametrize("name", SESSIONS)
+def test_session_looks_the_same_where_lines_are_edited(demo, goldens, name):
+    recorded = goldens.folder / f"{name}.console"
+    console, _ = typed(demo, *SESSIONS[name], term="xterm")
+    assert on_screen(mask_console(console)) == on_screen(recorded.read_text(encoding="utf-8"))
