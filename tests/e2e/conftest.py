@@ -2,12 +2,19 @@
 """Fixtures of the end-to-end tests. LYN_BUILD names the build to test, build/release by default."""
 import os
 import pathlib
+import signal
 
 import pytest
 
 import lyn
 
 LONG = bool(os.environ.get("LYN_LONG"))
+
+
+# A run in the background of a script is handed these ignored, and would hand them down; a terminal does not.
+for number in (signal.SIGINT, signal.SIGQUIT):
+    if signal.getsignal(number) == signal.SIG_IGN:
+        signal.signal(number, signal.SIG_DFL)
 
 
 def pytest_configure(config):

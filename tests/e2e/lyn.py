@@ -189,10 +189,8 @@ class Session:
     def __init__(self, launch, limit, timeout, stdin=subprocess.PIPE):
         self.launch = launch
         self.timeout = timeout * SCALE
-        # A run in the background of a script hands down an ignored SIGINT.
         self.process = subprocess.Popen(launch.command, cwd=ROOT, env=launch.env, stdin=stdin,
-                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                        preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL))
+                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.output = Output(self.process, self.process.stdout, limit)
         self.errors = Output(self.process, self.process.stderr, limit)
         self.mark = 0

@@ -68,8 +68,7 @@ def run_block(text, tree):
     env = {name: value for name, value in os.environ.items() if not name.startswith("LYN_")}
     output = b""
     with subprocess.Popen(["bash", "-euo", "pipefail", "-c", text], cwd=tree, env=env, stdin=subprocess.PIPE,
-                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True,
-                          preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL)) as shell:
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True) as shell:
         try:
             while part := os.read(shell.stdout.fileno(), 65536):
                 output += part
