@@ -92,9 +92,8 @@ class Client:
 
 
 def demo_env():
-    env = {name: value for name, value in os.environ.items() if not name.startswith("LYN_SIM_")}
-    env["LYN_SIM_SCENARIO"] = "/dev/null"
-    return env
+    """Without a scenario: the default board."""
+    return {name: value for name, value in os.environ.items() if not name.startswith("LYN_SIM_")}
 
 
 def resident(options, folder):
