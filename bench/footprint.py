@@ -4,6 +4,7 @@
 
 What the built demo client costs a board: size of code, memory once registered, time to the first menu, and the time of
 long automatic files. Prints lines as the benchmark programs do and appends the figures to FILE, one JSON object a line.
+The size of code is also that of --arm64=BUILD, where the cross compiler is installed.
 """
 import argparse
 import glob
@@ -11,6 +12,7 @@ import json
 import os
 import pathlib
 import select
+import shutil
 import statistics
 import subprocess
 import sys
@@ -18,6 +20,7 @@ import tempfile
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
+ARM64_TOOLS = "aarch64-linux-gnu-"
 GOAL_CODE = 200 * 1024
 GOAL_RSS_KIB = 1024
 GOAL_LINES = 100000
@@ -36,25 +39,31 @@ def report(options, name, ours, theirs, unit):
         out.write(json.dumps(row) + "\n")
 
 
-def stripped_size(path):
-    """Octets of a program's or object's sections that are loaded."""
-    line = subprocess.run(["size", path], check=True, capture_output=True, text=True).stdout.splitlines()[1]
-    text, data = line.split()[:2]
+def loaded_size(path, tools):
+    """Octets of the sections that are loaded: of a program, or of all objects of a library."""
+    done = subprocess.run([tools + "size", "-t", path], check=True, capture_output=True, text=True)
+    text, data = done.stdout.splitlines()[-1].split()[:2]
     return int(text) + int(data)
 
 
-def sizes(options, folder):
-    """The module alone, and the demo client with it; the board's symbols are left open."""
-    build = options.build
+def sizes(options, folder, build, tools="", suffix=""):
+    """The module alone, and the stripped demo client with it; the board's symbols are left open."""
     lib = build / "src/liblyn.a"
-    total = subprocess.run(["size", "-t", lib], check=True, capture_output=True, text=True).stdout.splitlines()[-1]
-    text, data = total.split()[:2]
     objects = sorted(glob.glob(str(build / "demo/CMakeFiles/lyn_demo.dir/*.o")))
-    program = os.path.join(folder, "demo")
-    subprocess.run(["g++", "-pthread", *objects, lib, "-Wl,--unresolved-symbols=ignore-all", "-Wl,--gc-sections", "-s",
-                    "-o", program], check=True)
-    report(options, "size.lib", [int(text) + int(data)], [GOAL_CODE], "bytes, theirs the goal")
-    report(options, "size.demo", [stripped_size(program)], [GOAL_CODE], "bytes, theirs the goal")
+    program = os.path.join(folder, "demo" + suffix)
+    subprocess.run([tools + "g++", "-pthread", *objects, lib, "-Wl,--unresolved-symbols=ignore-all",
+                    "-Wl,--gc-sections", "-s", "-o", program], check=True)
+    for name, path in {"size.lib": lib, "size.demo": program}.items():
+        report(options, name + suffix, [loaded_size(path, tools)], [GOAL_CODE], "bytes, theirs the goal")
+
+
+def arm64_sizes(options, folder):
+    if not options.arm64:
+        return
+    if shutil.which(ARM64_TOOLS + "g++"):
+        sizes(options, folder, options.arm64, ARM64_TOOLS, ".arm64")
+    else:
+        print("footprint: g++-aarch64-linux-gnu is not installed, the sizes for arm64 are left out", flush=True)
 
 
 def rss_anon_kib(pid):
@@ -92,9 +101,8 @@ class Client:
 
 
 def demo_env():
-    env = {name: value for name, value in os.environ.items() if not name.startswith("LYN_SIM_")}
-    env["LYN_SIM_SCENARIO"] = "/dev/null"
-    return env
+    """Without a scenario: the default board."""
+    return {name: value for name, value in os.environ.items() if not name.startswith("LYN_SIM_")}
 
 
 def resident(options, folder):
@@ -161,6 +169,7 @@ def auto_lines(options, folder):
 def main():
     parser = argparse.ArgumentParser(usage=__doc__)
     parser.add_argument("build", type=pathlib.Path)
+    parser.add_argument("--arm64", type=pathlib.Path)
     parser.add_argument("--json", required=True)
     parser.add_argument("--rounds", type=int, default=7)
     parser.add_argument("--smoke", action="store_true")
@@ -169,7 +178,8 @@ def main():
     if options.smoke:
         options.rounds = 1
     with tempfile.TemporaryDirectory() as folder:
-        sizes(options, folder)
+        sizes(options, folder, options.build)
+        arm64_sizes(options, folder)
         resident(options, folder)
         start(options)
         auto_lines(options, folder)

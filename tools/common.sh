@@ -14,11 +14,14 @@ lyn_packages_test=(
   python3 python3-pytest python3-pytest-xdist python3-pexpect python3-pyte python3-dev python3-cffi
 )
 
+# What builds for the board's processor and runs it here.
+lyn_packages_cross=(g++-aarch64-linux-gnu googletest qemu-user)
+
 # What builds packages and looks at them.
 lyn_packages_package=("${lyn_packages_demo[@]}" ccache debhelper dh-python dpkg-dev lintian python3-cffi python3-dev)
 
 # What only the tests need that take minutes.
-lyn_packages_long=("${lyn_packages_package[@]}" mmdebstrap)
+lyn_packages_long=("${lyn_packages_package[@]}" "${lyn_packages_cross[@]}" mmdebstrap)
 
 # What the benchmarks compare with, and what counts instructions; the programs build without them.
 lyn_packages_bench=(

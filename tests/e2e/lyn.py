@@ -43,8 +43,19 @@ def reason_against_private_data():
 
 NO_PRIVATE_DATA = reason_against_private_data()
 
-SLOWER = {"release": 1, "asan": 4, "tsan": 8, "coverage": 2}
+SLOWER = {"release": 1, "asan": 4, "tsan": 8, "coverage": 2, "arm64": 8}
 SCALE = SLOWER.get(BUILD.name, 4)
+
+
+def configured(name):
+    """A list in the configuration of the tested build; empty without."""
+    cache = BUILD / "CMakeCache.txt"
+    found = re.search(rf"(?m)^{name}:\w+=(.+)$", cache.read_text(encoding="utf-8")) if cache.exists() else None
+    return found[1].split(";") if found else []
+
+
+# What runs the build's programs where they are another processor's.
+EMULATOR = configured("CMAKE_CROSSCOMPILING_EMULATOR")
 
 BANNER = "\n\n################### Device Manager Client Application #########################\n\n"
 AUTO_ENABLED = "LYN DEMO APP : Auto test configuration file enabled.\n"
@@ -153,7 +164,7 @@ class Launch:
         self.diag_path = folder / "diag"
         self.pid_path = folder / "pid"
         self.private = not NO_PRIVATE_DATA  # False: the machine's own /data, where that has no automatic test file
-        self.program = program
+        self.program = [str(word) for word in program]
         self.env = {key: value for key, value in os.environ.items() if not key.startswith("LYN_SIM_")}
         self.env.update(TERM="dumb", LC_ALL="C.UTF-8", LYN_SIM_JOURNAL=str(self.journal_path),
                         LYN_SIM_DIAG=str(self.diag_path))
@@ -172,7 +183,7 @@ class Launch:
         """The command line; the shell in between notes the program's own process id."""
         private = [str(PRIVATE_DATA), str(self.data)] if self.private else []
         named = [str(self.auto_file)] if self.auto_file.exists() and not self.private else []
-        return [*private, "/bin/sh", "-c", 'echo $$ >"$0"; exec "$@"', str(self.pid_path), str(self.program), *named]
+        return [*private, "/bin/sh", "-c", 'echo $$ >"$0"; exec "$@"', str(self.pid_path), *EMULATOR, *self.program, *named]
 
     def pid(self):
         return int(self.pid_path.read_text())
@@ -306,9 +317,9 @@ class Terminal:
 class Demo:
     """Starts runs in numbered folders below one folder of the test's."""
 
-    def __init__(self, folder, program=None):
+    def __init__(self, folder, program=None, *arguments):
         self.folder = folder
-        self.program = program or BUILD / "lyn_demo"
+        self.program = [program or BUILD / "lyn_demo", *arguments]
         self.runs = 0
 
     def launch(self, scenario=None, env=None):

@@ -21,7 +21,7 @@ pytestmark = pytest.mark.skipif(BUILD.name != "release", reason="the documents s
 
 PAGES = sorted(path for path in [*ROOT.glob("*.md"), *(ROOT / "docs").glob("*.md")])
 BLOCK = re.compile(r"(?ms)^```sh( long| elsewhere)?\n(.*?)^```$")
-HELP_ONLY = re.compile(r"(?m)^((?:\w+=\S+ )*)(tools/(?:test|bench|mutants|package|release))\b(.*)$")
+HELP_ONLY = re.compile(r"(?m)^((?:\w+=\S+ )*)(tools/(?:test|cross-test|bench|mutants|package|release))\b(.*)$")
 CALLER = (ROOT / "examples/signal.c").read_text(encoding="utf-8")
 
 

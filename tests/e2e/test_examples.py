@@ -8,7 +8,7 @@ import subprocess
 import pytest
 
 from builds import install, run
-from lyn import BUILD, ROOT, Demo
+from lyn import BUILD, EMULATOR, ROOT, Demo
 
 EXAMPLES = BUILD / "examples"
 PROGRAMS = {"signal": EXAMPLES / "signal", "watch_signal.py": ROOT / "examples/watch_signal.py"}
@@ -57,11 +57,11 @@ neighbour = [{ arfcn = 640000, pci = 7, rsrp = -110 }, { arfcn = 636000, pci = 9
 
 @pytest.fixture
 def start(tmp_path):
-    def run(name, scenario, program=None):
+    def run(name, scenario, *arguments):
         if name.endswith(".py") and BUILD.name != "release":
             pytest.skip("the package is built in the release preset only")
-        program = program or PROGRAMS.get(name, EXAMPLES / name)
-        return Demo(tmp_path, program).session(scenario, env={"PYTHONPATH": str(BUILD / "python")})
+        program = PROGRAMS.get(name, EXAMPLES / name)
+        return Demo(tmp_path, program, *arguments).session(scenario, env={"PYTHONPATH": str(BUILD / "python")})
     return run
 
 
@@ -90,11 +90,8 @@ def test_signal_prints_the_serving_cell_and_what_changes_until_it_is_ended(start
 
 
 @pytest.mark.parametrize("name", PROGRAMS)
-def test_signal_ends_by_itself_after_its_seconds(tmp_path, start, name):
-    program = tmp_path / "one_second"
-    program.write_text(f'#!/bin/sh\nexec "{PROGRAMS[name]}" 1\n', encoding="utf-8")
-    program.chmod(0o755)
-    with start(name, BOARD, program) as session:
+def test_signal_ends_by_itself_after_its_seconds(start, name):
+    with start(name, BOARD, "1") as session:
         assert session.wait() == 0
 
 
@@ -195,6 +192,6 @@ def test_installed_package_runs_wherever_it_lies(tmp_path, prefix):
 
 def test_scan_and_lock_refuses_a_band_that_is_none():
     for band in ("0", "513", "x"):
-        done = subprocess.run([str(EXAMPLES / "scan_and_lock"), band], capture_output=True, text=True, check=False,
-                              env=os.environ)
+        done = subprocess.run([*EMULATOR, str(EXAMPLES / "scan_and_lock"), band], capture_output=True, text=True,
+                              check=False, env=os.environ)
         assert (done.returncode, done.stderr) == (2, "usage: scan_and_lock [BAND]; a band is 1 to 512\n")

@@ -84,7 +84,7 @@ def test_sigterm_ends_a_registration_that_waits_for_the_service(demo):
 
 
 def test_registration_goes_on_once_the_service_is_offered(demo):
-    with demo.session(scenario="[nas]\navailable_after_ms = 50\n") as session:
+    with demo.session(scenario=f"[nas]\navailable_after_ms = {50 * lyn.SCALE}\n") as session:
         session.send("1")
         session.wait_for("LYN DEMO APP : Application registered successfully.\n")
         assert session.terminate() == 0
