@@ -71,6 +71,15 @@ def test_platform_that_is_neither_is_refused(tmp_path):
     assert "LYN_PLATFORM is 'sim' or 'sdk', not 'board'" in " ".join(output.split())
 
 
+@pytest.mark.parametrize("wanted", [True, False])
+def test_line_editor_can_be_left_out(tmp_path, wanted):
+    status, output = configure(tmp_path, *([] if wanted else ["-DLYN_LIBEDIT=OFF"]))
+    assert status == 0, output
+    for name in ("lyn_demo", "lyn_demo_shared"):
+        link = (tmp_path / f"demo/CMakeFiles/{name}.dir/link.txt").read_text(encoding="utf-8")
+        assert ("libedit" in link) == wanted
+
+
 def test_complete_sdk_is_accepted(tmp_path, sdk):
     status, output = configure_sdk(tmp_path / "build", sdk)
     assert status == 0, output
