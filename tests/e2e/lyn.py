@@ -66,6 +66,22 @@ INVALID_OPTION = "LYN DEMO APP : Invalid option is passed."
 PROMPT = "Option > "
 
 
+# How bubblewrap is refused where there is no right to mount.
+REFUSALS = [
+    "bwrap: Creating new namespace failed: Operation not permitted",
+    "bwrap: No permissions to create new namespace, likely because the kernel does not allow non-privileged user namespaces."
+]
+
+
+def without_rights(folder, text=REFUSALS[0]):
+    """The environment of a machine where bubblewrap fails so."""
+    program = folder / "bin/bwrap"
+    program.parent.mkdir()
+    program.write_text(f"#!/bin/sh\necho '{text}' >&2\necho 'and more of it' >&2\nexit 1\n", encoding="utf-8")
+    program.chmod(0o755)
+    return {**os.environ, "PATH": f"{program.parent}:{os.environ['PATH']}"}
+
+
 def open_terminal():
     """The two ends of a pseudo-terminal; a machine without /dev/pts has none, and skips the test."""
     try:

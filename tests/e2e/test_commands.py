@@ -15,9 +15,11 @@ import time
 import pytest
 
 from builds import copy_tree, make_sdk
-from lyn import BUILD, PROMPT, ROOT
+from lyn import AUTO_DONE, BUILD, PROMPT, ROOT, without_rights
 
-pytestmark = pytest.mark.skipif(BUILD.name != "release", reason="the documents show the release build")
+# One worker has the tree, in which all is built once.
+pytestmark = [pytest.mark.skipif(BUILD.name != "release", reason="the documents show the release build"),
+              pytest.mark.xdist_group("newcomer")]
 
 PAGES = sorted(path for path in [*ROOT.glob("*.md"), *(ROOT / "docs").glob("*.md")])
 BLOCK = re.compile(r"(?ms)^```sh( long| elsewhere)?\n(.*?)^```$")
@@ -91,3 +93,12 @@ def test_every_command_of_the_documents_works(tree):
             run_block(replaced(text, tree.parent), tree)
             ran += 1
     assert ran >= 5
+
+
+def test_demo_runs_a_file_where_bubblewrap_is_refused(tree, tmp_path):
+    file = tmp_path / "test.cfg"
+    file.write_text("1\n7 1\n2\n", encoding="utf-8")
+    done = subprocess.run([tree / "tools/demo", file], env=without_rights(tmp_path), stdin=subprocess.DEVNULL,
+                          capture_output=True, text=True, check=False)
+    assert done.returncode == 0 and "bwrap" not in done.stderr, done.stderr
+    assert "[Registration Status] - 6\n" in done.stdout and done.stdout.endswith(AUTO_DONE)

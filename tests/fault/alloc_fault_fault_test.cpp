@@ -16,23 +16,29 @@ struct free_block {
 };
 using block_ptr = std::unique_ptr<void, free_block>;
 
-// Volatile sizes keep the compiler from folding an allocation that nobody reads.
 volatile size_t some_size = 24;
 
+/** Whether there is a block. Volatile keeps the compiler from folding an allocation that nobody reads. */
+template <typename Owner>
+bool made(const Owner &owner) {
+  const void *volatile block = owner.get();
+  return block != nullptr;
+}
+
 bool malloc_works() {
-  return block_ptr(std::malloc(some_size)) != nullptr;
+  return made(block_ptr(std::malloc(some_size)));
 }
 
 bool calloc_works() {
-  return block_ptr(std::calloc(2, some_size)) != nullptr;
+  return made(block_ptr(std::calloc(2, some_size)));
 }
 
 bool nothrow_new_works() {
-  return std::unique_ptr<char[]>(new (std::nothrow) char[some_size]) != nullptr;
+  return made(std::unique_ptr<char[]>(new (std::nothrow) char[some_size]));
 }
 
 bool nothrow_object_works() {
-  return std::unique_ptr<uint64_t>(new (std::nothrow) uint64_t(some_size)) != nullptr;
+  return made(std::unique_ptr<uint64_t>(new (std::nothrow) uint64_t(some_size)));
 }
 
 TEST(alloc_fault, unarmed_allocations_succeed) {
