@@ -1,14 +1,13 @@
 # SPDX-License-Identifier: Apache-2.0
 """The demo client's command line: help, version, and a file that is named in the automatic test file's place."""
 import os
-import shlex
 import socket
 import subprocess
 
 import pytest
 
 from builds import VERSION
-from lyn import AUTO_DONE, BANNER, BUILD, DATA, ROOT, SCALE, Session
+from lyn import AUTO_DONE, BANNER, BUILD, DATA, EMULATOR, ROOT, SCALE, Session
 
 DEMO = BUILD / "lyn_demo"
 
@@ -16,7 +15,7 @@ DEMO = BUILD / "lyn_demo"
 def run(*words, stdin=b""):
     """Status, output and errors."""
     env = {**os.environ, "LYN_SIM_SCENARIO": str(DATA / "drive.toml")}
-    done = subprocess.run([DEMO, *words], cwd=ROOT, env=env, input=stdin, capture_output=True, check=False,
+    done = subprocess.run([*EMULATOR, DEMO, *words], cwd=ROOT, env=env, input=stdin, capture_output=True, check=False,
                           timeout=20 * SCALE)
     return done.returncode, done.stdout.decode(), done.stderr.decode()
 
@@ -64,12 +63,10 @@ def test_named_file_prints_what_the_automatic_test_file_prints(demo, lines, dash
     assert run(*dashes, lines, stdin=answers) == (0, wanted.console, "")
 
 
+@pytest.mark.fixed_path
 def test_named_file_goes_before_the_automatic_test_file(demo, lines):
     lines.write_text("12\n", encoding="utf-8")
-    script = demo.folder / "named"
-    script.write_text(f"#!/bin/sh\nexec {shlex.join([str(DEMO), str(lines)])}\n", encoding="utf-8")
-    script.chmod(0o755)
-    demo.program = script
+    demo.program = [DEMO, lines]
     console = demo.auto(["13"]).console
     assert "Option ID[12]" in console and "Option ID[13]" not in console
 
