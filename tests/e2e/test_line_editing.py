@@ -206,6 +206,13 @@ def test_terminal_that_changes_its_size_goes_on_with_the_line(terminal):
     assert answered(terminal, "\r") == ["777777777"]
 
 
+def test_question_of_several_lines_is_drawn_again_from_its_last_line_on(terminal):
+    terminal.child.send("1\r7 47\r")
+    terminal.expect("IPv6 :- ")
+    terminal.child.setwinsize(50, 100)
+    terminal.expect("\rPlease input IP Family 4:IPv4 6:IPv6 :- ")
+
+
 class Shell(Terminal):
     """The program as a job of an interactive shell."""
 
