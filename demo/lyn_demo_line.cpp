@@ -238,6 +238,7 @@ static bool lyn_demo_edit_line(const char *prompt) {
   editor.ended = false;
   lyn_demo_editing = 1;
   lyn_demo_handle_signals(true);
+  el_set(editor.el, EL_PREP_TERM, 1);  // before the prompt, behind which keys may come at once
   editor.rest = el_wgets(editor.el, &editor.rest_len);
   lyn_demo_put_back_terminal();
   lyn_demo_handle_signals(false);

@@ -52,8 +52,7 @@ def answered(terminal, keys):
     ("123" + HOME + DELETE + "\r", "23"),
     ("123" + HOME + RIGHT + "\x7f\r", "23"),
     ("77 1\x1533\r", "33"),
-    ("\t44\r", "44"),
-], ids=["left", "home_and_end", "delete", "backspace", "whole_line", "tab_is_a_character"])
+], ids=["left", "home_and_end", "delete", "backspace", "whole_line"])
 def test_line_is_edited(terminal, keys, number):
     assert edits(terminal)
     assert answered(terminal, keys) == [number]
@@ -107,11 +106,11 @@ def test_line_typed_while_an_option_runs_is_read_after_it(demo):
         terminal.expect(NOT_SUPPORTED.format(56))
 
 
-def test_octets_beyond_ascii_reach_the_reader_as_they_were_typed(terminal):
-    """Lone surrogates stand for them; one of two octets is taken for the line break, and the other for a number's tail."""
-    terminal.child.send("#\u00fc\r")
+@pytest.mark.parametrize("character", ["\t", "\u00fc"], ids=["tab", "two_octets"])
+def test_character_that_is_no_key_of_the_editor_is_part_of_the_line(terminal, character):
+    terminal.child.send(f"4{character}4\r")
     assert PARSE_FAILED in terminal.expect(PROMPT)
-    assert answered(terminal, "\u00fc\x7f\x7f88\r") == ["88"]
+    assert answered(terminal, "88\r") == ["88"]
 
 
 def test_ctrl_d_on_an_empty_line_is_an_empty_answer_and_reading_goes_on(terminal):
@@ -121,9 +120,27 @@ def test_ctrl_d_on_an_empty_line_is_an_empty_answer_and_reading_goes_on(terminal
     assert answered(terminal, "12\x04\r") == ["12"]
 
 
+def test_ctrl_d_at_a_question_that_repeats_is_an_empty_answer(terminal):
+    terminal.child.send("1\r7 47\r")
+    for _ in range(3):
+        terminal.expect("IPv6 :- ")
+        terminal.child.send("\x04")
+
+
+def with_mode(demo, stty):
+    """Lets the program find the terminal in a mode."""
+    if EMULATOR:
+        pytest.skip("a shell sets the mode, and is not emulated")
+    script = demo.folder / "with_mode"
+    script.write_text(f'#!/bin/sh\nstty {stty}\nexec "{demo.program[0]}"\n', encoding="utf-8")
+    script.chmod(0o755)
+    demo.program = [script]
+
+
 @pytest.fixture
 def found(demo):
-    """The mode of the terminal that nobody has touched."""
+    """A mode that the editor would not give the terminal by itself."""
+    with_mode(demo, "echonl noflsh")
     with demo.terminal(env={"TERM": "dumb"}) as plain:
         plain.expect(PROMPT)
         return mode(plain)
@@ -181,15 +198,21 @@ def test_hung_up_terminal_is_a_closed_standard_input(demo):
     assert (launch.folder / "errors").read_bytes() == b""
 
 
-@pytest.mark.parametrize("size, drawn", [((50, 60), PROMPT + "777"), ((10, 15), PROMPT + "777"), ((2, 2), "7")],
-                         ids=["narrow", "small", "tiny"])
-def test_terminal_that_changes_its_size_goes_on_with_the_line(terminal, size, drawn):
-    terminal.child.send("777")
-    terminal.expect("777")
-    for each, again in ((size, drawn), ((50, 200), PROMPT + "777")):
-        terminal.child.setwinsize(*each)
-        terminal.expect(again)
-    assert answered(terminal, "\r") == ["777"]
+def test_terminal_that_changes_its_size_goes_on_with_the_line(terminal):
+    """It is drawn from the edge on, and broken where the terminal ends."""
+    terminal.child.send("777777777")
+    terminal.expect("777777777")
+    for size, drawn in (((50, 60), "7{9}"), ((10, 15), "7+[^7O]+7+"), ((2, 2), "7"), ((50, 200), "7{9}")):
+        terminal.child.setwinsize(*size)
+        terminal.child.expect(drawn if size[1] == 2 else "\r" + PROMPT + drawn)
+    assert answered(terminal, "\r") == ["777777777"]
+
+
+def test_question_of_several_lines_is_drawn_again_from_its_last_line_on(terminal):
+    terminal.child.send("1\r7 47\r")
+    terminal.expect("IPv6 :- ")
+    terminal.child.setwinsize(50, 100)
+    terminal.expect("\rPlease input IP Family 4:IPv4 6:IPv6 :- ")
 
 
 class Shell(Terminal):
@@ -265,13 +288,9 @@ def test_terminal_that_cannot_move_its_cursor_prints_what_a_pipe_gets(demo, name
         assert unedited(terminal, "11", UP) == piped(demo, "11", UP)
 
 
-@pytest.mark.skipif(bool(EMULATOR), reason="a shell switches the echo off, and is not emulated")
 def test_terminal_without_echo_prints_what_a_pipe_gets(demo):
     wanted = piped(demo, "11", UP)
-    script = demo.folder / "without_echo"
-    script.write_text(f'#!/bin/sh\nstty -echo\nexec "{demo.program[0]}"\n', encoding="utf-8")
-    script.chmod(0o755)
-    demo.program = [script]
+    with_mode(demo, "-echo")
     with demo.terminal(env=XTERM) as terminal:
         assert unedited(terminal, "11", UP) == wanted
 

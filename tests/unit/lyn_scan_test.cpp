@@ -77,7 +77,8 @@ bool is_lte_metric(uint32_t metric) {
 /** Ten thousand; a tenth under a sanitizer, unless time does not matter. */
 int scan_rounds() {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  return getenv("LYN_LONG") != nullptr ? 10000 : 1000;
+  const char *wanted = getenv("LYN_LONG");
+  return wanted != nullptr && *wanted != '\0' ? 10000 : 1000;
 #else
   return 10000;
 #endif
