@@ -81,6 +81,10 @@ static void lyn_demo_on_change(int) {
 static void lyn_demo_on_stop(int signal_number) {
   const int number = errno;
   lyn_demo_put_back_terminal();
+  sigset_t own;
+  sigemptyset(&own);
+  sigaddset(&own, signal_number);
+  pthread_sigmask(SIG_UNBLOCK, &own, nullptr);  // a sanitizer may block it here
   raise(signal_number);
   struct sigaction action = {};
   action.sa_handler = lyn_demo_on_stop;
