@@ -81,6 +81,10 @@ static void lyn_demo_on_change(int) {
 static void lyn_demo_on_stop(int signal_number) {
   const int number = errno;
   lyn_demo_put_back_terminal();
+  sigset_t own;
+  sigemptyset(&own);
+  sigaddset(&own, signal_number);
+  pthread_sigmask(SIG_UNBLOCK, &own, nullptr);  // a sanitizer may block it here
   raise(signal_number);
   struct sigaction action = {};
   action.sa_handler = lyn_demo_on_stop;
@@ -134,23 +138,23 @@ static void lyn_demo_resume_editing(EditLine *el) {
   el_set(el, EL_REFRESH);
 }
 
-// Through stdio, so that nothing is lost where lines are read with and without the editor.
+// One at a time: what comes behind the line is left to whoever reads next, with or without the editor.
 static int lyn_demo_next_char(EditLine *el, wchar_t *next) {
   for (;;) {
     if (lyn_demo_changed != 0) {
       lyn_demo_changed = 0;
       lyn_demo_resume_editing(el);
     }
-    const int octet = getc(stdin);
-    if (octet != EOF) {
+    unsigned char octet = 0;
+    const ssize_t got = read(STDIN_FILENO, &octet, 1);
+    if (got == 1) {
       *next = octet < 0x80 ? octet : LYN_DEMO_RAW_OCTETS + octet;
       return 1;
     }
-    if (feof(stdin) != 0 || errno != EINTR) {
-      lyn_demo_editor.ended = true;
+    if (got == 0 || errno != EINTR) {
+      lyn_demo_editor.ended = got != 0 || isatty(STDIN_FILENO) == 0;
       return 0;
     }
-    clearerr(stdin);
   }
 }
 
@@ -267,7 +271,7 @@ static bool lyn_demo_read_edited(const char *prompt, char *buffer, int size, lyn
   } else if (!lyn_demo_at_editable_terminal()) {
     return false;
   } else if (!lyn_demo_edit_line(prompt)) {
-    *read = lyn_demo_editor.ended && !lyn_demo_pass_ctrl_d() ? LYN_DEMO_READ_END : LYN_DEMO_READ_NOTHING;
+    *read = lyn_demo_editor.ended ? LYN_DEMO_READ_END : LYN_DEMO_READ_NOTHING;
     return true;
   }
   lyn_demo_take_rest(buffer, size);
