@@ -5,7 +5,7 @@ import subprocess
 
 import pytest
 
-from lyn import AUTO_DONE, BUILD, ROOT
+from lyn import AUTO_DONE, BUILD, EMULATOR, ROOT
 
 MAN = ROOT / "docs/man"
 HEADER = (ROOT / "inc/ox_lyn.h").read_text(encoding="utf-8")
@@ -74,7 +74,8 @@ def test_every_option_and_file_of_the_client_is_in_its_page():
 
 
 def test_command_line_of_the_client_is_what_its_help_says():
-    usage = subprocess.run([BUILD / "lyn_demo", "--help"], capture_output=True, text=True, check=True).stdout.split("\n")[0]
+    printed = subprocess.run([*EMULATOR, BUILD / "lyn_demo", "--help"], capture_output=True, text=True, check=True).stdout
+    usage = printed.split("\n")[0]
     synopsis = shown(MAN / "lyn_demo.1").split("SYNOPSIS")[1].split("DESCRIPTION")[0]
     assert words(synopsis).strip() == usage.removeprefix("usage: ")
 
