@@ -35,6 +35,7 @@ static lyn_demo_read_e lyn_demo_read_plain(const char *prompt, char *buffer, int
 #ifdef LYN_DEMO_LIBEDIT
 
 #include <histedit.h>
+#include <poll.h>
 #include <signal.h>
 #include <termios.h>
 
@@ -138,24 +139,33 @@ static void lyn_demo_resume_editing(EditLine *el) {
   el_set(el, EL_REFRESH);
 }
 
-// One at a time: what comes behind the line is left to whoever reads next, with or without the editor.
+// One at a time: what comes behind the line is left to whoever reads next, with or without the editor. Changes are let
+// in while it waits, so that none falls between the look at them and the wait.
 static int lyn_demo_next_char(EditLine *el, wchar_t *next) {
-  for (;;) {
+  sigset_t changes;
+  sigset_t before;
+  sigemptyset(&changes);
+  sigaddset(&changes, SIGCONT);
+  sigaddset(&changes, SIGTSTP);
+  sigaddset(&changes, SIGWINCH);
+  pthread_sigmask(SIG_BLOCK, &changes, &before);
+  unsigned char octet = 0;
+  ssize_t got = -1;
+  do {
     if (lyn_demo_changed != 0) {
       lyn_demo_changed = 0;
       lyn_demo_resume_editing(el);
     }
-    unsigned char octet = 0;
-    const ssize_t got = read(STDIN_FILENO, &octet, 1);
-    if (got == 1) {
-      *next = octet < 0x80 ? octet : LYN_DEMO_RAW_OCTETS + octet;
-      return 1;
-    }
-    if (got == 0 || errno != EINTR) {
-      lyn_demo_editor.ended = got != 0 || isatty(STDIN_FILENO) == 0;
-      return 0;
-    }
+    pollfd input = {.fd = STDIN_FILENO, .events = POLLIN, .revents = 0};
+    got = ppoll(&input, 1, nullptr, &before) < 0 ? -1 : read(STDIN_FILENO, &octet, 1);
+  } while (got < 0 && errno == EINTR);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  if (got == 1) {
+    *next = octet < 0x80 ? octet : LYN_DEMO_RAW_OCTETS + octet;
+    return 1;
   }
+  lyn_demo_editor.ended = got != 0 || isatty(STDIN_FILENO) == 0;
+  return 0;
 }
 
 // Without these capabilities libedit cannot redraw a line, and TERM is unset, unknown or dumb.
