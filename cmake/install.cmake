@@ -44,8 +44,8 @@ function(lyn_install_libraries target)
   endif()
 endfunction()
 
-# lyn_install_pkg_config(): lyn.pc, with the board's libraries by the names in `lyn_board_libs`. What the shared library needs it finds by itself, but for the board's SDK, which lies
-# where it likes.
+# lyn_install_pkg_config(): lyn.pc, with the board's libraries by the names in `lyn_board_libs`. What the shared library
+# needs it finds by itself, but for the board's SDK, which lies where it likes.
 function(lyn_install_pkg_config)
   file(RELATIVE_PATH pc_to_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
   set(libs "-llyn")

@@ -85,7 +85,7 @@ static void lyn_demo_on_stop(int signal_number) {
   sigset_t own;
   sigemptyset(&own);
   sigaddset(&own, signal_number);
-  pthread_sigmask(SIG_UNBLOCK, &own, nullptr);  // whoever calls the handler may have blocked it
+  pthread_sigmask(SIG_UNBLOCK, &own, nullptr);  // the thread sanitizer blocks all in a handler
   raise(signal_number);
   struct sigaction action = {};
   action.sa_handler = lyn_demo_on_stop;

@@ -59,7 +59,7 @@ typedef struct {
   uint32_t taken; /**< items taken off; it stands in the list until that is all of them */
 } lyn_cmdq_chunk_t;
 
-/** Items that the thread has taken off, all of one chunk. Others may still take them before the thread begins them. */
+/** Items of one chunk that the thread is to run. Until it begins one, whoever takes commands off may claim it first. */
 typedef struct {
   lyn_cmdq_chunk_t *chunk;
   uint32_t next;      /**< atomic: the item to be begun next */

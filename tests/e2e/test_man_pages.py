@@ -10,6 +10,7 @@ from lyn import AUTO_DONE, BUILD, EMULATOR, ROOT
 MAN = ROOT / "docs/man"
 HEADER = (ROOT / "inc/ox_lyn.h").read_text(encoding="utf-8")
 PAGES = sorted(MAN.iterdir())
+AUTO_FILE, = re.findall(r'LYN_DEMO_AUTO_FILE = "(.*?)"', (ROOT / "demo/lyn_demo.cpp").read_text(encoding="utf-8"))
 
 
 def source(page):
@@ -69,13 +70,13 @@ def test_every_option_and_file_of_the_client_is_in_its_page():
     page = source("lyn_demo.1")
     menu = re.findall(r'\.menu = "(\d\d)\.', (ROOT / "demo/lyn_demo.cpp").read_text(encoding="utf-8"))
     assert re.findall(r"(?m)^\.It Cm (\d+)", page) == [str(int(number)) for number in menu]
-    auto_file, = re.findall(r'LYN_DEMO_AUTO_FILE = "(.*?)"', (ROOT / "demo/lyn_demo.cpp").read_text(encoding="utf-8"))
-    assert f".It Pa {auto_file}\n" in page
+    assert f".It Pa {AUTO_FILE}\n" in page
 
 
 def test_command_line_of_the_client_is_what_its_help_says():
     printed = subprocess.run([*EMULATOR, BUILD / "lyn_demo", "--help"], capture_output=True, text=True, check=True).stdout
     usage = printed.split("\n")[0]
+    assert AUTO_FILE in printed
     synopsis = shown(MAN / "lyn_demo.1").split("SYNOPSIS")[1].split("DESCRIPTION")[0]
     assert words(synopsis).strip() == usage.removeprefix("usage: ")
 
