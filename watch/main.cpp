@@ -1,0 +1,170 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+// The executable's entry and its command line.
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+
+#include "lyn_watch_json.h"
+#include "lyn_watch_model.h"
+#include "lyn_watch_source.h"
+#include "ox_lyn.h"
+
+enum { LYN_WATCH_USAGE_ERROR = 2, LYN_WATCH_NO_MODEM = 3 };
+
+// How long the end of the program waits for a request that is under way.
+static constexpr lyn_watch_ms_t LYN_WATCH_END_PATIENCE = std::chrono::seconds(2);
+
+static constexpr lyn_watch_ms_t LYN_WATCH_SHORTEST = std::chrono::milliseconds(10);
+static constexpr lyn_watch_ms_t LYN_WATCH_LONGEST = std::chrono::hours(24);
+
+struct lyn_watch_options_t {
+  bool json = false;
+  bool once = false;
+  lyn_watch_plan_t plan = {.every = std::chrono::seconds(1), .scan = {}, .locate = {}};
+  std::string name;
+};
+
+/* Options */
+
+// 200ms, 1s, 5m, 1h; none: it is no such duration.
+static std::optional<lyn_watch_ms_t> lyn_watch_parse_duration(const std::string &text) {
+  static constexpr struct {
+    const char *unit;
+    lyn_watch_ms_t length;
+  } units[] = {{"ms", lyn_watch_ms_t(1)},
+               {"s", std::chrono::seconds(1)},
+               {"m", std::chrono::minutes(1)},
+               {"h", std::chrono::hours(1)}};
+  const size_t digits = text.find_first_not_of("0123456789");
+  if (digits == 0 || digits == std::string::npos || digits > 9) {
+    return {};
+  }
+  for (const auto &row : units) {
+    if (text.substr(digits) == row.unit) {
+      return std::stol(text) * row.length;
+    }
+  }
+  return {};
+}
+
+static std::string lyn_watch_check_duration(const std::string &text) {
+  const std::optional<lyn_watch_ms_t> duration = lyn_watch_parse_duration(text);
+  if (!duration || *duration < LYN_WATCH_SHORTEST || *duration > LYN_WATCH_LONGEST) {
+    return "takes a duration from 10ms to 24h, such as 200ms, 1s, 5m or 1h; got '" + text + "'";
+  }
+  return "";
+}
+
+static void lyn_watch_add_duration(CLI::App *app, const char *option, lyn_watch_ms_t *duration, const char *help) {
+  app->add_option_function<std::string>(
+         option, [duration](const std::string &text) { *duration = *lyn_watch_parse_duration(text); }, help)
+      ->check(lyn_watch_check_duration)
+      ->type_name("TIME");
+}
+
+static std::string lyn_watch_host_name() {
+  char name[256] = {};
+  return gethostname(name, sizeof(name) - 1) == 0 ? name : "";
+}
+
+static void lyn_watch_add_options(CLI::App *app, lyn_watch_options_t *options) {
+  app->set_version_flag("--version", "lyn_watch " + std::to_string(OX_LYN_VERSION_MAJOR) + "." +
+                                         std::to_string(OX_LYN_VERSION_MINOR) + "." +
+                                         std::to_string(OX_LYN_VERSION_PATCH));
+  CLI::Option *json = app->add_flag("--json", options->json, "one JSON object a line: snapshots and events");
+  app->add_flag("--once", options->once, "with --json: one snapshot, then end; status 3 without a modem")->needs(json);
+  lyn_watch_add_duration(app, "--every", &options->plan.every, "how often the metrics are read [1s]");
+  lyn_watch_add_duration(app, "--scan", &options->plan.scan, "scan for neighbours so often; without it never");
+  lyn_watch_add_duration(app, "--locate", &options->plan.locate, "find the location so often; without it never");
+  app->add_option("--name", options->name, "of the board in records and metrics [the host's name]")->type_name("NAME");
+}
+
+/* Output */
+
+// What module and board print is not ours to mix with records: it goes where errors go. Gives where records go.
+static int lyn_watch_keep_output() {
+  const int output = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
+  dup2(STDERR_FILENO, STDOUT_FILENO);
+  return output;
+}
+
+/* Signals */
+
+static lyn_watch_model_t *const lyn_watch_model = new lyn_watch_model_t;
+
+static sigset_t lyn_watch_end_signals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+    sigaddset(&signals, signal);
+  }
+  return signals;
+}
+
+static void *lyn_watch_wait_for_signal(void *) {
+  const sigset_t signals = lyn_watch_end_signals();
+  int signal = 0;
+  sigwait(&signals, &signal);
+  lyn_watch_model_end(lyn_watch_model);
+  return nullptr;
+}
+
+// A thread of its own waits for signals, so that they end all views in the same way.
+static bool lyn_watch_catch_signals() {
+  const sigset_t signals = lyn_watch_end_signals();
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+  pthread_t thread;
+  return pthread_create(&thread, nullptr, lyn_watch_wait_for_signal, nullptr) == 0 && pthread_detach(thread) == 0;
+}
+
+/* The program */
+
+static int lyn_watch_run_json(const lyn_watch_options_t &options, int output) {
+  const lyn_watch_json_plan_t plan = {.fd = output, .every = options.plan.every};
+  if (!options.once) {
+    return lyn_watch_json_run(lyn_watch_model, plan) ? EXIT_SUCCESS : EXIT_FAILURE;
+  }
+  if (!lyn_watch_json_once(lyn_watch_model, plan)) {
+    fputs("lyn_watch: no modem\n", stderr);
+    return LYN_WATCH_NO_MODEM;
+  }
+  return EXIT_SUCCESS;
+}
+
+static int lyn_watch_run(const lyn_watch_options_t &options) {
+  const int output = lyn_watch_keep_output();
+  lyn_watch_model_init(lyn_watch_model, options.name.empty() ? lyn_watch_host_name() : options.name);
+  if (!lyn_watch_catch_signals() || !lyn_watch_source_start(lyn_watch_model, options.plan)) {
+    fputs("lyn_watch: no thread to be had\n", stderr);
+    return EXIT_FAILURE;
+  }
+  const int status = lyn_watch_run_json(options, output);
+  lyn_watch_source_stop(LYN_WATCH_END_PATIENCE);
+  return status;
+}
+
+static int lyn_watch_main(int argc, char **argv) {
+  CLI::App app("The live picture of a cellular modem board.", "lyn_watch");
+  lyn_watch_options_t options;
+  lyn_watch_add_options(&app, &options);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError &error) {
+    return app.exit(error) == 0 ? EXIT_SUCCESS : LYN_WATCH_USAGE_ERROR;
+  }
+  return lyn_watch_run(options);
+}
+
+int main(int argc, char **argv) {
+  try {
+    return lyn_watch_main(argc, argv);
+  } catch (...) {  // out of memory
+    return EXIT_FAILURE;
+  }
+}
