@@ -7,6 +7,7 @@ import signal
 import pytest
 
 import lyn
+import watching
 
 LONG = bool(os.environ.get("LYN_LONG"))
 
@@ -42,6 +43,13 @@ def demo(request, tmp_path):
     if lyn.NO_PRIVATE_DATA and request.node.get_closest_marker("fixed_path"):
         pytest.skip(lyn.NO_PRIVATE_DATA)
     return lyn.Demo(tmp_path)
+
+
+@pytest.fixture
+def watch(tmp_path):
+    if not (lyn.BUILD / "lyn_watch").exists():
+        pytest.skip("lyn_watch is not built: its libraries are not installed for this processor")
+    return watching.Watch(tmp_path)
 
 
 @pytest.fixture(scope="session")
