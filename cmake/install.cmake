@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: Apache-2.0
-# What `cmake --install` puts where: libraries, public header, demo client and their manual pages in the folders of
+# What `cmake --install` puts where: libraries, public header, clients and their manual pages in the folders of
 # GNUInstallDirs, and the files by which pkg-config and find_package(lyn) lead to them. What is installed may be moved as
 # a whole.
 include(GNUInstallDirs)
@@ -42,6 +42,25 @@ function(lyn_install_libraries target)
                                   LINKER_LANGUAGE CXX LINK_DEPENDS ${map})
     lyn_install_library(${target}_shared ${name})
   endif()
+endfunction()
+
+# lyn_install_client(TARGET LIBRARY...): a program of that name with its manual page. It links the libraries that are named
+# and the module; installed is the one that uses the installed module.
+function(lyn_install_client target)
+  target_link_libraries(${target} PRIVATE lyn_options ${ARGN} $<LINK_ONLY:lyn> $<LINK_ONLY:lyn_platform>)
+  set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+  # It waits for its user and the modem: on a board small is worth more than fast.
+  target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-Os>)
+  set(installed ${target})
+  if(LYN_SHARED)
+    set(installed ${target}_shared)
+    add_executable(${installed} $<TARGET_OBJECTS:${target}>)
+    target_link_libraries(${installed} PRIVATE lyn_options ${ARGN} lyn_shared)
+    set_target_properties(${installed} PROPERTIES OUTPUT_NAME ${target} LINKER_LANGUAGE CXX
+                                                  INSTALL_RPATH "${lyn_rpath_bin}")
+  endif()
+  install(TARGETS ${installed})
+  install(FILES ${CMAKE_SOURCE_DIR}/docs/man/${target}.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endfunction()
 
 # lyn_install_pkg_config(): lyn.pc, with the board's libraries by the names in `lyn_board_libs`. What the shared library

@@ -114,6 +114,17 @@ configure() {
   cmake --preset "$@" "${fresh[@]}"
 }
 
+# build_client TARGET: the program build/release/TARGET, up to date, or end with what the compiler said.
+build_client() {
+  local log=$lyn_root/build/$1-build.log
+  need_build_folder
+  [ -x "$lyn_root/build/release/$1" ] || say "building; the first time takes a minute or two"
+  if ! (cd "$lyn_root" && configure release && cmake --build --preset release --target "$1" -j "$(nproc)") >"$log" 2>&1; then
+    tail -n 60 "$log" >&2
+    die "the build failed; the whole log is $log"
+  fi
+}
+
 # sanitizer_options: what programs of the presets asan and tsan are run with.
 sanitizer_options() {
   export ASAN_OPTIONS=detect_leaks=1:halt_on_error=1:detect_stack_use_after_return=1:strict_string_checks=1

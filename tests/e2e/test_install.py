@@ -3,6 +3,7 @@
 
 The folder is moved once everything is installed, so that nothing may depend on where that was.
 """
+import json
 import os
 import pathlib
 import re
@@ -115,9 +116,13 @@ def code(header):
     return re.sub(r"(?m)^\s*#(?:.*\\\n)*.*$", "", text)
 
 
-def without_python(names):
-    """All but the Python package, which is there where it was asked for."""
-    return [name for name in names if "dist-packages" not in name]
+def without_optional(names):
+    """All but the Python package, which is there where it was asked for, and the live picture, where its libraries are."""
+    return [name for name in names if "dist-packages" not in name and "lyn_watch" not in name]
+
+
+def watch_is_built():
+    return (BUILD / "lyn_watch").exists()
 
 
 def test_everything_is_installed_once_and_once_more(tmp_path):
@@ -129,7 +134,7 @@ def test_everything_is_installed_once_and_once_more(tmp_path):
             "lib/cmake/lyn/lyn-config-version.cmake", "lib/cmake/lyn/lyn-targets.cmake",
             "lib/cmake/lyn/lyn-targets-release.cmake", "share/man/man1/lyn_demo.1",
             "share/man/man3/ox_lyn.3", "share/man/man7/lyn_sim.7",
-            *(f"share/lyn/scenarios/{path.name}" for path in (ROOT / "scenarios").iterdir())} == set(without_python(first))
+            *(f"share/lyn/scenarios/{path.name}" for path in (ROOT / "scenarios").iterdir())} == set(without_optional(first))
     install(BUILD, installed)
     assert files(installed) == first
 
@@ -138,7 +143,9 @@ def test_every_installed_file_is_in_one_package(prefix):
     """Packages have the folders of /usr, in which those of the libraries have a level more."""
     owners = {name: [] for name in files(prefix)}
     for listed in (ROOT / "debian").glob("*.install"):
-        if listed.stem == "python3-lyn" and without_python(owners) == list(owners):
+        if listed.stem == "python3-lyn" and not any("dist-packages" in name for name in owners):
+            continue
+        if listed.stem == "lyn-watch" and not watch_is_built():
             continue
         for pattern in listed.read_text(encoding="utf-8").split():
             found = list(prefix.glob(pattern.replace("usr/lib/*/", "usr/lib/").removeprefix("usr/")))
@@ -159,6 +166,15 @@ def test_installed_demo_uses_the_shared_library_and_runs_wherever_it_lies(tmp_pa
     result = Demo(tmp_path, prefix / "bin/lyn_demo").auto(["1", "7 1", "2"])
     assert result.console.endswith(AUTO_DONE) and "[Registration Status] - 6" in result.console
     assert result.status == 0
+
+
+def test_installed_live_picture_uses_the_shared_library_and_runs_wherever_it_lies(prefix):
+    if not watch_is_built():
+        pytest.skip("lyn_watch is not built: its libraries are not installed for this processor")
+    assert {"share/man/man1/lyn_watch.1", "lib/systemd/system/lyn_watch.service"} < set(files(prefix))
+    assert "liblyn.so.0" in dynamic(prefix / "bin/lyn_watch", "NEEDED")
+    record = json.loads(run(prefix / "bin/lyn_watch", "--json", "--once"))
+    assert record["registration"] == "lte_nr5g"
 
 
 @pytest.mark.parametrize("suffix", [".c", ".cpp"])

@@ -81,6 +81,13 @@ def test_command_line_of_the_client_is_what_its_help_says():
     assert words(synopsis).strip() == usage.removeprefix("usage: ")
 
 
+def test_every_option_of_the_live_picture_is_in_its_page(watch):
+    offered = re.findall(r"(?m)^  (?:-h,)?(--[\w-]+)", watch.run("--help").console)
+    page = source("lyn_watch.1")
+    told = re.findall(r"(?m)^\.It (?:Fl h , )?Fl -(\w+)|^\.It Fl h , -(\w+)", page)
+    assert offered and sorted(offered) == sorted("--" + (first or second) for first, second in told)
+
+
 def test_every_variable_of_the_board_is_in_its_page():
     guide = (ROOT / "docs/simulator.md").read_text(encoding="utf-8")
     page = source("lyn_sim.7")

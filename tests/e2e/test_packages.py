@@ -253,6 +253,8 @@ def test_packages_hold_what_their_names_say(packages):
     assert {f"{libraries}/liblyn_sim.so.0 -> liblyn_sim.so.{VERSION}", f"{libraries}/liblyn_sim.so.{VERSION}",
             "usr/share/lyn/scenarios/motorway_drive.toml", "usr/share/man/man7/lyn_sim.7.gz"} < held["lyn-sim"]
     assert {"usr/bin/lyn_demo", "usr/share/man/man1/lyn_demo.1.gz"} < held["lyn-demo"]
+    assert {"usr/bin/lyn_watch", "usr/share/man/man1/lyn_watch.1.gz"} < held["lyn-watch"]
+    assert any(name.endswith("lib/systemd/system/lyn_watch.service") for name in held["lyn-watch"])
     assert {"usr/include/ox_lyn.h", "usr/share/man/man3/ox_lyn.3.gz", f"{libraries}/liblyn.a", f"{libraries}/liblyn_sim.a",
             f"{libraries}/liblyn.so -> liblyn.so.0", f"{libraries}/liblyn_sim.so -> liblyn_sim.so.0",
             f"{libraries}/pkgconfig/lyn.pc", f"{libraries}/cmake/lyn/lyn-config.cmake"} < held["liblyn-dev"]
@@ -263,7 +265,8 @@ def test_packages_hold_what_their_names_say(packages):
 def test_each_package_brings_the_next(packages):
     needed = {name: run("dpkg-deb", "-f", path, "Depends") for name, path in packages.items()}
     assert "liblyn0 (>= " in needed["python3-lyn"] and "python3-cffi-backend" in needed["python3-lyn"]
-    assert "liblyn0 (>= " in needed["lyn-demo"] and f"lyn-sim (>= {VERSION})" in needed["liblyn0"]
+    assert "liblyn0 (>= " in needed["lyn-demo"] and "liblyn0 (>= " in needed["lyn-watch"]
+    assert f"lyn-sim (>= {VERSION})" in needed["liblyn0"]
     assert f"liblyn0 (= {VERSION}), lyn-sim (= {VERSION})" in needed["liblyn-dev"]
 
 
@@ -281,7 +284,7 @@ def install_and_use(root, packages):
     script += ["cmake -S . -B build >cmake.log && cmake --build build >cmake.log", "build/lyn", "build/lyn_static",
                """python3 -c 'import lyn
 with lyn.open() as modem: print("\\nRSRP", modem.get(lyn.Metric.LTE_SERV_RSRP))'""",
-               "lyn_demo", "LYN_SIM_SCENARIO=/usr/share/lyn/scenarios/motorway_drive.toml lyn_demo",
+               "lyn_watch --json --once", "lyn_demo", "LYN_SIM_SCENARIO=/usr/share/lyn/scenarios/motorway_drive.toml lyn_demo",
                f"{apt_get} purge {' '.join(packages)} >apt.log"]
     for package in packages.values():
         shutil.copy(package, root.work)
@@ -298,7 +301,7 @@ with lyn.open() as modem: print("\\nRSRP", modem.get(lyn.Metric.LTE_SERV_RSRP))'
 @pytest.mark.long
 def test_on_a_clean_system_programs_are_built_and_run_and_nothing_stays_behind(tmp_path, packages):
     printed, before, after = install_and_use(CleanRoot(tmp_path), packages)
-    assert printed.count("\nRSRP -101\n") == 7
+    assert printed.count("\nRSRP -101\n") == 7 and '"rsrp":-101' in printed
     assert "[LTE Serving Cell RSRP] - -101\n" in printed and printed.count(AUTO_DONE) == 2
     assert (after - before, before - after) == (set(), set())
 
