@@ -100,6 +100,28 @@ need_packages() {
   die "these packages cannot be installed: ${refused[*]}"
 }
 
+# need_unpacked PACKAGE PROGRAM: a program out of a package whose installation would start a service: where it is not
+# installed it lies in build/PACKAGE/usr/bin, or this ends with one line.
+need_unpacked() {
+  local name=$1 program=$2 work
+  if command -v "$program" >/dev/null || [ -x "$lyn_root/build/$name/usr/bin/$program" ]; then
+    return
+  fi
+  if ! command -v dpkg-query >/dev/null; then
+    say "not a Debian system, nothing is installed; needed: $program"
+    return
+  fi
+  say "unpacking $name"
+  work=$(mktemp -d)
+  if ! { (cd "$work" && apt-get -q download "$name") || { apt update && (cd "$work" && apt-get -q download "$name"); }; } \
+    >"$work/log" 2>&1 || ! dpkg-deb -x "$work"/*.deb "$lyn_root/build/$name" 2>>"$work/log"; then
+    tail -n 20 "$work/log" >&2
+    rm -rf "$work"
+    die "this package cannot be unpacked: $name"
+  fi
+  rm -rf "$work"
+}
+
 # need_build_folder: make it, or end with one line.
 need_build_folder() {
   mkdir -p "$lyn_root/build" 2>/dev/null && [ -w "$lyn_root/build" ] || die "cannot write to $lyn_root/build"
