@@ -44,7 +44,7 @@ def test_who_has_no_home_keeps_the_caches_in_the_tree(tmp_path):
 
 @pytest.mark.skipif(bool(NO_PRIVATE_DATA), reason=NO_PRIVATE_DATA)
 @pytest.mark.parametrize("built", [False, True], ids=["new", "built"])
-@pytest.mark.parametrize("tool", ["test", "demo"])
+@pytest.mark.parametrize("tool", ["test", "demo", "watch"])
 def test_tree_that_cannot_be_written_is_named_in_one_line(tmp_path, tool, built):
     tree = tmp_path / "tree"
     shutil.copytree(ROOT / "tools", tree / "tools")
