@@ -2,12 +2,13 @@
 """Every block of commands in the documents, marked `sh`, does what a reader would have it do.
 
 The blocks of a page run one after the other in a copy of the tree, as a newcomer has it, who builds from scratch; names
-that stand for the reader's own are replaced by ones that exist. A demo client that shows its menu gets SIGTERM. A tool that
-takes minutes says only that it knows its options. A block marked `sh long` takes minutes, too, and one marked `sh elsewhere`
+that stand for the reader's own are replaced by ones that exist. A demo client that shows its menu gets SIGTERM, so does the
+live picture, which has a terminal. A tool that takes minutes says only that it knows its options. A block marked `sh long` takes minutes, too, and one marked `sh elsewhere`
 needs a root of its own: test_packages.py has it.
 """
 import os
 import re
+import shlex
 import signal
 import subprocess
 import time
@@ -24,6 +25,8 @@ pytestmark = [pytest.mark.skipif(BUILD.name != "release", reason="the documents 
 PAGES = sorted(path for path in [*ROOT.glob("*.md"), *(ROOT / "docs").glob("*.md")])
 BLOCK = re.compile(r"(?ms)^```sh( long| elsewhere)?\n(.*?)^```$")
 HELP_ONLY = re.compile(r"(?m)^((?:\w+=\S+ )*)(tools/(?:test|cross-test|bench|mutants|package|release))\b(.*)$")
+PICTURE = re.compile(r"(?m)^((?:\w+=\S+ )*(?:tools/watch|(?:build/release/)?lyn_watch)\b(?!.*(?:--json|--serve|--help))[^#\n]*)")
+PICTURE_BEGINS = b"\x1b[?1049h"
 CALLER = (ROOT / "examples/signal.c").read_text(encoding="utf-8")
 
 
@@ -57,17 +60,19 @@ def replaced(text, top):
     for name, real in {"/opt/lyn": top / "opt", "/path/to/sdk": sdk, "FILE.cfg": top / "test.cfg", "fuzz_NAME": "fuzz_ind",
                        "corpus/NAME": "corpus/ind", "total_time=600": "total_time=5"}.items():
         text = text.replace(name, str(real))
+    text = PICTURE.sub(lambda command: f"script -qec {shlex.quote(command[1])} /dev/null", text)
     return HELP_ONLY.sub(knows_its_options, text)
 
 
-def end_clients(session):
-    """SIGTERM to the demo clients of a session."""
-    subprocess.run(["pkill", "-TERM", "-s", str(session), "-x", "lyn_demo"], check=False)
+def end_clients(*which):
+    """SIGTERM to clients, after they have shown what they have."""
+    time.sleep(0.5)
+    subprocess.run(["pkill", "-TERM", *which], check=False)
 
 
 def run_block(text, tree):
-    """Run a block as a newcomer's shell would; at each prompt of the menu the demo client is ended."""
-    env = {name: value for name, value in os.environ.items() if not name.startswith("LYN_")}
+    """Run a block as a newcomer's shell would; at each prompt of the menu, and when the picture is up, the client is ended."""
+    env = {name: value for name, value in os.environ.items() if not name.startswith("LYN_")} | {"TERM": "xterm"}
     output = b""
     with subprocess.Popen(["bash", "-euo", "pipefail", "-c", text], cwd=tree, env=env, stdin=subprocess.PIPE,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True) as shell:
@@ -75,8 +80,9 @@ def run_block(text, tree):
             while part := os.read(shell.stdout.fileno(), 65536):
                 output += part
                 if output.endswith(PROMPT.encode()):
-                    time.sleep(0.5)
-                    end_clients(shell.pid)
+                    end_clients("-s", str(shell.pid), "-x", "lyn_demo")
+                if PICTURE_BEGINS in part:  # its terminal is a session of its own
+                    end_clients("-f", f"^{tree}/build/release/lyn_watch")
             status = shell.wait(timeout=60)
         finally:
             if shell.poll() is None:
