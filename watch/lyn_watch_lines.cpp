@@ -117,25 +117,15 @@ static lyn_watch_lines_end_e lyn_watch_lines_end(const lyn_watch_lines_t &lines)
 
 /* A snapshot every interval */
 
-// Intervals are counted from the first reading on, and until then from the program's begin.
-struct lyn_watch_intervals_t {
-  lyn_watch_ms_t every;
-  lyn_watch_time_t origin;
-  int64_t next = 0;  // the interval whose snapshot is the next
-  uint64_t readings = 0;
-};
-
 static lyn_watch_time_t lyn_watch_intervals_due(const lyn_watch_intervals_t &intervals) {
   return intervals.origin + intervals.next * intervals.every;
 }
 
-static lyn_watch_time_t lyn_watch_intervals_latest(const lyn_watch_intervals_t &intervals) {
+lyn_watch_time_t lyn_watch_intervals_latest(const lyn_watch_intervals_t &intervals) {
   return lyn_watch_intervals_due(intervals) + std::min(intervals.every / 4, LYN_WATCH_GRACE);
 }
 
-// Whether the picture is the snapshot of an interval, which plans the next one. Intervals that nobody was there for are
-// not made up for.
-static bool lyn_watch_intervals_take(lyn_watch_intervals_t *intervals, const lyn_watch_picture_t &picture) {
+bool lyn_watch_intervals_take(lyn_watch_intervals_t *intervals, const lyn_watch_picture_t &picture) {
   if (picture.begin != lyn_watch_time_t() && picture.begin != intervals->origin) {
     intervals->origin = picture.begin;
     intervals->next = 0;

@@ -17,4 +17,23 @@ lyn_watch_lines_end_e lyn_watch_lines_run(lyn_watch_model_t *model, lyn_watch_ms
 /** One snapshot, once all was read that is to be read. */
 lyn_watch_lines_end_e lyn_watch_lines_once(lyn_watch_model_t *model, int fd);
 
+/* Which picture is a snapshot */
+
+/** Intervals are counted from the first reading on, and until then from the program's begin. */
+struct lyn_watch_intervals_t {
+  lyn_watch_ms_t every;
+  lyn_watch_time_t origin;
+  int64_t next = 0;  // the interval whose snapshot is the next
+  uint64_t readings = 0;
+};
+
+/** When the next snapshot comes, whether or not its interval's reading has ended. */
+lyn_watch_time_t lyn_watch_intervals_latest(const lyn_watch_intervals_t &intervals);
+
+/**
+ * Whether the picture is the snapshot of its interval: it comes behind a reading that ended in it, or once it is late.
+ * Intervals of which there is no picture are not made up for.
+ */
+bool lyn_watch_intervals_take(lyn_watch_intervals_t *intervals, const lyn_watch_picture_t &picture);
+
 #endif
