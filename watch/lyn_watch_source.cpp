@@ -28,6 +28,10 @@ static constexpr milliseconds LYN_WATCH_SHOT_TIMEOUT = seconds(30);
 static constexpr milliseconds LYN_WATCH_SHOT_PATIENCE = seconds(35);
 static constexpr float LYN_WATCH_SHOT_ACCURACY = 50;  // m
 
+// A receiver that has only just been started does not know yet what it can do: what fails then is asked for again.
+static constexpr milliseconds LYN_WATCH_RECEIVER_START = seconds(2);
+static constexpr milliseconds LYN_WATCH_SHOT_RETRY = milliseconds(200);
+
 // Steps in which the modem reports, in each value's own unit: 1 dB, as SINR comes in 0.1 dB.
 static constexpr struct {
   ox_lyn_ind_e indication;
@@ -62,6 +66,7 @@ struct lyn_watch_source_t {
   uint64_t subscribed_downs = 0;
   lyn_watch_awaited_t scan;
   lyn_watch_awaited_t shot;
+  lyn_watch_time_t receiver_ready{};
 };
 
 // Never destroyed: the module's thread may call back until the process has ended.
@@ -466,11 +471,8 @@ static void lyn_watch_source_give_up_scan() {
   lyn_watch_model_set_scanning(lyn_watch_source->model, false);
 }
 
-// A shot that is still under way, or is busy for whoever asked before, is stopped once it is lost.
-static void lyn_watch_source_send_shot(lyn_watch_time_t now) {
-  if (lyn_watch_model_picture(lyn_watch_source->model, now).locating) {
-    return;
-  }
+// A shot that is still under way, and keeps the next one off, is stopped once it is lost. false: it was refused.
+static bool lyn_watch_source_send_shot(lyn_watch_time_t now) {
   ox_lyn_loc_single_shot_req_t request = {.timeout_ms = static_cast<uint32_t>(LYN_WATCH_SHOT_TIMEOUT.count()),
                                           .horizontal_accuracy = LYN_WATCH_SHOT_ACCURACY};
   ox_lyn_dm_info_t record = lyn_watch_source_record(OX_LYN_GET_LOC_SINGLE_SHOT_E);
@@ -478,15 +480,21 @@ static void lyn_watch_source_send_shot(lyn_watch_time_t now) {
   lyn_watch_source->shot.lost = now + LYN_WATCH_SHOT_PATIENCE;
   lyn_watch_model_set_locating(lyn_watch_source->model, true);
   const int32_t status = lyn_watch_source_get(&record);
-  if (status != OX_LYN_SUCCESS && status != OX_LYN_ERR_BUSY) {
-    lyn_watch_model_set_locating(lyn_watch_source->model, false);
+  const bool sent = status == OX_LYN_SUCCESS || status == OX_LYN_ERR_BUSY;
+  if (!sent) {
+    lyn_watch_source->shot.lost = lyn_watch_time_t::max();
   }
+  return sent;
+}
+
+static bool lyn_watch_source_is_locating(lyn_watch_time_t now) {
+  return lyn_watch_model_picture(lyn_watch_source->model, now).locating;
 }
 
 // A receiver that gave up says nothing; its request is over once the answer to its stop has come.
 static void lyn_watch_source_stop_shot(lyn_watch_time_t now) {
   lyn_watch_source->shot.lost = lyn_watch_time_t::max();
-  if (!lyn_watch_model_picture(lyn_watch_source->model, now).locating) {
+  if (!lyn_watch_source_is_locating(now)) {
     return;
   }
   lyn_watch_source->shot.lost = now + LYN_WATCH_SHOT_PATIENCE;
@@ -556,12 +564,24 @@ static void lyn_watch_source_run_reading(lyn_watch_errands_t *errands) {
   errands->retry = errands->up ? lyn_watch_time_t::max() : now + LYN_WATCH_RETRY;
 }
 
+// One that is to be asked for again counts as under way, but nothing was sent that could be lost.
+static void lyn_watch_source_locate(lyn_watch_errand_t *errand, lyn_watch_time_t now) {
+  if (lyn_watch_source_is_locating(now) && lyn_watch_source->shot.lost != lyn_watch_time_t::max()) {
+    return;
+  }
+  if (!lyn_watch_source_send_shot(now)) {
+    const bool again = now < lyn_watch_source->receiver_ready;
+    errand->due = again ? now + LYN_WATCH_SHOT_RETRY : errand->due;
+    lyn_watch_model_set_locating(lyn_watch_source->model, again);
+  }
+}
+
 static void lyn_watch_source_send(lyn_watch_errands_t *errands, bool scan_asked, lyn_watch_time_t now) {
   if ((errands->up && lyn_watch_errand_take(&errands->scan, now)) || scan_asked) {
     lyn_watch_source_send_scan(now);
   }
   if (errands->up && lyn_watch_errand_take(&errands->location, now)) {
-    lyn_watch_source_send_shot(now);
+    lyn_watch_source_locate(&errands->location, now);
   }
   if (lyn_watch_source_is_lost(lyn_watch_source->scan)) {
     lyn_watch_source_give_up_scan();
@@ -608,6 +628,7 @@ static void *lyn_watch_source_main(void *) {
     const lyn_watch_time_t now = steady_clock::now();
     const lyn_watch_plan_t &plan = lyn_watch_source->plan;
     lyn_watch_model_plan(lyn_watch_source->model, plan.every, now);
+    lyn_watch_source->receiver_ready = now + LYN_WATCH_RECEIVER_START;
     lyn_watch_errands_t errands = {.reading = {.every = plan.every, .due = now},
                                    .scan = {.every = plan.scan, .due = now},
                                    .location = {.every = plan.locate, .due = now}};
