@@ -10,8 +10,10 @@ import subprocess
 
 import pytest
 
-import lyn
-from lyn import BUILD, ROOT, SCALE
+import watching
+from lyn import ROOT, SCALE
+from test_drive import read_drive
+from test_scenarios import fast_motion
 
 QUIET = "[board]\nnoise_db = 0\n"
 DOCUMENT = ROOT / "docs/watch.md"
@@ -63,7 +65,7 @@ def test_events_are_counted_without_a_gap_and_records_are_in_the_order_of_their_
 def test_flood_of_events_arrives_whole_and_in_order(watch):
     """Ten thousand install-mode states of four kinds, told as fast as the board can."""
     scenario = QUIET + "".join(
-        f'[[at]]\nafter = "nas.108"\nskip = 5\nms = 300\nraw = {{ lib = "nas", id = 335, bytes = "100400{code:02x}000000" }}\n'
+        f'[[at]]\nafter = "nas.108"\nskip = 7\nms = 300\nraw = {{ lib = "nas", id = 335, bytes = "100400{code:02x}000000" }}\n'
         "repeat = 2500\nevery_ms = 0\n" for code in range(4))
     with watch.session("--json", "--every", "200ms", scenario=scenario, timeout=40) as session:
         for _ in range(10000):
@@ -257,3 +259,49 @@ def test_once_gives_up_what_is_never_answered(watch):
     for options, scenario in ((["--scan", "1h"], "[scan]\nanswer_ms = -1\n"), (["--locate", "1h"], "[location]\nfix_ms = -1\n")):
         result = watch.run("--json", "--once", *options, scenario=QUIET + scenario, timeout=90)
         assert result.status == 0 and result.records[0]["lte"]["rsrp"] == -95
+
+
+# The document
+
+def document_map():
+    """The document's command that makes a map of a drive."""
+    return re.search(r"(?ms)^jq -n .*?> drive\.geojson$", DOCUMENT.read_text(encoding="utf-8"))[0]
+
+
+def test_recorded_drive_becomes_a_map_by_the_command_of_the_document(watch, tmp_path):
+    with watch.session("--json", "--every", "50ms", "--locate", "50ms", timeout=60,
+                       scenario=fast_motion("motorway_drive.toml", 50) + "[location]\nfix_ms = 20\n") as session:
+        session.wait_journal(lambda row: row["name"] == "trace_end")
+        session.wait_record(lambda record: record["type"] == "snapshot" and record.get("lte", {}).get("pci") == 371)
+        assert session.terminate() == 0
+        snapshots = [record for record in session.finish().snapshots if "location" in record]
+    (tmp_path / "drive.jsonl").write_text("".join(json.dumps(record) + "\n" for record in session.records), encoding="utf-8")
+    subprocess.run(["/bin/sh", "-c", document_map()], cwd=tmp_path, check=True)
+
+    drive = json.loads((tmp_path / "drive.geojson").read_text(encoding="utf-8"))
+    assert drive["type"] == "FeatureCollection" and len(drive["features"]) == len(snapshots) >= 40
+    places = [(float(row["Longitude"]), float(row["Latitude"])) for row in read_drive(ROOT / "scenarios/motorway_drive.csv")]
+    at = 0
+    for feature, record in zip(drive["features"], snapshots):
+        assert feature["type"] == "Feature" and feature["geometry"]["type"] == "Point"
+        at = places.index(tuple(feature["geometry"]["coordinates"]), at)  # a place of the drive, and in its order
+        assert feature["properties"].get("rsrp") == record.get("lte", {}).get("rsrp")
+    assert at > len(places) / 2
+    assert sum("rsrp" in feature["properties"] for feature in drive["features"]) > len(snapshots) / 2
+    assert not [feature for feature in drive["features"] if None in feature["properties"].values()]
+
+
+def test_records_of_the_document_are_as_the_schema_has_them():
+    blocks = re.findall(r"(?ms)^```json\n(.*?)^```$", DOCUMENT.read_text(encoding="utf-8"))
+    assert len(blocks) == 2
+    for block in blocks:
+        watching.parse(json.dumps(json.loads(block)) + "\n")
+
+
+def test_document_names_every_event_and_option(watch):
+    text = DOCUMENT.read_text(encoding="utf-8")
+    names = [kind["properties"]["event"] for kind in watching.SCHEMA["$defs"]["event"]["anyOf"]]
+    events = [name for each in names for name in each.get("enum", [each.get("const")])]
+    assert [name for name in events if f"`{name}`" not in text] == []
+    options = re.findall(r"--[a-z]+", watch.run("--help").console)
+    assert [name for name in options if name not in ("--help", "--version") and f"`{name}" not in text] == []
