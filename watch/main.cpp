@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <optional>
 
-#include "lyn_watch_json.h"
+#include "lyn_watch_lines.h"
 #include "lyn_watch_model.h"
 #include "lyn_watch_source.h"
 #include "ox_lyn.h"
@@ -84,12 +84,23 @@ static void lyn_watch_add_options(CLI::App *app, lyn_watch_options_t *options) {
   app->add_option("--name", options->name, "of the board in records and metrics [the host's name]")->type_name("NAME");
 }
 
+// Help and version were asked for; all else is one line that names the option and what it takes.
+static int lyn_watch_end_of_options(const CLI::App &app, const CLI::ParseError &error) {
+  if (error.get_exit_code() == 0) {
+    return app.exit(error);
+  }
+  fprintf(stderr, "lyn_watch: %s\n", error.what());
+  return LYN_WATCH_USAGE_ERROR;
+}
+
 /* Output */
 
-// What module and board print is not ours to mix with records: it goes where errors go. Gives where records go.
+// What module and board print is not ours to mix with records or pictures; the diagnostic log has it, too. Gives where
+// records go; below 0: standard output is closed.
 static int lyn_watch_keep_output() {
-  const int output = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
-  dup2(STDERR_FILENO, STDOUT_FILENO);
+  const int output = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  dup2(nowhere, STDOUT_FILENO);
   return output;
 }
 
@@ -126,15 +137,17 @@ static bool lyn_watch_catch_signals() {
 /* The program */
 
 static int lyn_watch_run_json(const lyn_watch_options_t &options, int output) {
-  const lyn_watch_json_plan_t plan = {.fd = output, .every = options.plan.every};
-  if (!options.once) {
-    return lyn_watch_json_run(lyn_watch_model, plan) ? EXIT_SUCCESS : EXIT_FAILURE;
+  switch (options.once ? lyn_watch_lines_once(lyn_watch_model, output)
+                       : lyn_watch_lines_run(lyn_watch_model, options.plan.every, output)) {
+    case LYN_WATCH_LINES_DONE:
+      return EXIT_SUCCESS;
+    case LYN_WATCH_LINES_NO_MODEM:
+      fputs("lyn_watch: no modem\n", stderr);
+      return LYN_WATCH_NO_MODEM;
+    case LYN_WATCH_LINES_FAILED:
+      break;
   }
-  if (!lyn_watch_json_once(lyn_watch_model, plan)) {
-    fputs("lyn_watch: no modem\n", stderr);
-    return LYN_WATCH_NO_MODEM;
-  }
-  return EXIT_SUCCESS;
+  return EXIT_FAILURE;
 }
 
 static int lyn_watch_run(const lyn_watch_options_t &options) {
@@ -156,7 +169,7 @@ static int lyn_watch_main(int argc, char **argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
-    return app.exit(error) == 0 ? EXIT_SUCCESS : LYN_WATCH_USAGE_ERROR;
+    return lyn_watch_end_of_options(app, error);
   }
   return lyn_watch_run(options);
 }

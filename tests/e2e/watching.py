@@ -11,14 +11,42 @@
 import json
 import time
 
+import jsonschema
+
 import lyn
+
+SCHEMA = json.loads((lyn.ROOT / "docs/lyn_watch.schema.json").read_text(encoding="utf-8"))
+VALIDATOR = jsonschema.Draft202012Validator(SCHEMA)
+
+
+def no_number(text):
+    raise AssertionError(f"{text} is no JSON")
+
+
+def parse(text):
+    """Records, one JSON object a line and nothing else, each as the schema has it."""
+    records = [json.loads(line, parse_constant=no_number) for line in text.split("\n")[:-1]]
+    for record in records:
+        if not VALIDATOR.is_valid(record):
+            error = jsonschema.exceptions.best_match(VALIDATOR.iter_errors(record))
+            raise AssertionError(f"{error.message}\nin {record}")
+    return records
 
 
 class Result(lyn.Result):
     @property
     def records(self):
-        """What was printed: one JSON object a line, and nothing else."""
-        return [json.loads(line) for line in self.console.splitlines()]
+        """What was printed, to the last octet."""
+        assert self.console.endswith("\n") or not self.console, self.console[-200:]
+        return parse(self.console)
+
+    @property
+    def snapshots(self):
+        return [record for record in self.records if record["type"] == "snapshot"]
+
+    @property
+    def events(self):
+        return [record for record in self.records if record["type"] == "event"]
 
 
 class Launch(lyn.Launch):
@@ -33,12 +61,23 @@ class Session(lyn.Session):
     def __init__(self, launch, limit, timeout):
         super().__init__(launch, limit, timeout)
         self.seen = 0
+        self.parsed = []
+        self.parsed_to = 0  # in octets of what was printed
+
+    def __exit__(self, kind, *rest):
+        super().__exit__(kind, *rest)
+        if kind is None and "--json" in self.launch.program:
+            assert self.records is not None  # they are as the schema has them, whether or not the test has looked
 
     @property
     def records(self):
         """The records so far."""
-        text = self.console
-        return [json.loads(line) for line in text[: text.rfind("\n") + 1].splitlines()]
+        with self.output.changed:
+            end = self.output.data.rfind(b"\n") + 1
+            text = bytes(self.output.data[self.parsed_to : end]).decode("utf-8")
+        self.parsed += parse(text)
+        self.parsed_to = max(end, self.parsed_to)
+        return self.parsed
 
     def wait_record(self, matches, timeout=None):
         """Wait for a record for which `matches` holds, behind the one that was waited for before; returns it."""
