@@ -181,7 +181,7 @@ static void lyn_watch_terminal_divert(int pipe) {
   fcntl(pipe, F_SETFL, O_NONBLOCK);
   lyn_watch_terminal->terminal = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   dup2(pipe, STDOUT_FILENO);
-  setvbuf(stdout, nullptr, _IOLBF, 0);
+  setvbuf(stdout, nullptr, _IONBF, 0);
   if (isatty(STDERR_FILENO) != 0) {
     lyn_watch_terminal->errors = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     dup2(pipe, STDERR_FILENO);
