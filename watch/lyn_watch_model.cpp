@@ -241,6 +241,11 @@ uint64_t lyn_watch_model_changes(lyn_watch_model_t *model) {
   return model->changes;
 }
 
+bool lyn_watch_model_ended(lyn_watch_model_t *model) {
+  const std::lock_guard lock(model->mutex);
+  return model->ended;
+}
+
 uint64_t lyn_watch_model_recent(lyn_watch_model_t *model) {
   const std::lock_guard lock(model->mutex);
   const uint64_t last = model->picture.last_event;

@@ -210,6 +210,9 @@ lyn_watch_events_t lyn_watch_model_events(lyn_watch_model_t *model, uint64_t aft
 /** How often anything changed. */
 uint64_t lyn_watch_model_changes(lyn_watch_model_t *model);
 
+/** Whether nothing follows. */
+bool lyn_watch_model_ended(lyn_watch_model_t *model);
+
 /** The id behind which the last hundred events come. */
 uint64_t lyn_watch_model_recent(lyn_watch_model_t *model);
 
