@@ -8,6 +8,7 @@
         session.wait_record(lambda record: record.get("event") == "reg_status")
         assert session.terminate() == 0
 """
+import functools
 import json
 import time
 
@@ -34,7 +35,7 @@ def parse(text):
 
 
 class Result(lyn.Result):
-    @property
+    @functools.cached_property
     def records(self):
         """What was printed, to the last octet."""
         assert self.console.endswith("\n") or not self.console, self.console[-200:]
