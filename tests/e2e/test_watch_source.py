@@ -213,7 +213,7 @@ def test_snapshots_go_on_while_a_request_hangs(watch):
         assert record["up"] and record["lte"]["rsrp"] == -95 and record["data"]
         assert record["ages"]["lte"]["rsrp"] > 1 and record["ages"]["data"] > 1
     assert hanging[-1]["ages"]["registration"] > 1
-    ages = [record["age"] for record in hanging]
+    ages = [record["age"] for record in hanging[:-1]]  # the last one may be from within the answered reading
     assert len(ages) >= 2 and ages == sorted(ages)
     assert_one_per_interval(result.snapshots, 0.5)
 
