@@ -16,6 +16,7 @@
 """
 import contextlib
 import fcntl
+import functools
 import json
 import os
 import re
@@ -51,7 +52,7 @@ def parse(text):
 
 
 class Result(lyn.Result):
-    @property
+    @functools.cached_property
     def records(self):
         """What was printed, to the last octet."""
         assert self.console.endswith("\n") or not self.console, self.console[-200:]
