@@ -168,6 +168,9 @@ static int lyn_watch_run_screen(const lyn_watch_options_t &options) {
   const lyn_watch_screen_plan_t plan = {.every = options.plan.every, .scan = lyn_watch_source_scan};
   const bool drawn = lyn_watch_screen_run(lyn_watch_model, plan);
   lyn_watch_model_end(lyn_watch_model);
+  if (!drawn) {
+    fputs("lyn_watch: the terminal cannot be drawn on\n", stderr);
+  }
   return drawn ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
@@ -192,7 +195,7 @@ static int lyn_watch_run(const lyn_watch_options_t &options) {
     return status;
   }
   const int status = lyn_watch_run_views(options, -1);
-  lyn_watch_terminal_return();
+  lyn_watch_terminal_return(status == EXIT_SUCCESS);
   return status;
 }
 
