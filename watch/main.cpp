@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <optional>
 
+#include "lyn_watch_http.h"
 #include "lyn_watch_json.h"
 #include "lyn_watch_model.h"
 #include "lyn_watch_source.h"
@@ -26,6 +27,7 @@ struct lyn_watch_options_t {
   bool json = false;
   bool once = false;
   lyn_watch_plan_t plan = {.every = std::chrono::seconds(1), .scan = {}, .locate = {}};
+  lyn_watch_http_plan_t http;
   std::string name;
 };
 
@@ -67,6 +69,11 @@ static void lyn_watch_add_duration(CLI::App *app, const char *option, lyn_watch_
       ->type_name("TIME");
 }
 
+static std::string lyn_watch_check_serve(const std::string &text) {
+  lyn_watch_http_plan_t plan;
+  return lyn_watch_http_parse(text, &plan) ? "" : "takes [ADDR:]PORT, such as 9750 or [::1]:9750; got '" + text + "'";
+}
+
 static std::string lyn_watch_host_name() {
   char name[256] = {};
   return gethostname(name, sizeof(name) - 1) == 0 ? name : "";
@@ -81,6 +88,11 @@ static void lyn_watch_add_options(CLI::App *app, lyn_watch_options_t *options) {
   lyn_watch_add_duration(app, "--every", &options->plan.every, "how often the metrics are read [1s]");
   lyn_watch_add_duration(app, "--scan", &options->plan.scan, "scan for neighbours so often; without it never");
   lyn_watch_add_duration(app, "--locate", &options->plan.locate, "find the location so often; without it never");
+  app->add_option_function<std::string>(
+         "--serve", [options](const std::string &text) { lyn_watch_http_parse(text, &options->http); },
+         "metrics and JSON over HTTP; ADDR is 127.0.0.1 unless given, port 0 takes a free one")
+      ->check(lyn_watch_check_serve)
+      ->type_name("[ADDR:]PORT");
   app->add_option("--name", options->name, "of the board in records and metrics [the host's name]")->type_name("NAME");
 }
 
@@ -137,14 +149,31 @@ static int lyn_watch_run_json(const lyn_watch_options_t &options, int output) {
   return EXIT_SUCCESS;
 }
 
+// Without another view, until the model ends.
+static int lyn_watch_run_view(const lyn_watch_options_t &options, int output) {
+  if (options.json || options.http.port.empty()) {
+    return lyn_watch_run_json(options, output);
+  }
+  while (lyn_watch_model_wait(lyn_watch_model, UINT64_MAX, UINT64_MAX,
+                              std::chrono::steady_clock::now() + std::chrono::hours(1))) {
+  }
+  return EXIT_SUCCESS;
+}
+
 static int lyn_watch_run(const lyn_watch_options_t &options) {
   const int output = lyn_watch_keep_output();
   lyn_watch_model_init(lyn_watch_model, options.name.empty() ? lyn_watch_host_name() : options.name);
-  if (!lyn_watch_catch_signals() || !lyn_watch_source_start(lyn_watch_model, options.plan)) {
+  const bool caught = lyn_watch_catch_signals();
+  if (!options.http.port.empty() && !lyn_watch_http_start(lyn_watch_model, options.http)) {
+    return EXIT_FAILURE;
+  }
+  if (!caught || !lyn_watch_source_start(lyn_watch_model, options.plan)) {
     fputs("lyn_watch: no thread to be had\n", stderr);
     return EXIT_FAILURE;
   }
-  const int status = lyn_watch_run_json(options, output);
+  const int status = lyn_watch_run_view(options, output);
+  lyn_watch_model_end(lyn_watch_model);  // where a view ended by itself
+  lyn_watch_http_stop(LYN_WATCH_END_PATIENCE);
   lyn_watch_source_stop(LYN_WATCH_END_PATIENCE);
   return status;
 }
@@ -152,6 +181,7 @@ static int lyn_watch_run(const lyn_watch_options_t &options) {
 static int lyn_watch_main(int argc, char **argv) {
   CLI::App app("The live picture of a cellular modem board.", "lyn_watch");
   lyn_watch_options_t options;
+  options.http.machine = lyn_watch_host_name();
   lyn_watch_add_options(&app, &options);
   try {
     app.parse(argc, argv);
