@@ -601,7 +601,8 @@ static void lyn_watch_screen_draw_keys(const lyn_watch_screen_t &screen) {
   }
   lyn_watch_screen_put(screen, {screen.layout.keys, 0, COLS}, names, LYN_WATCH_TITLE);
   const std::string doing = std::string(picture.scanning ? "scanning  " : "") + (picture.locating ? "locating  " : "");
-  lyn_watch_screen_put(screen, {screen.layout.keys, COLS - 31, 22}, doing, LYN_WATCH_TITLE, LYN_WATCH_RIGHT);
+  const std::string &right = doing.empty() ? screen.plan.address : doing;
+  lyn_watch_screen_put(screen, {screen.layout.keys, 44, COLS - 53}, right, LYN_WATCH_TITLE, LYN_WATCH_RIGHT);
   if (screen.paused) {
     lyn_watch_screen_put(screen, {screen.layout.keys, COLS - 9, 8}, " PAUSED", LYN_WATCH_ALARM);
   }
