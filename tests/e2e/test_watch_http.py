@@ -167,7 +167,8 @@ def test_a_modem_that_was_never_there_is_told_to_be_absent(watch):
 
 
 def test_a_scrape_asks_the_modem_nothing(watch):
-    with serving(watch, "--every", "1h") as session:
+    with serving(watch, "--json", "--every", "1h") as session:
+        session.wait_record(lambda record: record["type"] == "snapshot")  # behind the one reading
         before = lyn.read_text(session.launch.journal_path)
         for path in ("/metrics", "/api/snapshot", "/health", "/", "/metrics"):
             assert session.get(path).status == 200
@@ -198,7 +199,7 @@ def test_a_snapshot_is_that_of_the_records(watch):
         assert answer.headers["Content-Type"] == "application/json"
         record = json.loads(answer.body)
         line = session.wait_record(lambda record: record["type"] == "snapshot" and "lte" in record)
-        assert {**record, "time": 0} == {**line, "time": 0}
+        assert {**record, "time": 0, "age": 0} == {**line, "time": 0, "age": 0}
         assert record["board"] == "bench" and record["lte"]["rsrp"] == -95
         assert session.terminate() == 0
 
