@@ -1,9 +1,12 @@
 # SPDX-License-Identifier: Apache-2.0
 """The live picture in a terminal: it shows what the scenario measures, and leaves the terminal as it was found."""
+import fcntl
 import os
 import re
 import signal
 import subprocess
+import termios
+import time
 
 import pytest
 
@@ -338,7 +341,7 @@ def test_help_comes_and_goes(watch):
             screen.wait_for("q        quit, as Ctrl-C does")
             screen.press(key)
             screen.wait_for(lambda _: "Ctrl-C" not in "\n".join(screen.screen.display))
-        assert still(screen.lines)[1:] == QUIET_80
+        screen.wait_for(lambda _: still(screen.screen.display)[1:] == QUIET_80)
 
 
 def test_a_paused_picture_stands_still_and_reading_goes_on(watch):
@@ -476,14 +479,37 @@ def test_a_shell_stops_and_resumes_the_picture(watch):
         assert screen.settings() == cooked and screen.leftovers() == []
 
 
+def picture_of(shell):
+    """The process that the shell has started."""
+    return int(subprocess.run(["pgrep", "-P", str(shell.launch.pid())], capture_output=True, text=True, check=True).stdout)
+
+
+def test_a_picture_that_was_stopped_without_warning_is_drawn_anew(watch):
+    with watch.shell(scenario=QUIET) as screen:
+        screen.wait_for("prompt>")
+        cooked = screen.settings()
+        screen.press("lyn_watch\n")
+        up(screen)
+        drawn = screen.settings()
+        os.kill(picture_of(screen), signal.SIGSTOP)
+        screen.wait_for("(signal)")
+        termios.tcsetattr(screen.slave, termios.TCSANOW, cooked)
+        screen.press("fg; echo status=$?\n")
+        screen.wait_for(lambda _: "(signal)" not in "\n".join(screen.screen.display))
+        up(screen)
+        assert screen.lines[2].startswith("RSRP       -95 dBm") and screen.settings() == drawn
+        screen.press("q")
+        screen.wait_for("status=0")
+        assert screen.settings() == cooked and screen.leftovers() == []
+
+
 def test_a_picture_that_is_killed_leaves_the_shell_its_terminal(watch):
     with watch.shell(scenario=QUIET) as screen:
         screen.wait_for("prompt>")
         cooked = screen.settings()
         screen.press("lyn_watch; echo status=$?\n")
         up(screen)
-        picture = subprocess.run(["pgrep", "-P", str(screen.launch.pid())], capture_output=True, text=True, check=True)
-        os.kill(int(picture.stdout), signal.SIGKILL)
+        os.kill(picture_of(screen), signal.SIGKILL)
         screen.wait_for("status=137")
         screen.wait_for(lambda _: screen.leftovers() == [] and screen.settings() == cooked)
 
@@ -504,11 +530,18 @@ def test_a_request_that_hangs_holds_up_no_key_and_what_is_shown_looks_old(watch)
         assert screen.leftovers() == []
 
 
-def test_a_terminal_that_takes_no_output_holds_up_no_end(watch):
+@pytest.mark.parametrize("by_key", [True, False], ids=["q", "sigterm"])
+def test_a_terminal_that_takes_no_output_holds_up_no_end(watch, by_key):
     with watch.screen(scenario=QUIET) as screen:
         up(screen)
         screen.press("\x13")  # Ctrl-S
-        assert screen.terminate() == 0
+        screen.wait_quiet(1.5)  # a frame was due
+        if by_key:
+            screen.press("q")
+        else:
+            screen.launch.signal(signal.SIGTERM)
+        assert screen.process.wait(screen.timeout) == 0
+        assert ALTERNATE_OFF not in screen.raw
         screen.press("\x11")  # Ctrl-Q
         screen.wait_raw(ALTERNATE_OFF)
         screen.wait_for(lambda _: screen.leftovers() == [])
@@ -531,3 +564,20 @@ def test_a_terminal_that_cannot_be_drawn_on_is_refused(watch, name):
 def test_picture_and_records_are_refused_together(watch):
     result = watch.run("--screen", "--json")
     assert result.status == 2 and "--screen" in result.stderr
+
+
+def test_a_view_that_waits_for_its_reader_holds_up_no_end(watch):
+    launch = watch.launch("--json", "--every", "10ms", scenario=QUIET)
+    with subprocess.Popen(launch.command, cwd=lyn.ROOT, env=launch.env, stdout=subprocess.PIPE) as process:
+        full = fcntl.fcntl(process.stdout, fcntl.F_SETPIPE_SZ, 4096)
+        unread = 0
+        while unread < full // 2 or unread != waiting(process.stdout):
+            unread = waiting(process.stdout)
+            time.sleep(0.5 * lyn.SCALE)
+        launch.signal(signal.SIGTERM)
+        assert process.wait(20 * lyn.SCALE) == 0
+
+
+def waiting(pipe):
+    """How much can be read."""
+    return int.from_bytes(fcntl.ioctl(pipe, termios.FIONREAD, b"\0" * 4), "little")

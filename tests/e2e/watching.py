@@ -232,12 +232,12 @@ class Screen:
         self.wait_for(lambda screen: screen.screen.display[0] != title)
         self.wait_quiet()
 
-    def wait_quiet(self):
-        """Nothing has come for a while, which is less than a second."""
+    def wait_quiet(self, seconds=0.1):
+        """Nothing has come for a while; while the picture moves that is less than a second."""
         seen = -1
         while seen != len(self.raw):
             seen = len(self.raw)
-            time.sleep(0.1)
+            time.sleep(seconds)
 
     def press(self, keys):
         os.write(self.master, keys.encode() if isinstance(keys, str) else keys)
