@@ -564,20 +564,3 @@ def test_a_terminal_that_cannot_be_drawn_on_is_refused(watch, name):
 def test_picture_and_records_are_refused_together(watch):
     result = watch.run("--screen", "--json")
     assert result.status == 2 and "--screen" in result.stderr
-
-
-def test_a_view_that_waits_for_its_reader_holds_up_no_end(watch):
-    launch = watch.launch("--json", "--every", "10ms", scenario=QUIET)
-    with subprocess.Popen(launch.command, cwd=lyn.ROOT, env=launch.env, stdout=subprocess.PIPE) as process:
-        full = fcntl.fcntl(process.stdout, fcntl.F_SETPIPE_SZ, 4096)
-        unread = 0
-        while unread < full // 2 or unread != waiting(process.stdout):
-            unread = waiting(process.stdout)
-            time.sleep(0.5 * lyn.SCALE)
-        launch.signal(signal.SIGTERM)
-        assert process.wait(20 * lyn.SCALE) == 0
-
-
-def waiting(pipe):
-    """How much can be read."""
-    return int.from_bytes(fcntl.ioctl(pipe, termios.FIONREAD, b"\0" * 4), "little")
