@@ -61,7 +61,7 @@ def replaced(text, top):
     for name, real in {"/opt/lyn": top / "opt", "/path/to/sdk": sdk, "FILE.cfg": top / "test.cfg", "fuzz_NAME": "fuzz_ind",
                        "corpus/NAME": "corpus/ind", "total_time=600": "total_time=5"}.items():
         text = text.replace(name, str(real))
-    text = PICTURE.sub(lambda command: f"script -qec {shlex.quote(command[1])} /dev/null", text)
+    text = PICTURE.sub(lambda command: f"script -qec {shlex.quote(command[1])} /dev/null ", text)
     return HELP_ONLY.sub(knows_its_options, text)
 
 
