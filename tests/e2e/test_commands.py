@@ -11,6 +11,7 @@ import re
 import shlex
 import signal
 import subprocess
+import threading
 import time
 
 import pytest
@@ -77,15 +78,18 @@ def run_block(text, tree):
     output = b""
     with subprocess.Popen(["bash", "-euo", "pipefail", "-c", text], cwd=tree, env=env, stdin=subprocess.PIPE,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, start_new_session=True) as shell:
+        late = threading.Timer(600, os.killpg, (shell.pid, signal.SIGKILL))
+        late.start()
         try:
             while part := os.read(shell.stdout.fileno(), 65536):
                 output += part
                 if output.endswith(PROMPT.encode()):
                     end_clients("-s", str(shell.pid), "-x", "lyn_demo")
                 if PICTURE_BEGINS in part:  # its terminal is a session of its own
-                    end_clients("-f", f"^{tree}/build/release/lyn_watch")
+                    end_clients("-f", f"^({tree}/)?build/release/lyn_watch")
             status = shell.wait(timeout=60)
         finally:
+            late.cancel()
             if shell.poll() is None:
                 os.killpg(shell.pid, signal.SIGKILL)
     assert status == 0, f"{text}\n{output.decode('utf-8', 'backslashreplace')[-8000:]}"
