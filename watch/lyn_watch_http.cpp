@@ -304,7 +304,7 @@ std::string lyn_watch_http_open(const lyn_watch_http_plan_t &plan) {
   }
   lyn_watch_server->plan = plan;
   lyn_watch_server->listener = fd;
-  const std::string address = "http://" + lyn_watch_authority(fd) + "/";
+  std::string address = "http://" + lyn_watch_authority(fd) + "/";
   fprintf(stderr, "lyn_watch: serving %s\n", address.c_str());
   return address;
 }
