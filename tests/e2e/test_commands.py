@@ -13,6 +13,7 @@ import signal
 import subprocess
 import threading
 import time
+import urllib.request
 
 import pytest
 
@@ -123,5 +124,8 @@ def test_watch_shows_a_drive_live(tree, tmp_path):
         rows = (ROOT / "scenarios/motorway_drive.csv").read_text(encoding="utf-8").splitlines()[2:5]
         for row in rows:
             screen.wait_for(f"RSRP {float(row.split(',')[7]):9.0f} dBm")
+        address = re.search(r"http://\S+/", screen.line(-1))[0]
+        with urllib.request.urlopen(address, timeout=10) as page:
+            assert "text/html" in page.headers["Content-Type"]
         screen.press("q")
         assert screen.wait() == 0

@@ -30,8 +30,8 @@ import threading
 import time
 
 import jsonschema
-import pyte
 
+import emulator
 import lyn
 
 SCHEMA = json.loads((lyn.ROOT / "docs/lyn_watch.schema.json").read_text(encoding="utf-8"))
@@ -160,8 +160,8 @@ class Screen:
         self.launch = launch
         self.timeout = timeout * lyn.SCALE
         self.master, self.slave = lyn.open_terminal()
-        self.screen = pyte.Screen(*size)
-        self.stream = pyte.ByteStream(self.screen)
+        self.screen = emulator.Screen(*size)
+        self.stream = emulator.Stream(self.screen)
         self.changed = threading.Condition()
         self.raw = bytearray()
         self.stopped = threading.Event()
