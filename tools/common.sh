@@ -26,7 +26,7 @@ lyn_packages_long=("${lyn_packages_package[@]}" "${lyn_packages_cross[@]}" mmdeb
 
 # What the benchmarks compare with, and what counts instructions; the programs build without them.
 lyn_packages_bench=(
-  "${lyn_packages_demo[@]}" bubblewrap
+  "${lyn_packages_watch[@]}" bubblewrap
   python3 valgrind binutils dbus-daemon libsystemd-dev libglib2.0-dev libboost-dev libuv1-dev libconcurrentqueue-dev
   libfmt-dev
 )
