@@ -58,13 +58,15 @@ struct lyn_watch_taken_t {
 };
 
 struct lyn_watch_item_t {
-  const char *name;        // in records
-  const char *unit = "";   // the catalogue's
-  const char *label;       // on the screen
-  const char *help;        // one line
-  const char *shown = "";  // the unit in its usual form, which screen and exposition have
-  double scale = 1;        // from the catalogue's to that
-  bool history = false;    // it is measured again and again, and its history is kept
+  const char *name;                                     // in records
+  const char *unit = "";                                // the catalogue's
+  const char *label;                                    // on the screen
+  const char *help;                                     // one line
+  const char *shown = "";                               // the unit in its usual form, which screen and exposition have
+  const char *prefix[LYN_WATCH_PLACES] = {"", "", ""};  // of its numbers on the screen
+  double scale = 1;                                     // from the catalogue's to that
+  bool history = false;                                 // it is measured again and again, and its history is kept
+  bool less_is_best = false;                            // of two values in its history
   lyn_watch_block_e block = LYN_WATCH_IN_RECORD;
   lyn_watch_exposed_t exposed{};
   lyn_watch_taken_t of[LYN_WATCH_PLACES];

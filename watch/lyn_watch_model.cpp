@@ -51,6 +51,7 @@ static void lyn_watch_model_forget_values(lyn_watch_picture_t *picture) {
   }
   picture->neighbours = {};
   picture->profiles.clear();
+  picture->read = false;
 }
 
 /* What the source does */
@@ -64,6 +65,13 @@ void lyn_watch_model_init(lyn_watch_model_t *model, const std::string &board) {
       model->history[key].seconds.fill(-1);
     }
   }
+}
+
+void lyn_watch_model_plan(lyn_watch_model_t *model, lyn_watch_ms_t every, lyn_watch_time_t begin) {
+  const std::lock_guard lock(model->mutex);
+  model->picture.every = every;
+  model->picture.begin = begin;
+  lyn_watch_model_note_change(model);
 }
 
 void lyn_watch_model_set_state(lyn_watch_model_t *model, lyn_watch_state_e state) {
@@ -84,6 +92,11 @@ void lyn_watch_model_put(lyn_watch_model_t *model, lyn_watch_key_t key, lyn_watc
   lyn_watch_model_put_locked(model, key, std::move(value), status, now);
 }
 
+// Other statuses may also be given by the module alone.
+static bool lyn_watch_model_is_answer(int32_t status) {
+  return status == OX_LYN_SUCCESS || status == OX_LYN_ERR_INFO_UNAVAILABLE || status == OX_LYN_ERR_SERVICE_UNAVAILABLE;
+}
+
 void lyn_watch_model_count_request(lyn_watch_model_t *model, const char *name, int32_t status,
                                    std::chrono::duration<double> took, lyn_watch_time_t now) {
   const std::lock_guard lock(model->mutex);
@@ -92,7 +105,7 @@ void lyn_watch_model_count_request(lyn_watch_model_t *model, const char *name, i
   const auto bound = std::ranges::lower_bound(lyn_watch_duration_bounds, took.count());
   ++picture->durations.counts[static_cast<size_t>(bound - lyn_watch_duration_bounds.begin())];
   picture->durations.sum += took.count();
-  if (status != OX_LYN_ERR_FAILURE) {
+  if (lyn_watch_model_is_answer(status)) {
     picture->answered = now;
   }
 }
@@ -104,15 +117,16 @@ void lyn_watch_model_put_neighbours(lyn_watch_model_t *model, lyn_watch_radio_e 
 }
 
 // Bytes a second between two readings of a counter; none where it was set back.
-static std::optional<double> lyn_watch_model_rate(uint64_t before, uint64_t after, lyn_watch_ms_t between) {
-  if (after < before || between <= lyn_watch_ms_t::zero()) {
+static std::optional<double> lyn_watch_model_rate(uint64_t before, uint64_t after,
+                                                  std::chrono::duration<double> between) {
+  if (after < before || between.count() <= 0) {
     return {};
   }
-  return static_cast<double>(after - before) * 1000 / static_cast<double>(between.count());
+  return static_cast<double>(after - before) / between.count();
 }
 
 static void lyn_watch_model_find_rates(const lyn_watch_traffic_t &before, lyn_watch_traffic_t *after) {
-  const auto between = duration_cast<lyn_watch_ms_t>(after->at - before.at);
+  const auto between = after->at - before.at;
   after->rx_rate = lyn_watch_model_rate(before.stats.bytes_rx, after->stats.bytes_rx, between);
   after->tx_rate = lyn_watch_model_rate(before.stats.bytes_tx, after->stats.bytes_tx, between);
 }
@@ -132,7 +146,8 @@ void lyn_watch_model_put_profiles(lyn_watch_model_t *model, std::vector<lyn_watc
 
 void lyn_watch_model_put_location(lyn_watch_model_t *model, const ox_lyn_location_t &location, lyn_watch_time_t now) {
   const std::lock_guard lock(model->mutex);
-  model->picture.location = {.location = location, .at = now};
+  model->place = std::make_shared<const lyn_watch_location_t>(lyn_watch_location_t{.location = location, .at = now});
+  model->picture.location = *model->place;
   lyn_watch_model_note_change(model);
 }
 
@@ -145,7 +160,8 @@ uint64_t lyn_watch_model_put_event(lyn_watch_model_t *model, const lyn_watch_eve
   }
   ++model->picture.event_counts[static_cast<size_t>(kind - lyn_watch_event_kinds.data())];
   const uint64_t id = ++model->picture.last_event;
-  model->events.push_back({.id = id, .time = time, .kind = kind, .fields = std::move(fields)});
+  model->events.push_back(
+      {.id = id, .time = time, .kind = kind, .fields = std::move(fields), .at = now, .location = model->place});
   if (model->events.size() > LYN_WATCH_EVENTS_KEPT) {
     model->events.pop_front();
   }
@@ -168,6 +184,7 @@ void lyn_watch_model_set_locating(lyn_watch_model_t *model, bool locating) {
 void lyn_watch_model_end_reading(lyn_watch_model_t *model, bool planned) {
   const std::lock_guard lock(model->mutex);
   model->picture.readings += planned ? 1 : 0;
+  model->picture.read = model->picture.state == LYN_WATCH_UP;
   lyn_watch_model_note_change(model);
 }
 
@@ -224,6 +241,11 @@ uint64_t lyn_watch_model_changes(lyn_watch_model_t *model) {
   return model->changes;
 }
 
+bool lyn_watch_model_ended(lyn_watch_model_t *model) {
+  const std::lock_guard lock(model->mutex);
+  return model->ended;
+}
+
 uint64_t lyn_watch_model_recent(lyn_watch_model_t *model) {
   const std::lock_guard lock(model->mutex);
   const uint64_t last = model->picture.last_event;
@@ -235,5 +257,11 @@ bool lyn_watch_model_wait(lyn_watch_model_t *model, uint64_t after, uint64_t rea
   model->changed.wait_until(lock, until, [&] {
     return model->ended || model->picture.last_event > after || model->picture.readings > readings;
   });
+  return !model->ended;
+}
+
+bool lyn_watch_model_wait_change(lyn_watch_model_t *model, uint64_t changes, lyn_watch_time_t until) {
+  std::unique_lock lock(model->mutex);
+  model->changed.wait_until(lock, until, [&] { return model->ended || model->changes > changes; });
   return !model->ended;
 }

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -29,9 +30,9 @@ using lyn_watch_utc_t = std::chrono::system_clock::time_point;
 using lyn_watch_ms_t = std::chrono::milliseconds;
 
 enum {
-  LYN_WATCH_HISTORY_S = 600,    // one bucket a second
-  LYN_WATCH_EVENTS = 100,       // the last events, as views show them
-  LYN_WATCH_EVENTS_KEPT = 4096  // for who follows them and is late
+  LYN_WATCH_HISTORY_S = 600,     // one bucket a second
+  LYN_WATCH_EVENTS = 100,        // the last events, as views show them
+  LYN_WATCH_EVENTS_KEPT = 16384  // for who follows them and is late; no more than 2 MiB
 };
 
 /** How the module stands. */
@@ -102,6 +103,8 @@ struct lyn_watch_event_t {
   lyn_watch_utc_t time;
   const lyn_watch_event_kind_t *kind;
   std::vector<lyn_watch_field_t> fields;
+  lyn_watch_time_t at{};
+  std::shared_ptr<const lyn_watch_location_t> location{};  // the last one then; null: there was none
 };
 
 /** How often each request was answered with which status; by the request's name and the status. */
@@ -121,6 +124,8 @@ struct lyn_watch_picture_t {
   lyn_watch_utc_t time;
   lyn_watch_state_e state = LYN_WATCH_STARTING;
   std::string board;
+  lyn_watch_ms_t every{};       // how often all items are read, as planned
+  lyn_watch_time_t begin{};     // when that began; the epoch: the module is not up yet
   lyn_watch_time_t answered{};  // when the modem last answered anything; the epoch: never
   std::vector<std::array<lyn_watch_reading_t, LYN_WATCH_PLACES>> items;  // in the order of the table
   std::array<lyn_watch_neighbours_t, LYN_WATCH_RADIOS> neighbours;
@@ -130,6 +135,7 @@ struct lyn_watch_picture_t {
   lyn_watch_requests_t requests;
   lyn_watch_durations_t durations;
   uint64_t readings = 0;    // how often all items were read, as planned
+  bool read = false;        // all items were read since the modem is up
   bool scanning = false;    // a scan was sent and is not answered
   bool locating = false;    // a location was asked for and has not come
   uint64_t last_event = 0;  // id of the newest; 0: none
@@ -141,13 +147,17 @@ struct lyn_watch_model_t {
   lyn_watch_picture_t picture;
   std::map<lyn_watch_key_t, lyn_watch_history_t> history;  // of the items that are measured
   std::deque<lyn_watch_event_t> events;
-  uint64_t changes = 0;  // counts every change
+  std::shared_ptr<const lyn_watch_location_t> place;  // the location, as events have it
+  uint64_t changes = 0;                               // counts every change
   bool ended = false;
 };
 
 /* What the source does */
 
 void lyn_watch_model_init(lyn_watch_model_t *model, const std::string &board);
+
+/** All items are read every so often, from `begin` on; the epoch: once the module is up. */
+void lyn_watch_model_plan(lyn_watch_model_t *model, lyn_watch_ms_t every, lyn_watch_time_t begin);
 
 /** `down` takes all values away: what is gone measures nothing. Histories and counters stay. */
 void lyn_watch_model_set_state(lyn_watch_model_t *model, lyn_watch_state_e state);
@@ -200,6 +210,9 @@ lyn_watch_events_t lyn_watch_model_events(lyn_watch_model_t *model, uint64_t aft
 /** How often anything changed. */
 uint64_t lyn_watch_model_changes(lyn_watch_model_t *model);
 
+/** Whether nothing follows. */
+bool lyn_watch_model_ended(lyn_watch_model_t *model);
+
 /** The id behind which the last hundred events come. */
 uint64_t lyn_watch_model_recent(lyn_watch_model_t *model);
 
@@ -210,5 +223,8 @@ uint64_t lyn_watch_model_recent(lyn_watch_model_t *model);
  * false: it has ended
  */
 bool lyn_watch_model_wait(lyn_watch_model_t *model, uint64_t after, uint64_t readings, lyn_watch_time_t until);
+
+/** Wait until there were more changes than `changes`, the model has ended, or `until` has come; false: it has ended. */
+bool lyn_watch_model_wait_change(lyn_watch_model_t *model, uint64_t changes, lyn_watch_time_t until);
 
 #endif

@@ -4,9 +4,11 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <span>
 #include <utility>
 
 using std::chrono::milliseconds;
@@ -18,10 +20,17 @@ using std::chrono::system_clock;
 static constexpr milliseconds LYN_WATCH_RETRY = seconds(1);
 static constexpr milliseconds LYN_WATCH_CALM = milliseconds(100);
 
+// A scan that was not answered by then is lost.
+static constexpr milliseconds LYN_WATCH_SCAN_PATIENCE = seconds(50);
+
 // A single shot that was not answered by then is stopped.
 static constexpr milliseconds LYN_WATCH_SHOT_TIMEOUT = seconds(30);
 static constexpr milliseconds LYN_WATCH_SHOT_PATIENCE = seconds(35);
 static constexpr float LYN_WATCH_SHOT_ACCURACY = 50;  // m
+
+// A receiver that has only just been started does not know yet what it can do: what fails then is asked for again.
+static constexpr milliseconds LYN_WATCH_RECEIVER_START = seconds(2);
+static constexpr milliseconds LYN_WATCH_SHOT_RETRY = milliseconds(200);
 
 // Steps in which the modem reports, in each value's own unit: 1 dB, as SINR comes in 0.1 dB.
 static constexpr struct {
@@ -31,6 +40,12 @@ static constexpr struct {
     {OX_LYN_IND_MODEM_STATUS_E, 0}, {OX_LYN_IND_REG_STATUS_E, 0}, {OX_LYN_IND_LTE_RSRP_E, 1},
     {OX_LYN_IND_NR5G_RSRP_E, 1},    {OX_LYN_IND_LTE_RSRQ_E, 1},   {OX_LYN_IND_NR5G_RSRQ_E, 1},
     {OX_LYN_IND_LTE_SINR_E, 10},    {OX_LYN_IND_NR5G_SINR_E, 10},
+};
+
+// What is answered through the callback: asked for, and given up where the answer does not come.
+struct lyn_watch_awaited_t {
+  lyn_watch_time_t lost = lyn_watch_time_t::max();  // when it is given up
+  uint64_t downs = 0;                               // of the modem, when it was asked for
 };
 
 struct lyn_watch_source_t {
@@ -45,10 +60,13 @@ struct lyn_watch_source_t {
   bool scan_asked = false;
   uint64_t downs = 0;  // how often the modem was said to be gone
 
-  ox_lyn_hndl_t hndl = 0;  // the thread's own, all below
-  bool subscribed = false;
-  lyn_watch_time_t shot_since{};
-  bool shot_stopped = false;
+  ox_lyn_hndl_t hndl = 0;      // the thread's own, all below
+  uint64_t reading_downs = 0;  // as the reading began
+  bool subscribed[std::size(lyn_watch_subscriptions)] = {};
+  uint64_t subscribed_downs = 0;
+  lyn_watch_awaited_t scan;
+  lyn_watch_awaited_t shot;
+  lyn_watch_time_t receiver_ready{};
 };
 
 // Never destroyed: the module's thread may call back until the process has ended.
@@ -58,6 +76,11 @@ static void lyn_watch_source_wake(bool lyn_watch_source_t::*what) {
   const std::lock_guard lock(lyn_watch_source->mutex);
   lyn_watch_source->*what = true;
   lyn_watch_source->woken.notify_all();
+}
+
+static uint64_t lyn_watch_source_downs() {
+  const std::lock_guard lock(lyn_watch_source->mutex);
+  return lyn_watch_source->downs;
 }
 
 /* Requests */
@@ -183,7 +206,8 @@ static void lyn_watch_source_take_scan(const ox_lyn_dm_info_t &event, const lyn_
 }
 
 static void lyn_watch_source_take_location(const ox_lyn_location_t &location, lyn_watch_time_t now) {
-  if ((location.flags & OX_LYN_LOC_FLAG_LAT_LONG_E) != 0) {
+  if ((location.flags & OX_LYN_LOC_FLAG_LAT_LONG_E) != 0 && std::isfinite(location.latitude) &&
+      std::isfinite(location.longitude)) {
     lyn_watch_model_put_location(lyn_watch_source->model, location, now);
   }
 }
@@ -234,9 +258,13 @@ static void lyn_watch_source_on_event(ox_lyn_hndl_t, ox_lyn_dm_info_t *event, ui
 
 /* One reading of everything */
 
-// Every item that this metric's answer has.
+// Every item that this metric's answer has. An answer from before the modem went says nothing of now.
 static void lyn_watch_source_put(const ox_lyn_dm_info_t &record, int32_t status) {
   const lyn_watch_time_t now = steady_clock::now();
+  const std::lock_guard lock(lyn_watch_source->mutex);
+  if (status == OX_LYN_SUCCESS && lyn_watch_source->downs != lyn_watch_source->reading_downs) {
+    status = OX_LYN_ERR_FAILURE;
+  }
   for (const lyn_watch_key_t &key : lyn_watch_keys()) {
     const lyn_watch_taken_t &taken = lyn_watch_items[key.item].of[key.radio];
     if (taken.metric == record.metric) {
@@ -308,32 +336,39 @@ static std::vector<lyn_watch_profile_t> lyn_watch_source_read_profiles() {
   return profiles;
 }
 
+static bool lyn_watch_source_subscribe_to(ox_lyn_ind_e indication, int64_t threshold) {
+  ox_lyn_dm_ind_info_t record = {.record_type = OX_LYN_RECORD_IND_E,
+                                 .indication = indication,
+                                 .value_type = OX_LYN_VALUE_INT64_E,
+                                 .threshold = threshold};
+  return lyn_watch_source_ask("subscription", [&record] {
+           return ox_lyn_set_ind_info(lyn_watch_source->hndl, &record);
+         }) == OX_LYN_SUCCESS;
+}
+
+// What is not subscribed, and everything once the modem has been away: it may have restarted.
 static void lyn_watch_source_subscribe() {
-  lyn_watch_source->subscribed = true;
-  for (const auto &row : lyn_watch_subscriptions) {
-    ox_lyn_dm_ind_info_t record = {.record_type = OX_LYN_RECORD_IND_E,
-                                   .indication = row.indication,
-                                   .value_type = OX_LYN_VALUE_INT64_E,
-                                   .threshold = row.threshold};
-    const int32_t status = lyn_watch_source_ask(
-        "subscription", [&record] { return ox_lyn_set_ind_info(lyn_watch_source->hndl, &record); });
-    lyn_watch_source->subscribed &= status == OX_LYN_SUCCESS;
+  if (std::exchange(lyn_watch_source->subscribed_downs, lyn_watch_source->reading_downs) !=
+      lyn_watch_source->reading_downs) {
+    std::ranges::fill(lyn_watch_source->subscribed, false);
+  }
+  for (size_t i = 0; i < std::size(lyn_watch_subscriptions); ++i) {
+    const auto &row = lyn_watch_subscriptions[i];
+    lyn_watch_source->subscribed[i] =
+        lyn_watch_source->subscribed[i] || lyn_watch_source_subscribe_to(row.indication, row.threshold);
   }
 }
 
 // The registration status, which every reading begins with; 0: the modem does not answer.
 static uint32_t lyn_watch_source_read_registration() {
-  std::unique_lock lock(lyn_watch_source->mutex);
-  const uint64_t downs = lyn_watch_source->downs;
-  lock.unlock();
+  lyn_watch_source->reading_downs = lyn_watch_source_downs();
   ox_lyn_dm_info_t record = lyn_watch_source_record(OX_LYN_GET_REG_STATUS_E);
   const int32_t status = lyn_watch_source_get(&record);
-  lock.lock();
-  // An answer from before the modem went says nothing of now.
-  const bool up = status == OX_LYN_SUCCESS && downs == lyn_watch_source->downs;
+  std::unique_lock lock(lyn_watch_source->mutex);
+  const bool up = status == OX_LYN_SUCCESS && lyn_watch_source->reading_downs == lyn_watch_source->downs;
   lyn_watch_model_set_state(lyn_watch_source->model, up ? LYN_WATCH_UP : LYN_WATCH_DOWN);
-  lyn_watch_source_put(record, up ? OX_LYN_SUCCESS : OX_LYN_ERR_FAILURE);
-  lyn_watch_source->subscribed &= up;
+  lock.unlock();
+  lyn_watch_source_put(record, status);
   return up ? record.value.u32 : 0;
 }
 
@@ -365,65 +400,110 @@ static void lyn_watch_source_read_metrics(bool in_service) {
   }
 }
 
-static void lyn_watch_source_read() {
+static void lyn_watch_source_put_profiles(std::vector<lyn_watch_profile_t> profiles) {
+  const std::lock_guard lock(lyn_watch_source->mutex);
+  if (lyn_watch_source->downs != lyn_watch_source->reading_downs) {
+    profiles.clear();
+  }
+  lyn_watch_model_put_profiles(lyn_watch_source->model, std::move(profiles));
+}
+
+// false: the modem does not answer.
+static bool lyn_watch_source_read() {
   const uint32_t registration = lyn_watch_source_read_registration();
-  if (registration != 0 && !lyn_watch_source->subscribed) {
+  if (registration != 0) {
     lyn_watch_source_subscribe();
   }
   const bool in_service = lyn_watch_source_in_service(registration);
   lyn_watch_source_read_metrics(in_service);
-  lyn_watch_model_put_profiles(lyn_watch_source->model,
-                               in_service ? lyn_watch_source_read_profiles() : std::vector<lyn_watch_profile_t>());
+  lyn_watch_source_put_profiles(in_service ? lyn_watch_source_read_profiles() : std::vector<lyn_watch_profile_t>());
+  return registration != 0;
 }
 
 /* What is answered through the callback */
 
-static void lyn_watch_source_send_scan() {
+static bool lyn_watch_source_is_lost(const lyn_watch_awaited_t &awaited) {
+  return steady_clock::now() >= awaited.lost;
+}
+
+static int32_t lyn_watch_source_get_list(const char *name, std::span<ox_lyn_dm_info_t> records) {
+  return lyn_watch_source_ask(name, [records] {
+    return ox_lyn_get_info_list(lyn_watch_source->hndl, records.data(), static_cast<uint32_t>(records.size()));
+  });
+}
+
+static int32_t lyn_watch_source_ask_neighbours() {
   static constexpr uint32_t first = OX_LYN_GET_LTE_NBR_EARFCN_E;
   ox_lyn_dm_info_t records[OX_LYN_GET_LTE_NBR_RSRQ_E - first + 1];
   for (uint32_t i = 0; i < std::size(records); ++i) {
     records[i] = lyn_watch_source_record(first + i);
   }
+  return lyn_watch_source_get_list(lyn_watch_metric_name(first), records);
+}
+
+// The module still waits for a scan that the modem has forgotten; at the end of any list it sends it again.
+static int32_t lyn_watch_source_ask_neighbours_again() {
+  ox_lyn_dm_info_t record = lyn_watch_source_record(OX_LYN_GET_REG_STATUS_E);
+  return lyn_watch_source_get_list(lyn_watch_metric_name(OX_LYN_GET_LTE_NBR_EARFCN_E), {&record, 1});
+}
+
+// What was sent before the modem went is not answered any more.
+static void lyn_watch_source_send_scan(lyn_watch_time_t now) {
+  lyn_watch_awaited_t *scan = &lyn_watch_source->scan;
+  const uint64_t downs = lyn_watch_source_downs();
+  if (lyn_watch_model_picture(lyn_watch_source->model, now).scanning && scan->downs == downs) {
+    return;
+  }
+  *scan = {.lost = now + LYN_WATCH_SCAN_PATIENCE, .downs = downs};
   // Ahead of the call, behind which the answer may already have come.
   lyn_watch_model_set_scanning(lyn_watch_source->model, true);
-  const int32_t status = lyn_watch_source_ask(lyn_watch_metric_name(first), [&records] {
-    return ox_lyn_get_info_list(lyn_watch_source->hndl, records, static_cast<uint32_t>(std::size(records)));
-  });
-  if (status != OX_LYN_SUCCESS && status != OX_LYN_ERR_BUSY) {
+  int32_t status = lyn_watch_source_ask_neighbours();
+  if (status == OX_LYN_ERR_BUSY) {
+    status = lyn_watch_source_ask_neighbours_again();
+  }
+  if (status != OX_LYN_SUCCESS) {
     lyn_watch_model_set_scanning(lyn_watch_source->model, false);
   }
 }
 
-static void lyn_watch_source_send_shot(lyn_watch_time_t now) {
+static void lyn_watch_source_give_up_scan() {
+  lyn_watch_source->scan.lost = lyn_watch_time_t::max();
+  lyn_watch_model_set_scanning(lyn_watch_source->model, false);
+}
+
+// A shot that is still under way, and keeps the next one off, is stopped once it is lost. false: it was refused.
+static bool lyn_watch_source_send_shot(lyn_watch_time_t now) {
   ox_lyn_loc_single_shot_req_t request = {.timeout_ms = static_cast<uint32_t>(LYN_WATCH_SHOT_TIMEOUT.count()),
                                           .horizontal_accuracy = LYN_WATCH_SHOT_ACCURACY};
   ox_lyn_dm_info_t record = lyn_watch_source_record(OX_LYN_GET_LOC_SINGLE_SHOT_E);
   record.value.ptr = &request;
-  lyn_watch_source->shot_since = now;
-  lyn_watch_source->shot_stopped = false;
+  lyn_watch_source->shot.lost = now + LYN_WATCH_SHOT_PATIENCE;
   lyn_watch_model_set_locating(lyn_watch_source->model, true);
   const int32_t status = lyn_watch_source_get(&record);
-  if (status != OX_LYN_SUCCESS && status != OX_LYN_ERR_BUSY) {
-    lyn_watch_model_set_locating(lyn_watch_source->model, false);
+  const bool sent = status == OX_LYN_SUCCESS || status == OX_LYN_ERR_BUSY;
+  if (!sent) {
+    lyn_watch_source->shot.lost = lyn_watch_time_t::max();
   }
+  return sent;
 }
 
-// A receiver that gave up says nothing; its request is over once it has been stopped.
-static void lyn_watch_source_stop_shot() {
+static bool lyn_watch_source_is_locating(lyn_watch_time_t now) {
+  return lyn_watch_model_picture(lyn_watch_source->model, now).locating;
+}
+
+// A receiver that gave up says nothing; its request is over once the answer to its stop has come.
+static void lyn_watch_source_stop_shot(lyn_watch_time_t now) {
+  lyn_watch_source->shot.lost = lyn_watch_time_t::max();
+  if (!lyn_watch_source_is_locating(now)) {
+    return;
+  }
+  lyn_watch_source->shot.lost = now + LYN_WATCH_SHOT_PATIENCE;
   ox_lyn_dm_ctrl_info_t control = {};
   control.control = OX_LYN_SET_LOC_SINGLE_SHOT_STOP_E;
-  lyn_watch_source->shot_stopped = true;
-  if (lyn_watch_source_ask("location_stop", [&] { return ox_lyn_set_info(lyn_watch_source->hndl, &control); }) !=
-      OX_LYN_SUCCESS) {
+  const int32_t status =
+      lyn_watch_source_ask("location_stop", [&control] { return ox_lyn_set_info(lyn_watch_source->hndl, &control); });
+  if (status != OX_LYN_SUCCESS) {
     lyn_watch_model_set_locating(lyn_watch_source->model, false);
-  }
-}
-
-static void lyn_watch_source_locate(lyn_watch_time_t now) {
-  if (!lyn_watch_model_picture(lyn_watch_source->model, now).locating) {
-    lyn_watch_source_send_shot(now);
-  } else if (now - lyn_watch_source->shot_since > LYN_WATCH_SHOT_PATIENCE && !lyn_watch_source->shot_stopped) {
-    lyn_watch_source_stop_shot();
   }
 }
 
@@ -439,15 +519,12 @@ static lyn_watch_time_t lyn_watch_errand_due(const lyn_watch_errand_t &errand) {
   return errand.every == lyn_watch_ms_t::zero() ? lyn_watch_time_t::max() : errand.due;
 }
 
-// Whether it is due, which plans it anew; what was slept through is not made up for.
+// Whether it is due, which plans it anew; what was slept through is not made up for, and the beat is kept.
 static bool lyn_watch_errand_take(lyn_watch_errand_t *errand, lyn_watch_time_t now) {
   if (now < lyn_watch_errand_due(*errand)) {
     return false;
   }
-  errand->due += errand->every;
-  if (errand->due <= now) {
-    errand->due = now + errand->every;
-  }
+  errand->due += ((now - errand->due) / errand->every + 1) * errand->every;
   return true;
 }
 
@@ -455,13 +532,21 @@ struct lyn_watch_errands_t {
   lyn_watch_errand_t reading;
   lyn_watch_errand_t scan;
   lyn_watch_errand_t location;
-  lyn_watch_time_t calm{};  // when events may cause a reading again
+  bool up = false;                                   // the modem answered the last reading
+  lyn_watch_time_t retry = lyn_watch_time_t::max();  // the next reading while it does not
+  lyn_watch_time_t calm{};                           // when events may cause a reading again
 };
+
+static lyn_watch_time_t lyn_watch_source_due(const lyn_watch_errands_t &errands) {
+  const lyn_watch_time_t due = std::min(
+      {lyn_watch_errand_due(errands.reading), errands.retry, lyn_watch_source->scan.lost, lyn_watch_source->shot.lost});
+  // What cannot be sent waits for the modem.
+  return errands.up ? std::min({due, lyn_watch_errand_due(errands.scan), lyn_watch_errand_due(errands.location)}) : due;
+}
 
 // Sleep until something is due or asked for; false: the thread is to end.
 static bool lyn_watch_source_sleep(const lyn_watch_errands_t &errands) {
-  const lyn_watch_time_t due = std::min({lyn_watch_errand_due(errands.reading), lyn_watch_errand_due(errands.scan),
-                                         lyn_watch_errand_due(errands.location)});
+  const lyn_watch_time_t due = lyn_watch_source_due(errands);
   std::unique_lock lock(lyn_watch_source->mutex);
   for (;;) {
     const lyn_watch_time_t until = lyn_watch_source->reread ? std::min(due, errands.calm) : due;
@@ -472,24 +557,52 @@ static bool lyn_watch_source_sleep(const lyn_watch_errands_t &errands) {
   }
 }
 
+static void lyn_watch_source_run_reading(lyn_watch_errands_t *errands) {
+  errands->up = lyn_watch_source_read();
+  const lyn_watch_time_t now = steady_clock::now();
+  errands->calm = now + LYN_WATCH_CALM;
+  errands->retry = errands->up ? lyn_watch_time_t::max() : now + LYN_WATCH_RETRY;
+}
+
+// One that is to be asked for again counts as under way, but nothing was sent that could be lost.
+static void lyn_watch_source_locate(lyn_watch_errand_t *errand, lyn_watch_time_t now) {
+  if (lyn_watch_source_is_locating(now) && lyn_watch_source->shot.lost != lyn_watch_time_t::max()) {
+    return;
+  }
+  if (!lyn_watch_source_send_shot(now)) {
+    const bool again = now < lyn_watch_source->receiver_ready;
+    errand->due = again ? now + LYN_WATCH_SHOT_RETRY : errand->due;
+    lyn_watch_model_set_locating(lyn_watch_source->model, again);
+  }
+}
+
+static void lyn_watch_source_send(lyn_watch_errands_t *errands, bool scan_asked, lyn_watch_time_t now) {
+  if ((errands->up && lyn_watch_errand_take(&errands->scan, now)) || scan_asked) {
+    lyn_watch_source_send_scan(now);
+  }
+  if (errands->up && lyn_watch_errand_take(&errands->location, now)) {
+    lyn_watch_source_locate(&errands->location, now);
+  }
+  if (lyn_watch_source_is_lost(lyn_watch_source->scan)) {
+    lyn_watch_source_give_up_scan();
+  }
+  if (lyn_watch_source_is_lost(lyn_watch_source->shot)) {
+    lyn_watch_source_stop_shot(now);
+  }
+}
+
 static void lyn_watch_source_run_errands(lyn_watch_errands_t *errands) {
   const lyn_watch_time_t now = steady_clock::now();
   std::unique_lock lock(lyn_watch_source->mutex);
-  const bool reread = now >= errands->calm && std::exchange(lyn_watch_source->reread, false);
+  const bool reread = (now >= errands->calm && std::exchange(lyn_watch_source->reread, false)) || now >= errands->retry;
   const bool scan_asked = std::exchange(lyn_watch_source->scan_asked, false);
   lock.unlock();
 
   const bool planned = lyn_watch_errand_take(&errands->reading, now);
   if (planned || reread) {
-    lyn_watch_source_read();
-    errands->calm = steady_clock::now() + LYN_WATCH_CALM;
+    lyn_watch_source_run_reading(errands);
   }
-  if (lyn_watch_errand_take(&errands->scan, now) || scan_asked) {
-    lyn_watch_source_send_scan();
-  }
-  if (lyn_watch_errand_take(&errands->location, now)) {
-    lyn_watch_source_locate(now);
-  }
+  lyn_watch_source_send(errands, scan_asked, now);
   // Last, so that who sees the first reading's end knows what else is under way.
   if (planned || reread) {
     lyn_watch_model_end_reading(lyn_watch_source->model, planned);
@@ -514,6 +627,8 @@ static void *lyn_watch_source_main(void *) {
   if (lyn_watch_source_bring_up()) {
     const lyn_watch_time_t now = steady_clock::now();
     const lyn_watch_plan_t &plan = lyn_watch_source->plan;
+    lyn_watch_model_plan(lyn_watch_source->model, plan.every, now);
+    lyn_watch_source->receiver_ready = now + LYN_WATCH_RECEIVER_START;
     lyn_watch_errands_t errands = {.reading = {.every = plan.every, .due = now},
                                    .scan = {.every = plan.scan, .due = now},
                                    .location = {.every = plan.locate, .due = now}};
@@ -529,6 +644,7 @@ static void *lyn_watch_source_main(void *) {
 bool lyn_watch_source_start(lyn_watch_model_t *model, const lyn_watch_plan_t &plan) {
   lyn_watch_source->model = model;
   lyn_watch_source->plan = plan;
+  lyn_watch_model_plan(model, plan.every, {});
   pthread_t thread;
   if (pthread_create(&thread, nullptr, lyn_watch_source_main, nullptr) != 0) {
     return false;

@@ -8,10 +8,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
+#include <thread>
 
-#include "lyn_watch_json.h"
+#include "lyn_watch_lines.h"
 #include "lyn_watch_model.h"
+#include "lyn_watch_screen.h"
 #include "lyn_watch_source.h"
+#include "lyn_watch_terminal.h"
 #include "ox_lyn.h"
 
 enum { LYN_WATCH_USAGE_ERROR = 2, LYN_WATCH_NO_MODEM = 3 };
@@ -22,7 +25,11 @@ static constexpr lyn_watch_ms_t LYN_WATCH_END_PATIENCE = std::chrono::seconds(2)
 static constexpr lyn_watch_ms_t LYN_WATCH_SHORTEST = std::chrono::milliseconds(10);
 static constexpr lyn_watch_ms_t LYN_WATCH_LONGEST = std::chrono::hours(24);
 
+// How long a view may take to end once the program is told to; a terminal that was stopped takes for ever.
+static constexpr std::chrono::seconds LYN_WATCH_END_GRACE(5);
+
 struct lyn_watch_options_t {
+  bool screen = false;
   bool json = false;
   bool once = false;
   lyn_watch_plan_t plan = {.every = std::chrono::seconds(1), .scan = {}, .locate = {}};
@@ -77,6 +84,8 @@ static void lyn_watch_add_options(CLI::App *app, lyn_watch_options_t *options) {
                                          std::to_string(OX_LYN_VERSION_MINOR) + "." +
                                          std::to_string(OX_LYN_VERSION_PATCH));
   CLI::Option *json = app->add_flag("--json", options->json, "one JSON object a line: snapshots and events");
+  app->add_flag("--screen", options->screen, "the picture in the terminal, which is the view without any other")
+      ->excludes(json);
   app->add_flag("--once", options->once, "with --json: one snapshot, then end; status 3 without a modem")->needs(json);
   lyn_watch_add_duration(app, "--every", &options->plan.every, "how often the metrics are read [1s]");
   lyn_watch_add_duration(app, "--scan", &options->plan.scan, "scan for neighbours so often; without it never");
@@ -84,12 +93,23 @@ static void lyn_watch_add_options(CLI::App *app, lyn_watch_options_t *options) {
   app->add_option("--name", options->name, "of the board in records and metrics [the host's name]")->type_name("NAME");
 }
 
+// Help and version were asked for; all else is one line that names the option and what it takes.
+static int lyn_watch_end_of_options(const CLI::App &app, const CLI::ParseError &error) {
+  if (error.get_exit_code() == 0) {
+    return app.exit(error);
+  }
+  fprintf(stderr, "lyn_watch: %s\n", error.what());
+  return LYN_WATCH_USAGE_ERROR;
+}
+
 /* Output */
 
-// What module and board print is not ours to mix with records: it goes where errors go. Gives where records go.
+// What module and board print is not ours to mix with records or pictures; the diagnostic log has it, too. Gives where
+// records go; below 0: standard output is closed.
 static int lyn_watch_keep_output() {
-  const int output = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
-  dup2(STDERR_FILENO, STDOUT_FILENO);
+  const int output = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+  dup2(nowhere, STDOUT_FILENO);
   return output;
 }
 
@@ -111,7 +131,8 @@ static void *lyn_watch_wait_for_signal(void *) {
   int signal = 0;
   sigwait(&signals, &signal);
   lyn_watch_model_end(lyn_watch_model);
-  return nullptr;
+  std::this_thread::sleep_for(LYN_WATCH_END_GRACE);
+  _exit(EXIT_SUCCESS);
 }
 
 // A thread of its own waits for signals, so that they end all views in the same way.
@@ -126,26 +147,52 @@ static bool lyn_watch_catch_signals() {
 /* The program */
 
 static int lyn_watch_run_json(const lyn_watch_options_t &options, int output) {
-  const lyn_watch_json_plan_t plan = {.fd = output, .every = options.plan.every};
-  if (!options.once) {
-    return lyn_watch_json_run(lyn_watch_model, plan) ? EXIT_SUCCESS : EXIT_FAILURE;
+  switch (options.once ? lyn_watch_lines_once(lyn_watch_model, output)
+                       : lyn_watch_lines_run(lyn_watch_model, options.plan.every, output)) {
+    case LYN_WATCH_LINES_DONE:
+      return EXIT_SUCCESS;
+    case LYN_WATCH_LINES_NO_MODEM:
+      fputs("lyn_watch: no modem\n", stderr);
+      return LYN_WATCH_NO_MODEM;
+    case LYN_WATCH_LINES_FAILED:
+      break;
   }
-  if (!lyn_watch_json_once(lyn_watch_model, plan)) {
-    fputs("lyn_watch: no modem\n", stderr);
-    return LYN_WATCH_NO_MODEM;
-  }
-  return EXIT_SUCCESS;
+  return EXIT_FAILURE;
 }
 
-static int lyn_watch_run(const lyn_watch_options_t &options) {
-  const int output = lyn_watch_keep_output();
+static bool lyn_watch_wants_screen(const lyn_watch_options_t &options) {
+  return options.screen || !options.json;
+}
+
+static int lyn_watch_run_screen(const lyn_watch_options_t &options) {
+  const lyn_watch_screen_plan_t plan = {.every = options.plan.every, .scan = lyn_watch_source_scan};
+  const bool drawn = lyn_watch_screen_run(lyn_watch_model, plan);
+  lyn_watch_model_end(lyn_watch_model);
+  return drawn ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+// Threads and views; `output` is where records go.
+static int lyn_watch_run_views(const lyn_watch_options_t &options, int output) {
   lyn_watch_model_init(lyn_watch_model, options.name.empty() ? lyn_watch_host_name() : options.name);
   if (!lyn_watch_catch_signals() || !lyn_watch_source_start(lyn_watch_model, options.plan)) {
     fputs("lyn_watch: no thread to be had\n", stderr);
     return EXIT_FAILURE;
   }
-  const int status = lyn_watch_run_json(options, output);
+  const int status =
+      lyn_watch_wants_screen(options) ? lyn_watch_run_screen(options) : lyn_watch_run_json(options, output);
   lyn_watch_source_stop(LYN_WATCH_END_PATIENCE);
+  return status;
+}
+
+static int lyn_watch_run(const lyn_watch_options_t &options) {
+  if (!lyn_watch_wants_screen(options)) {
+    return lyn_watch_run_views(options, lyn_watch_keep_output());
+  }
+  if (const int status = lyn_watch_terminal_borrow(); status != 0) {
+    return status;
+  }
+  const int status = lyn_watch_run_views(options, -1);
+  lyn_watch_terminal_return();
   return status;
 }
 
@@ -156,7 +203,7 @@ static int lyn_watch_main(int argc, char **argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
-    return app.exit(error) == 0 ? EXIT_SUCCESS : LYN_WATCH_USAGE_ERROR;
+    return lyn_watch_end_of_options(app, error);
   }
   return lyn_watch_run(options);
 }
