@@ -286,6 +286,7 @@ static void lyn_watch_screen_draw_signal(const lyn_watch_screen_t &screen, lyn_w
   }
 }
 
+// One line, or as many as a plot has, for each item; a radio that does not have it leaves its half empty.
 static void lyn_watch_screen_draw_signals(const lyn_watch_screen_t &screen) {
   for (const lyn_watch_radio_e radio : {LYN_WATCH_LTE, LYN_WATCH_NR5G}) {
     const lyn_watch_place_t place = lyn_watch_screen_panel(screen, radio, screen.layout.signals);
@@ -293,15 +294,11 @@ static void lyn_watch_screen_draw_signals(const lyn_watch_screen_t &screen) {
     lyn_watch_screen_put(screen, {place.line, place.column, 8}, lyn_watch_radio_label(radio), LYN_WATCH_HEADING);
   }
   int line = screen.layout.signals + 1;
-  for (size_t item = 0; item < lyn_watch_items.size(); ++item) {
-    if (lyn_watch_items[item].history) {
-      for (const lyn_watch_radio_e radio : {LYN_WATCH_LTE, LYN_WATCH_NR5G}) {
-        if (screen.view.history.contains({item, radio})) {
-          lyn_watch_screen_draw_signal(screen, lyn_watch_screen_panel(screen, radio, line), {item, radio});
-        }
-      }
-      line += screen.layout.plot_lines;
-    }
+  for (auto signal = screen.view.history.begin(); signal != screen.view.history.end(); ++signal) {
+    const lyn_watch_key_t &key = signal->first;
+    lyn_watch_screen_draw_signal(screen, lyn_watch_screen_panel(screen, key.radio, line), key);
+    const auto next = std::next(signal);
+    line += next != screen.view.history.end() && next->first.item != key.item ? screen.layout.plot_lines : 0;
   }
 }
 
@@ -389,6 +386,9 @@ static std::string lyn_watch_screen_caption(const lyn_watch_screen_t &screen, co
   if (line == 0 && neighbours.at != lyn_watch_time_t()) {
     return lyn_watch_show_age(screen.view.picture.now - neighbours.at) + " old";
   }
+  if (line == 1 && neighbours.at != lyn_watch_time_t() && neighbours.cells.empty()) {
+    return "nobody";
+  }
   const bool more = neighbours.cells.size() > static_cast<size_t>(lines);
   return line == 1 && more ? std::to_string(lines) + " of " + std::to_string(neighbours.cells.size()) : "";
 }
@@ -445,6 +445,9 @@ static constexpr lyn_watch_column_t lyn_watch_data_columns[] = {
     {"rx B", 7, LYN_WATCH_RIGHT},      {"tx B", 0, LYN_WATCH_RIGHT},
 };
 
+// Wider, numbers would stand too far from the names.
+static constexpr int LYN_WATCH_DATA_WIDTH = 64;
+
 // The sum over IP families of what is known; a dash where none is.
 template <typename Get>
 static std::string lyn_watch_screen_sum(const lyn_watch_profile_t &profile, Get get) {
@@ -462,7 +465,7 @@ static std::optional<double> lyn_watch_screen_bits(const std::optional<double> &
 
 static void lyn_watch_screen_draw_profile(const lyn_watch_screen_t &screen, lyn_watch_place_t place,
                                           std::span<const lyn_watch_column_t> columns,
-                                          const lyn_watch_profile_t &profile) {
+                                          const lyn_watch_profile_t &profile, lyn_watch_style_e style) {
   using lyn_watch_number_t = std::optional<double>;
   const std::string texts[] = {
       std::to_string(profile.index) + " " + (profile.apn.empty() ? LYN_WATCH_DASH : profile.apn),
@@ -470,7 +473,18 @@ static void lyn_watch_screen_draw_profile(const lyn_watch_screen_t &screen, lyn_
       lyn_watch_screen_sum(profile, [](const auto &traffic) { return lyn_watch_screen_bits(traffic.tx_rate); }),
       lyn_watch_screen_sum(profile, [](const auto &traffic) { return lyn_watch_number_t(traffic.stats.bytes_rx); }),
       lyn_watch_screen_sum(profile, [](const auto &traffic) { return lyn_watch_number_t(traffic.stats.bytes_tx); })};
-  lyn_watch_screen_put_row(screen, place, columns, texts, LYN_WATCH_PLAIN);
+  lyn_watch_screen_put_row(screen, place, columns, texts, style);
+}
+
+// The oldest of all counters; none: none is older than it may be.
+static std::optional<std::string> lyn_watch_screen_data_age(const lyn_watch_screen_t &screen) {
+  lyn_watch_time_t oldest = screen.view.picture.now;
+  for (const lyn_watch_profile_t &profile : screen.view.picture.profiles) {
+    for (const std::optional<lyn_watch_traffic_t> &traffic : profile.traffic) {
+      oldest = traffic ? std::min(oldest, traffic->at) : oldest;
+    }
+  }
+  return lyn_watch_screen_age(screen, oldest);
 }
 
 static void lyn_watch_screen_draw_data(const lyn_watch_screen_t &screen) {
@@ -478,7 +492,12 @@ static void lyn_watch_screen_draw_data(const lyn_watch_screen_t &screen) {
   lyn_watch_place_t place = lyn_watch_screen_panel(screen, LYN_WATCH_LTE, screen.layout.data);
   lyn_watch_column_t columns[std::size(lyn_watch_data_columns)];
   std::ranges::copy(lyn_watch_data_columns, columns);
+  lyn_watch_screen_put(screen, place, "", LYN_WATCH_HEADING);
+  place.width = std::min(place.width, LYN_WATCH_DATA_WIDTH);
   columns[0].width += place.width - (LYN_WATCH_LEAST_COLUMNS - 2) / 2;
+  const auto age = lyn_watch_screen_data_age(screen);
+  const std::string heading = age ? "Data " + *age : columns[0].heading;
+  columns[0].heading = heading.c_str();
   lyn_watch_screen_put_headings(screen, place, columns);
   const auto lines = static_cast<size_t>(screen.layout.events - screen.layout.data - 1);
   ++place.line;
@@ -486,7 +505,7 @@ static void lyn_watch_screen_draw_data(const lyn_watch_screen_t &screen) {
     lyn_watch_screen_put(screen, place, LYN_WATCH_DASH, LYN_WATCH_PLAIN);
   }
   for (size_t i = 0; i < std::min(lines, profiles.size()); ++i) {
-    lyn_watch_screen_draw_profile(screen, place, columns, profiles[i]);
+    lyn_watch_screen_draw_profile(screen, place, columns, profiles[i], age ? LYN_WATCH_OLD : LYN_WATCH_PLAIN);
     ++place.line;
   }
 }
@@ -582,7 +601,8 @@ static void lyn_watch_screen_draw_keys(const lyn_watch_screen_t &screen) {
   }
   lyn_watch_screen_put(screen, {screen.layout.keys, 0, COLS}, names, LYN_WATCH_TITLE);
   const std::string doing = std::string(picture.scanning ? "scanning  " : "") + (picture.locating ? "locating  " : "");
-  lyn_watch_screen_put(screen, {screen.layout.keys, COLS - 31, 22}, doing, LYN_WATCH_TITLE, LYN_WATCH_RIGHT);
+  const std::string &right = doing.empty() ? screen.plan.address : doing;
+  lyn_watch_screen_put(screen, {screen.layout.keys, 44, COLS - 53}, right, LYN_WATCH_TITLE, LYN_WATCH_RIGHT);
   if (screen.paused) {
     lyn_watch_screen_put(screen, {screen.layout.keys, COLS - 9, 8}, " PAUSED", LYN_WATCH_ALARM);
   }

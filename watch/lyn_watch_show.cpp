@@ -63,7 +63,7 @@ struct lyn_watch_shower_t {
   std::string operator()(std::monostate) const { return LYN_WATCH_DASH; }
   std::string operator()(bool flag) const { return flag ? "yes" : "no"; }
   std::string operator()(int64_t number) const { return lyn_watch_show_number(item, static_cast<double>(number)); }
-  std::string operator()(double number) const { return prefix + lyn_watch_format("%g", number); }
+  std::string operator()(double number) const { return prefix + lyn_watch_format("%.8g", number); }
   std::string operator()(const std::string &text) const { return text; }
   std::string operator()(const std::vector<double> &numbers) const { return lyn_watch_join(numbers, "/", *this); }
   std::string operator()(const std::vector<int64_t> &numbers) const { return lyn_watch_join(numbers, "/", *this); }
@@ -197,13 +197,28 @@ static void lyn_watch_line_put(lyn_watch_line_t *line, lyn_watch_key_t key, std:
   place->second = std::move(value);
 }
 
+static bool lyn_watch_line_is_routine(const lyn_watch_event_kind_t *kind) {
+  return kind == nullptr || kind->record_type == OX_LYN_RECORD_ASYNC_E;
+}
+
+// The line at the end that an event goes into: one of its kind where nothing rare came since, else a new one.
+static lyn_watch_line_t *lyn_watch_lines_last(lyn_watch_lines_t *lines, const lyn_watch_event_kind_t *kind) {
+  std::deque<lyn_watch_line_t> &all = lines->lines;
+  auto line = all.rbegin();
+  while (line != all.rend() && line->kind != kind && lyn_watch_line_is_routine(line->kind)) {
+    ++line;
+  }
+  if (lyn_watch_line_is_routine(kind) && line != all.rend() && line->kind == kind) {
+    std::rotate(all.rbegin(), line, std::next(line));
+  } else {
+    all.push_back({.time = {}, .kind = kind, .text = {}, .values = {}});
+  }
+  return &all.back();
+}
+
 static void lyn_watch_lines_add(lyn_watch_lines_t *lines, const lyn_watch_event_t &event) {
   const std::optional<lyn_watch_key_t> key = lyn_watch_measures(event);
-  const bool goes_on = key && !lines->lines.empty() && lines->lines.back().text.empty();
-  if (!goes_on) {
-    lines->lines.push_back({.time = event.time, .text = {}, .values = {}});
-  }
-  lyn_watch_line_t *line = &lines->lines.back();
+  lyn_watch_line_t *line = lyn_watch_lines_last(lines, key ? nullptr : event.kind);
   line->time = event.time;
   if (key) {
     lyn_watch_line_put(line, *key, lyn_watch_show_value(*key, event.fields.front().second, false));

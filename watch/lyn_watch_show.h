@@ -47,14 +47,18 @@ struct lyn_watch_clipped_t {
 };
 lyn_watch_clipped_t lyn_watch_clip(const std::string &text, int width, bool utf8);
 
-/** One event, or a run of measurements: of each item its newest value. */
+/** One event, or measurements: of each item the newest value. */
 struct lyn_watch_line_t {
   lyn_watch_utc_t time;
-  std::string text;                                             // empty: a run of measurements
+  const lyn_watch_event_kind_t *kind;  // null: measurements
+  std::string text;
   std::vector<std::pair<lyn_watch_key_t, std::string>> values;  // in the order of radios and items
 };
 
-/** What happened, the newest last, as far as a screen can show it. */
+/**
+ * What happened, the newest last, as far as a screen can show it. What comes again and again, measurements and answers
+ * to what was asked for, has a line each behind what came last of anything else: it does not push out what is rare.
+ */
 struct lyn_watch_lines_t {
   std::deque<lyn_watch_line_t> lines;
   uint64_t last = 0;  // id of the newest event that is in it

@@ -26,7 +26,7 @@
 #include <new>
 #include <utility>
 
-enum { LYN_WATCH_KEPT_TEXT = 16 << 10 };
+enum { LYN_WATCH_KEPT_TEXT = 16 << 10, LYN_WATCH_LONGEST_SEQUENCE = 16 };
 
 // How long the end waits for a terminal that takes no output; then it is left to the child.
 static constexpr lyn_watch_ms_t LYN_WATCH_OUTPUT_PATIENCE = std::chrono::seconds(1);
@@ -296,9 +296,8 @@ void lyn_watch_terminal_close() {
   loan->open = false;
 }
 
-void lyn_watch_terminal_return() {
-  fflush(stdout);
-  lyn_watch_terminal->loan->done = true;
+void lyn_watch_terminal_return(bool well) {
+  lyn_watch_terminal->loan->done = well;
   dup2(lyn_watch_terminal->terminal, STDOUT_FILENO);
   if (lyn_watch_terminal->errors >= 0) {
     dup2(lyn_watch_terminal->errors, STDERR_FILENO);
@@ -316,29 +315,38 @@ bool lyn_watch_terminal_has_colours() {
 
 /* Keys */
 
+static lyn_watch_keys_t::state_e lyn_watch_keys_after_escape(char octet) {
+  return octet == '['   ? lyn_watch_keys_t::SEQUENCE
+         : octet == 'O' ? lyn_watch_keys_t::SHIFTED
+                        : lyn_watch_keys_t::GROUND;
+}
+
+static void lyn_watch_keys_continue(lyn_watch_keys_t *keys, char octet) {
+  keys->sequence += octet;
+  const bool parameter = octet >= ' ' && octet < '@';
+  if (!parameter || keys->sequence.size() > LYN_WATCH_LONGEST_SEQUENCE) {
+    keys->pasting = keys->sequence == "200~" || (keys->pasting && keys->sequence != "201~");
+    keys->state = lyn_watch_keys_t::GROUND;
+  }
+}
+
 static char lyn_watch_keys_take_octet(lyn_watch_keys_t *keys, char octet) {
-  const auto in_ground = [&] {
-    keys->state = octet == '\033' ? lyn_watch_keys_t::ESCAPE : lyn_watch_keys_t::GROUND;
-    return octet == '\033' || keys->pasting ? '\0' : octet;
-  };
   switch (keys->state) {
     case lyn_watch_keys_t::GROUND:
-      return in_ground();
-    case lyn_watch_keys_t::ESCAPE:
+      if (octet != '\033') {
+        return keys->pasting ? '\0' : octet;
+      }
+      keys->state = lyn_watch_keys_t::ESCAPE;
       keys->sequence.clear();
-      keys->state = octet == '['   ? lyn_watch_keys_t::SEQUENCE
-                    : octet == 'O' ? lyn_watch_keys_t::SHIFTED
-                                   : lyn_watch_keys_t::GROUND;
+      break;
+    case lyn_watch_keys_t::ESCAPE:
+      keys->state = lyn_watch_keys_after_escape(octet);
       break;
     case lyn_watch_keys_t::SHIFTED:
       keys->state = lyn_watch_keys_t::GROUND;
       break;
     case lyn_watch_keys_t::SEQUENCE:
-      keys->sequence += octet;
-      if (octet >= '@' && octet <= '~') {
-        keys->pasting = keys->sequence == "200~" || (keys->pasting && keys->sequence != "201~");
-        keys->state = lyn_watch_keys_t::GROUND;
-      }
+      lyn_watch_keys_continue(keys, octet);
       break;
   }
   return '\0';

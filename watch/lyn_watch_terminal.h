@@ -9,7 +9,7 @@
 //     lyn_watch_terminal_open();                                          // from here on ncurses draws
 //     ...
 //     lyn_watch_terminal_close();
-//     lyn_watch_terminal_return();
+//     lyn_watch_terminal_return(true);
 //
 // All of it is called from one thread.
 #ifndef LYN_WATCH_TERMINAL_H
@@ -36,8 +36,8 @@ bool lyn_watch_terminal_open();
 /** The screen as it was before, the settings as they were. */
 void lyn_watch_terminal_close();
 
-/** Standard output and error as they were, too; the child ends. */
-void lyn_watch_terminal_return();
+/** Standard output and error as they were, too; the child ends, and shows what it has kept unless all went `well`. */
+void lyn_watch_terminal_return(bool well);
 
 /** Whether the terminal takes output; while it was told to stop, who writes to it waits. */
 bool lyn_watch_terminal_takes_output();

@@ -10,6 +10,7 @@
 #include <optional>
 #include <thread>
 
+#include "lyn_watch_http.h"
 #include "lyn_watch_lines.h"
 #include "lyn_watch_model.h"
 #include "lyn_watch_screen.h"
@@ -33,6 +34,7 @@ struct lyn_watch_options_t {
   bool json = false;
   bool once = false;
   lyn_watch_plan_t plan = {.every = std::chrono::seconds(1), .scan = {}, .locate = {}};
+  lyn_watch_http_plan_t http;
   std::string name;
 };
 
@@ -74,6 +76,11 @@ static void lyn_watch_add_duration(CLI::App *app, const char *option, lyn_watch_
       ->type_name("TIME");
 }
 
+static std::string lyn_watch_check_serve(const std::string &text) {
+  lyn_watch_http_plan_t plan;
+  return lyn_watch_http_parse(text, &plan) ? "" : "takes [ADDR:]PORT, such as 9750 or [::1]:9750; got '" + text + "'";
+}
+
 static std::string lyn_watch_host_name() {
   char name[256] = {};
   return gethostname(name, sizeof(name) - 1) == 0 ? name : "";
@@ -90,6 +97,11 @@ static void lyn_watch_add_options(CLI::App *app, lyn_watch_options_t *options) {
   lyn_watch_add_duration(app, "--every", &options->plan.every, "how often the metrics are read [1s]");
   lyn_watch_add_duration(app, "--scan", &options->plan.scan, "scan for neighbours so often; without it never");
   lyn_watch_add_duration(app, "--locate", &options->plan.locate, "find the location so often; without it never");
+  app->add_option_function<std::string>(
+         "--serve", [options](const std::string &text) { lyn_watch_http_parse(text, &options->http); },
+         "metrics and JSON over HTTP; ADDR is 127.0.0.1 unless given, port 0 takes a free one")
+      ->check(lyn_watch_check_serve)
+      ->type_name("[ADDR:]PORT");
   app->add_option("--name", options->name, "of the board in records and metrics [the host's name]")->type_name("NAME");
 }
 
@@ -160,45 +172,69 @@ static int lyn_watch_run_json(const lyn_watch_options_t &options, int output) {
   return EXIT_FAILURE;
 }
 
-static bool lyn_watch_wants_screen(const lyn_watch_options_t &options) {
-  return options.screen || !options.json;
+static int lyn_watch_run_screen(const lyn_watch_options_t &options, const std::string &address) {
+  const lyn_watch_screen_plan_t plan = {.every = options.plan.every, .scan = lyn_watch_source_scan, .address = address};
+  if (!lyn_watch_screen_run(lyn_watch_model, plan)) {
+    fputs("lyn_watch: the terminal cannot be drawn on\n", stderr);
+    return EXIT_FAILURE;
+  }
+  return EXIT_SUCCESS;
 }
 
-static int lyn_watch_run_screen(const lyn_watch_options_t &options) {
-  const lyn_watch_screen_plan_t plan = {.every = options.plan.every, .scan = lyn_watch_source_scan};
-  const bool drawn = lyn_watch_screen_run(lyn_watch_model, plan);
-  lyn_watch_model_end(lyn_watch_model);
-  return drawn ? EXIT_SUCCESS : EXIT_FAILURE;
+// Served alone, until the model ends.
+static int lyn_watch_run_nothing() {
+  while (lyn_watch_model_wait(lyn_watch_model, UINT64_MAX, UINT64_MAX,
+                              std::chrono::steady_clock::now() + std::chrono::hours(1))) {
+  }
+  return EXIT_SUCCESS;
 }
 
-// Threads and views; `output` is where records go.
-static int lyn_watch_run_views(const lyn_watch_options_t &options, int output) {
+static bool lyn_watch_serves(const lyn_watch_options_t &options) {
+  return !options.http.port.empty();
+}
+
+static bool lyn_watch_draws(const lyn_watch_options_t &options) {
+  return options.screen || (!options.json && !lyn_watch_serves(options));
+}
+
+// Threads and views; `output` is where records go, `address` where it serves.
+static int lyn_watch_run_views(const lyn_watch_options_t &options, int output, const std::string &address) {
   lyn_watch_model_init(lyn_watch_model, options.name.empty() ? lyn_watch_host_name() : options.name);
-  if (!lyn_watch_catch_signals() || !lyn_watch_source_start(lyn_watch_model, options.plan)) {
+  if (!lyn_watch_catch_signals() || (lyn_watch_serves(options) && !lyn_watch_http_start(lyn_watch_model)) ||
+      !lyn_watch_source_start(lyn_watch_model, options.plan)) {
     fputs("lyn_watch: no thread to be had\n", stderr);
     return EXIT_FAILURE;
   }
-  const int status =
-      lyn_watch_wants_screen(options) ? lyn_watch_run_screen(options) : lyn_watch_run_json(options, output);
+  const int status = lyn_watch_draws(options) ? lyn_watch_run_screen(options, address)
+                     : options.json           ? lyn_watch_run_json(options, output)
+                                              : lyn_watch_run_nothing();
+  lyn_watch_model_end(lyn_watch_model);  // where a view ended by itself
+  lyn_watch_http_stop(LYN_WATCH_END_PATIENCE);
   lyn_watch_source_stop(LYN_WATCH_END_PATIENCE);
   return status;
 }
 
 static int lyn_watch_run(const lyn_watch_options_t &options) {
-  if (!lyn_watch_wants_screen(options)) {
-    return lyn_watch_run_views(options, lyn_watch_keep_output());
+  // Ahead of the picture, while standard error can be read.
+  const std::string address = lyn_watch_serves(options) ? lyn_watch_http_open(options.http) : "";
+  if (lyn_watch_serves(options) && address.empty()) {
+    return EXIT_FAILURE;
+  }
+  if (!lyn_watch_draws(options)) {
+    return lyn_watch_run_views(options, lyn_watch_keep_output(), address);
   }
   if (const int status = lyn_watch_terminal_borrow(); status != 0) {
     return status;
   }
-  const int status = lyn_watch_run_views(options, -1);
-  lyn_watch_terminal_return();
+  const int status = lyn_watch_run_views(options, -1, address);
+  lyn_watch_terminal_return(status == EXIT_SUCCESS);
   return status;
 }
 
 static int lyn_watch_main(int argc, char **argv) {
   CLI::App app("The live picture of a cellular modem board.", "lyn_watch");
   lyn_watch_options_t options;
+  options.http.machine = lyn_watch_host_name();
   lyn_watch_add_options(&app, &options);
   try {
     app.parse(argc, argv);

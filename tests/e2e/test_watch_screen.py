@@ -1,9 +1,12 @@
 # SPDX-License-Identifier: Apache-2.0
 """The live picture in a terminal: it shows what the scenario measures, and leaves the terminal as it was found."""
+import fcntl
 import os
 import re
 import signal
 import subprocess
+import termios
+import time
 
 import pytest
 
@@ -72,7 +75,7 @@ def still(lines):
 
 
 def test_a_quiet_board_at_80x24(watch):
-    with watch.screen(scenario=QUIET, env={"LYN_TEST": "1"}) as screen:
+    with watch.screen(scenario=QUIET) as screen:
         up(screen)
         assert still(screen.lines)[1:] == QUIET_80
         assert re.fullmatch(r" lyn_watch  \S+ +modem up    lte_nr5g          answer [01]s old   \d\d:\d\d:\d\d ",
@@ -174,7 +177,7 @@ def test_neighbours_come_after_the_key(watch):
         assert cells(screen.lines[15]) == ("-", "-")
         screen.press("s")
         screen.wait_for(lambda _: screen.screen.display[15].startswith("scanning"))
-        assert "scanning" in screen.line(23)
+        screen.wait_for(lambda _: "scanning" in screen.screen.display[23])
         screen.wait_for("2079167")
         screen.settle()
         [strongest, second] = screen.lines[15:17]
@@ -338,7 +341,7 @@ def test_help_comes_and_goes(watch):
             screen.wait_for("q        quit, as Ctrl-C does")
             screen.press(key)
             screen.wait_for(lambda _: "Ctrl-C" not in "\n".join(screen.screen.display))
-        assert still(screen.lines)[1:] == QUIET_80
+        screen.wait_for(lambda _: still(screen.screen.display)[1:] == QUIET_80)
 
 
 def test_a_paused_picture_stands_still_and_reading_goes_on(watch):
@@ -350,12 +353,13 @@ def test_a_paused_picture_stands_still_and_reading_goes_on(watch):
         marker = len(screen.raw)
         screen.resize(100, 30)
         screen.wait_for(lambda _: screen.screen.display[29].startswith(" h help"))
+        screen.wait_quiet()
         assert screen.lines[0].split()[-1] == before[0].split()[-1] and len(screen.raw) > marker
         wait_measured(screen, -111)
         assert "-111" not in screen.text and "PAUSED" in screen.text
         screen.press(" ")
         screen.wait_for(lambda _: re.match(r"RSRP +-111 dBm", screen.screen.display[2]))
-        assert "PAUSED" not in screen.text
+        screen.wait_for(lambda _: "PAUSED" not in screen.screen.display[29])
 
 
 def wait_measured(screen, rsrp):
@@ -475,24 +479,48 @@ def test_a_shell_stops_and_resumes_the_picture(watch):
         assert screen.settings() == cooked and screen.leftovers() == []
 
 
+def picture_of(shell):
+    """The process that the shell has started."""
+    return int(subprocess.run(["pgrep", "-P", str(shell.launch.pid())], capture_output=True, text=True, check=True).stdout)
+
+
+def test_a_picture_that_was_stopped_without_warning_is_drawn_anew(watch):
+    with watch.shell(scenario=QUIET) as screen:
+        screen.wait_for("prompt>")
+        cooked = screen.settings()
+        screen.press("lyn_watch\n")
+        up(screen)
+        drawn = screen.settings()
+        os.kill(picture_of(screen), signal.SIGSTOP)
+        screen.wait_for("(signal)")
+        termios.tcsetattr(screen.slave, termios.TCSANOW, cooked)
+        screen.press("fg; echo status=$?\n")
+        screen.wait_for(lambda _: "(signal)" not in "\n".join(screen.screen.display))
+        up(screen)
+        assert screen.lines[2].startswith("RSRP       -95 dBm") and screen.settings() == drawn
+        screen.press("q")
+        screen.wait_for("status=0")
+        assert screen.settings() == cooked and screen.leftovers() == []
+
+
 def test_a_picture_that_is_killed_leaves_the_shell_its_terminal(watch):
     with watch.shell(scenario=QUIET) as screen:
         screen.wait_for("prompt>")
         cooked = screen.settings()
         screen.press("lyn_watch; echo status=$?\n")
         up(screen)
-        picture = subprocess.run(["pgrep", "-P", str(screen.launch.pid())], capture_output=True, text=True, check=True)
-        os.kill(int(picture.stdout), signal.SIGKILL)
+        os.kill(picture_of(screen), signal.SIGKILL)
         screen.wait_for("status=137")
         screen.wait_for(lambda _: screen.leftovers() == [] and screen.settings() == cooked)
 
 
 def test_a_request_that_hangs_holds_up_no_key_and_what_is_shown_looks_old(watch):
-    scenario = LTE_ONLY + '[[fault]]\non = "nas.79"\nskip = 4\ndelay_ms = 60000\n'
+    scenario = LTE_ONLY + '[[fault]]\non = "nas.79"\nskip = 40\ndelay_ms = 60000\n'
     with watch.screen("--every", "200ms", scenario=scenario) as screen:
         up(screen)
         screen.wait_for(lambda _: re.match(r"RSRP +-95 \d+s", screen.screen.display[2]))
         screen.wait_for(lambda _: re.match(r"Cell   10607298 +\d+s ", screen.screen.display[7]))
+        screen.wait_for(lambda _: re.match(r"Data \d+s +rx b/s", screen.screen.display[17]))
         [age] = re.findall(r"answer (\d+)s old", screen.line(0))
         screen.press("h")
         screen.wait_for("Ctrl-C")
@@ -502,11 +530,18 @@ def test_a_request_that_hangs_holds_up_no_key_and_what_is_shown_looks_old(watch)
         assert screen.leftovers() == []
 
 
-def test_a_terminal_that_takes_no_output_holds_up_no_end(watch):
+@pytest.mark.parametrize("by_key", [True, False], ids=["q", "sigterm"])
+def test_a_terminal_that_takes_no_output_holds_up_no_end(watch, by_key):
     with watch.screen(scenario=QUIET) as screen:
         up(screen)
         screen.press("\x13")  # Ctrl-S
-        assert screen.terminate() == 0
+        screen.wait_quiet(1.5)  # a frame was due
+        if by_key:
+            screen.press("q")
+        else:
+            screen.launch.signal(signal.SIGTERM)
+        assert screen.process.wait(screen.timeout) == 0
+        assert ALTERNATE_OFF not in screen.raw
         screen.press("\x11")  # Ctrl-Q
         screen.wait_raw(ALTERNATE_OFF)
         screen.wait_for(lambda _: screen.leftovers() == [])

@@ -16,6 +16,8 @@
 """
 import contextlib
 import fcntl
+import functools
+import http.client
 import json
 import os
 import re
@@ -51,7 +53,7 @@ def parse(text):
 
 
 class Result(lyn.Result):
-    @property
+    @functools.cached_property
     def records(self):
         """What was printed, to the last octet."""
         assert self.console.endswith("\n") or not self.console, self.console[-200:]
@@ -108,6 +110,39 @@ class Session(lyn.Session):
             self.seen = len(records)
             time.sleep(0.01)
         raise AssertionError(f"no such record; the last ones:\n{self.console[-3000:]}\n{self.errors.text()}")
+
+    @functools.cached_property
+    def address(self):
+        """Where it serves: host and port."""
+        begin = self.errors.find(b"serving http://", 0, self.timeout)
+        assert begin and self.errors.find(b"\n", begin, self.timeout), self.errors.text()
+        host, port = re.search(r"serving http://\[?(.*?)\]?:(\d+)/\n", self.errors.text()).groups()
+        return host, int(port)
+
+    def connection(self):
+        return http.client.HTTPConnection(*self.address, timeout=self.timeout)
+
+    def get(self, path, method="GET", **headers):
+        """The answer to one request, with its text in `body`."""
+        connection = self.connection()
+        connection.request(method, path, headers={name.replace("_", "-"): value for name, value in headers.items()})
+        answer = connection.getresponse()
+        answer.body = answer.read().decode()
+        connection.close()
+        return answer
+
+    def metrics(self):
+        """One scrape: the value of each series, as text."""
+        lines = self.get("/metrics").body.splitlines()
+        return dict(line.rsplit(" ", 1) for line in lines if not line.startswith("#"))
+
+    def wait_metrics(self, matches):
+        """Scrape until `matches` holds for what came; returns that."""
+        deadline = time.monotonic() + self.timeout
+        while not matches(found := self.metrics()):
+            assert time.monotonic() < deadline, found
+            time.sleep(0.05)
+        return found
 
     def finish(self):
         return Result(**vars(super().finish()))
@@ -197,12 +232,12 @@ class Screen:
         self.wait_for(lambda screen: screen.screen.display[0] != title)
         self.wait_quiet()
 
-    def wait_quiet(self):
-        """Nothing has come for a while, which is less than a second."""
+    def wait_quiet(self, seconds=0.1):
+        """Nothing has come for a while; while the picture moves that is less than a second."""
         seen = -1
         while seen != len(self.raw):
             seen = len(self.raw)
-            time.sleep(0.1)
+            time.sleep(seconds)
 
     def press(self, keys):
         os.write(self.master, keys.encode() if isinstance(keys, str) else keys)

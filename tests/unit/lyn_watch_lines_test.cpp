@@ -116,6 +116,16 @@ TEST_F(lines_test, what_is_missed_while_the_reader_does_not_read_is_counted_wher
   EXPECT_GT(missed, 0U);
 }
 
+TEST_F(lines_test, events_stand_before_the_first_snapshot_behind_them) {
+  lyn_watch_model_plan(&model, 1h, std::chrono::steady_clock::now());
+  put_events(200);
+  lyn_watch_model_end_reading(&model, true);
+  run(1h);
+  const std::vector<json> records = read_records(201);
+  EXPECT_EQ(records[199]["id"], 200);
+  EXPECT_EQ(records[200]["type"], "snapshot");
+}
+
 TEST_F(lines_test, end_comes_though_nobody_reads_and_leaves_whole_lines) {
   put_events(LYN_WATCH_EVENTS_KEPT);
   run(1h);
