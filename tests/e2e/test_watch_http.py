@@ -146,8 +146,8 @@ def test_a_modem_that_is_gone_leaves_nothing_that_was_measured_and_comes_back(wa
     with serving(watch, "--every", "100ms", scenario=scenario) as session:
         found = session.wait_metrics(lambda found: not up(found))
         assert {re.match(r"\w+", name)[0] for name in found} == {
-            "lyn_up", "lyn_build_info", "lyn_board_info", "lyn_reading_age_seconds", "lyn_events_total",
-            "lyn_requests_total", "lyn_request_duration_seconds_bucket", "lyn_request_duration_seconds_sum",
+            "lyn_up", "lyn_build_info", "lyn_board_info", "lyn_reading_age_seconds", "lyn_cell_changes_total",
+            "lyn_events_total", "lyn_requests_total", "lyn_request_duration_seconds_bucket", "lyn_request_duration_seconds_sum",
             "lyn_request_duration_seconds_count"}
         health = session.get("/health")
         assert health.status == 503 and json.loads(health.body)["state"] == "down"
