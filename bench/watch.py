@@ -54,7 +54,6 @@ class Server:
                 time.sleep(0.05)
 
     def scrape(self):
-        """As a collector does: one connection kept open for all."""
         connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=10)
         connection.request("GET", "/metrics")
         body = connection.getresponse().read()
@@ -65,7 +64,7 @@ class Server:
         return sum(1 for line in self.scrape().splitlines() if line and not line.startswith(b"#"))
 
     def scrape_seconds(self, times):
-        """Processor time of a scrape."""
+        """Processor time of a scrape, over one connection that is kept open, as a collector does."""
         connection = http.client.HTTPConnection("127.0.0.1", self.port, timeout=10)
         begin = cpu_seconds(self.pid)
         for _ in range(times):
@@ -85,16 +84,20 @@ def board(options, port):
 
 
 def scrapes(options):
-    """What a scrape takes of the process that is scraped, a series."""
+    """What a scrape takes of the process that is scraped, and that by series; who is first alternates."""
     ours = board(options, options.port)
     theirs = Server([options.exporter, f"--web.listen-address=127.0.0.1:{options.port + 1}"], options.port + 1)
     times = 2 if options.smoke else 100
-    counts = ours.series(), theirs.series()
-    seconds = [(ours.scrape_seconds(times), theirs.scrape_seconds(times)) for _ in range(options.rounds)]
-    ours.end()
-    theirs.end()
-    report(options, "watch.scrape.us_per_series", [1e6 * mine / counts[0] for mine, _ in seconds],
-           [1e6 * other / counts[1] for _, other in seconds],
+    sides = [(ours, []), (theirs, [])]
+    for turn in range(options.rounds):
+        for server, micros in sides if turn % 2 == 0 else reversed(sides):
+            micros.append(1e6 * server.scrape_seconds(times))
+    counts = [server.series() for server, _ in sides]
+    for server, _ in sides:
+        server.end()
+    report(options, "watch.scrape.us", *(micros for _, micros in sides), "us a scrape, theirs the node exporter's")
+    report(options, "watch.scrape.us_per_series", *([value / count for value in micros]
+                                                    for (_, micros), count in zip(sides, counts)),
            f"us a series, {counts[0]} and {counts[1]} of them, theirs the node exporter's")
 
 
@@ -128,7 +131,7 @@ def main():
     parser.add_argument("--rounds", type=int, default=7)
     parser.add_argument("--smoke", action="store_true")
     options = parser.parse_args()
-    options.build = options.build.resolve()
+    options.build, options.json = options.build.resolve(), pathlib.Path(options.json).resolve()
     if options.smoke:
         options.rounds = 1
     with tempfile.TemporaryDirectory() as folder:
