@@ -233,6 +233,9 @@ static int lyn_watch_run(const lyn_watch_options_t &options) {
 
 static int lyn_watch_main(int argc, char **argv) {
   CLI::App app("The live picture of a cellular modem board.", "lyn_watch");
+  app.footer(
+      "\nA TIME is 200ms, 1s, 5m or 1h. The picture, and metrics for a collector on another machine:\n"
+      "  lyn_watch --screen --serve 0.0.0.0:9750 --scan 1m\n");
   lyn_watch_options_t options;
   options.http.machine = lyn_watch_host_name();
   lyn_watch_add_options(&app, &options);

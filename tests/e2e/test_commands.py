@@ -15,6 +15,7 @@ import time
 
 import pytest
 
+import watching
 from builds import copy_tree, make_sdk
 from lyn import AUTO_DONE, BUILD, PROMPT, ROOT, without_rights
 
@@ -60,7 +61,7 @@ def replaced(text, top):
     for name, real in {"/opt/lyn": top / "opt", "/path/to/sdk": sdk, "FILE.cfg": top / "test.cfg", "fuzz_NAME": "fuzz_ind",
                        "corpus/NAME": "corpus/ind", "total_time=600": "total_time=5"}.items():
         text = text.replace(name, str(real))
-    text = PICTURE.sub(lambda command: f"script -qec {shlex.quote(command[1])} /dev/null", text)
+    text = PICTURE.sub(lambda command: f"script -qec {shlex.quote(command[1])} /dev/null ", text)
     return HELP_ONLY.sub(knows_its_options, text)
 
 
@@ -108,3 +109,15 @@ def test_demo_runs_a_file_where_bubblewrap_is_refused(tree, tmp_path):
                           capture_output=True, text=True, check=False)
     assert done.returncode == 0 and "bwrap" not in done.stderr, done.stderr
     assert "[Registration Status] - 6\n" in done.stdout and done.stdout.endswith(AUTO_DONE)
+
+
+def test_watch_shows_a_drive_live(tree, tmp_path):
+    """As a newcomer types it, in a terminal: what the first rows of the drive measure, one after the other."""
+    watch = watching.Watch(tmp_path)
+    watch.program = [tree / "tools/watch"]
+    with watch.screen(env={"LYN_SIM_SCENARIO": None}, timeout=120) as screen:
+        rows = (ROOT / "scenarios/motorway_drive.csv").read_text(encoding="utf-8").splitlines()[2:5]
+        for row in rows:
+            screen.wait_for(f"RSRP {float(row.split(',')[7]):9.0f} dBm")
+        screen.press("q")
+        assert screen.wait() == 0

@@ -171,7 +171,8 @@ def test_installed_demo_uses_the_shared_library_and_runs_wherever_it_lies(tmp_pa
 def test_installed_live_picture_uses_the_shared_library_and_runs_wherever_it_lies(prefix):
     if not watch_is_built():
         pytest.skip("lyn_watch is not built: its libraries are not installed for this processor")
-    assert {"share/man/man1/lyn_watch.1", "lib/systemd/system/lyn_watch.service"} < set(files(prefix))
+    assert {"share/man/man1/lyn_watch.1", "share/lyn/lyn_watch.schema.json",
+            "lib/systemd/system/lyn_watch.service"} < set(files(prefix))
     assert "liblyn.so.0" in dynamic(prefix / "bin/lyn_watch", "NEEDED")
     record = json.loads(run(prefix / "bin/lyn_watch", "--json", "--once"))
     assert record["registration"] == "lte_nr5g"

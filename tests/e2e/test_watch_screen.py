@@ -1,12 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
 """The live picture in a terminal: it shows what the scenario measures, and leaves the terminal as it was found."""
-import fcntl
 import os
 import re
 import signal
 import subprocess
 import termios
-import time
 
 import pytest
 
