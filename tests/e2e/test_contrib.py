@@ -105,7 +105,7 @@ def promtool_with(folder, rules_text):
 
 BROKEN = [('up{job="lyn"} == 0', 'up{job="lyn"} == 1'), ("lyn_up == 0", "lyn_up == 2"),
           ("no_service|power_save|limited|", "no_service|"), ("[10m]) > 6", "[10m]) > 3"),
-          ("last_week - 6", "last_week - 3"), ("offset 1h", "offset 1w"), ("rate(lyn_receive", "increase(lyn_receive"),
+          ("last_week - 6", "last_week - 3"), (" offset 1h", ""), ("[1w]", "[1h]"), ("rate(lyn_receive", "increase(lyn_receive"),
           ("count by (job) (lyn_up", "count by (instance) (lyn_up")]
 
 
