@@ -8,35 +8,22 @@ The size of code is also that of --arm64=BUILD, where the cross compiler is inst
 """
 import argparse
 import glob
-import json
 import os
 import pathlib
 import select
 import shutil
-import statistics
 import subprocess
 import sys
 import tempfile
 import time
+
+from figures import report
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 ARM64_TOOLS = "aarch64-linux-gnu-"
 GOAL_CODE = 200 * 1024
 GOAL_RSS_KIB = 1024
 GOAL_LINES = 100000
-
-
-def report(options, name, ours, theirs, unit):
-    ratios = [mine / other for mine, other in zip(ours, theirs)]
-    ratio = statistics.median(ratios)
-    mine, other = statistics.median(ours), statistics.median(theirs)
-    low, high = min(ratios), max(ratios)
-    q1, _, q3 = statistics.quantiles(ratios, n=4, method="inclusive") if len(ratios) > 1 else [ratio] * 3
-    print(f"{name} {ratio:.3f} ({mine:.6g} {other:.6g} {unit}) [{low:.3f}, {q1:.3f}..{q3:.3f}, {high:.3f}]", flush=True)
-    with open(options.json, "a", encoding="utf-8") as out:
-        row = {"name": name, "ratio": ratio, "ours": mine, "theirs": other, "unit": unit, "min": low, "q1": q1,
-               "q3": q3, "max": high, "rounds": len(ratios)}
-        out.write(json.dumps(row) + "\n")
 
 
 def loaded_size(path, tools):

@@ -26,7 +26,7 @@ lyn_packages_long=("${lyn_packages_package[@]}" "${lyn_packages_cross[@]}" mmdeb
 
 # What the benchmarks compare with, and what counts instructions; the programs build without them.
 lyn_packages_bench=(
-  "${lyn_packages_demo[@]}" bubblewrap
+  "${lyn_packages_watch[@]}" bubblewrap
   python3 valgrind binutils dbus-daemon libsystemd-dev libglib2.0-dev libboost-dev libuv1-dev libconcurrentqueue-dev
   libfmt-dev
 )
@@ -100,11 +100,16 @@ need_packages() {
   die "these packages cannot be installed: ${refused[*]}"
 }
 
+# unpacked PACKAGE PROGRAM: where the program is, installed or by need_unpacked.
+unpacked() {
+  command -v "$2" || printf '%s\n' "$lyn_root/build/$1/usr/bin/$2"
+}
+
 # need_unpacked PACKAGE PROGRAM: a program out of a package whose installation would start a service: where it is not
 # installed it lies in build/PACKAGE/usr/bin, or this ends with one line.
 need_unpacked() {
   local name=$1 program=$2 work
-  if command -v "$program" >/dev/null || [ -x "$lyn_root/build/$name/usr/bin/$program" ]; then
+  if [ -x "$(unpacked "$name" "$program")" ]; then
     return
   fi
   if ! command -v dpkg-query >/dev/null; then

@@ -316,6 +316,15 @@ static void lyn_watch_expose_infos(const lyn_watch_picture_t &picture, lyn_watch
   }
 }
 
+static void lyn_watch_expose_cell_changes(const lyn_watch_picture_t &picture, lyn_watch_families_t *families) {
+  MetricFamily family =
+      lyn_watch_family("lyn_cell_changes_total", "How often the serving cell became another one.", MetricType::Counter);
+  for (const lyn_watch_radio_e radio : {LYN_WATCH_LTE, LYN_WATCH_NR5G}) {
+    lyn_watch_add(&family, lyn_watch_radio_labels(radio), static_cast<double>(picture.cell_changes[radio]));
+  }
+  lyn_watch_keep(families, std::move(family));
+}
+
 static void lyn_watch_expose_events(const lyn_watch_picture_t &picture, lyn_watch_families_t *families) {
   MetricFamily family =
       lyn_watch_family("lyn_events_total", "Indications and asynchronous answers of the modem.", MetricType::Counter);
@@ -367,6 +376,7 @@ lyn_watch_families_t lyn_watch_metrics_families(const lyn_watch_picture_t &pictu
     lyn_watch_expose_traffic(picture, &families);
     lyn_watch_expose_location(picture, &families);
   }
+  lyn_watch_expose_cell_changes(picture, &families);
   lyn_watch_expose_events(picture, &families);
   lyn_watch_expose_requests(picture, &families);
   lyn_watch_expose_durations(picture, &families);

@@ -181,8 +181,34 @@ void lyn_watch_model_set_locating(lyn_watch_model_t *model, bool locating) {
   lyn_watch_model_note_change(model);
 }
 
+static bool lyn_watch_model_other_cell(const lyn_watch_cell_t &before, const lyn_watch_cell_t &after) {
+  const auto both = [&](lyn_watch_value_t lyn_watch_cell_t::*value) {
+    return lyn_watch_measured(before.*value) && lyn_watch_measured(after.*value);
+  };
+  return both(&lyn_watch_cell_t::cgi) ? before.cgi != after.cgi
+                                      : both(&lyn_watch_cell_t::pci) && before.pci != after.pci;
+}
+
+// At the end of a reading, as CGI and PCI are read one after the other.
+static void lyn_watch_model_note_cell(lyn_watch_model_t *model, lyn_watch_radio_e radio) {
+  const auto value = [&](const char *name) {
+    return model->picture.items[lyn_watch_key(radio, name).item][radio].value;
+  };
+  const lyn_watch_cell_t now = {.cgi = value("cgi"), .pci = value("pci")};
+  lyn_watch_cell_t *cell = &model->cells[radio];
+  if (lyn_watch_model_other_cell(*cell, now)) {
+    ++model->picture.cell_changes[radio];
+    *cell = now;
+  }
+  cell->cgi = lyn_watch_measured(now.cgi) ? now.cgi : cell->cgi;
+  cell->pci = lyn_watch_measured(now.pci) ? now.pci : cell->pci;
+}
+
 void lyn_watch_model_end_reading(lyn_watch_model_t *model, bool planned) {
   const std::lock_guard lock(model->mutex);
+  for (const lyn_watch_radio_e radio : {LYN_WATCH_LTE, LYN_WATCH_NR5G}) {
+    lyn_watch_model_note_cell(model, radio);
+  }
   model->picture.readings += planned ? 1 : 0;
   model->picture.read = model->picture.state == LYN_WATCH_UP;
   lyn_watch_model_note_change(model);

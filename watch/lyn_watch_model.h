@@ -107,6 +107,12 @@ struct lyn_watch_event_t {
   std::shared_ptr<const lyn_watch_location_t> location{};  // the last one then; null: there was none
 };
 
+/** What tells a radio's serving cells apart; none of a value that was never measured there. */
+struct lyn_watch_cell_t {
+  lyn_watch_value_t cgi;
+  lyn_watch_value_t pci;
+};
+
 /** How often each request was answered with which status; by the request's name and the status. */
 using lyn_watch_requests_t = std::map<std::pair<std::string_view, int32_t>, uint64_t>;
 
@@ -132,6 +138,7 @@ struct lyn_watch_picture_t {
   std::vector<lyn_watch_profile_t> profiles;
   std::optional<lyn_watch_location_t> location;
   std::vector<uint64_t> event_counts;  // in the order of the table of kinds
+  std::array<uint64_t, LYN_WATCH_RADIOS> cell_changes{};
   lyn_watch_requests_t requests;
   lyn_watch_durations_t durations;
   uint64_t readings = 0;    // how often all items were read, as planned
@@ -147,8 +154,9 @@ struct lyn_watch_model_t {
   lyn_watch_picture_t picture;
   std::map<lyn_watch_key_t, lyn_watch_history_t> history;  // of the items that are measured
   std::deque<lyn_watch_event_t> events;
-  std::shared_ptr<const lyn_watch_location_t> place;  // the location, as events have it
-  uint64_t changes = 0;                               // counts every change
+  std::shared_ptr<const lyn_watch_location_t> place;     // the location, as events have it
+  std::array<lyn_watch_cell_t, LYN_WATCH_RADIOS> cells;  // the last that each radio was in, whatever was gone since
+  uint64_t changes = 0;                                  // counts every change
   bool ended = false;
 };
 
@@ -185,7 +193,10 @@ uint64_t lyn_watch_model_put_event(lyn_watch_model_t *model, const lyn_watch_eve
 void lyn_watch_model_set_scanning(lyn_watch_model_t *model, bool scanning);
 void lyn_watch_model_set_locating(lyn_watch_model_t *model, bool locating);
 
-/** All items were read once more; `planned`: at the interval, not on an event. */
+/**
+ * All items were read once more; `planned`: at the interval, not on an event. A serving cell is another one if its CGI
+ * is another than the last one measured or, where one of the two was not measured, its PCI.
+ */
 void lyn_watch_model_end_reading(lyn_watch_model_t *model, bool planned);
 
 /** Nothing follows: wakes everybody. */

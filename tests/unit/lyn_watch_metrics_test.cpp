@@ -159,16 +159,17 @@ TEST(lyn_watch_metrics, without_a_modem_there_is_nothing_that_was_measured) {
   for (const lyn_watch_state_e state : {LYN_WATCH_STARTING, LYN_WATCH_DOWN}) {
     lyn_watch_picture_t picture = full_picture();
     picture.state = state;
-    EXPECT_THAT(names_of(picture),
-                ElementsAre("lyn_up", "lyn_build_info", "lyn_board_info", "lyn_reading_age_seconds", "lyn_events_total",
-                            "lyn_requests_total", "lyn_request_duration_seconds"));
+    EXPECT_THAT(names_of(picture), ElementsAre("lyn_up", "lyn_build_info", "lyn_board_info", "lyn_reading_age_seconds",
+                                               "lyn_cell_changes_total", "lyn_events_total", "lyn_requests_total",
+                                               "lyn_request_duration_seconds"));
     EXPECT_THAT(lines_of(picture, "lyn_up"), ElementsAre("lyn_up 0"));
   }
 }
 
 TEST(lyn_watch_metrics, a_modem_that_is_up_and_measures_nothing_has_no_series_but_its_own) {
-  EXPECT_THAT(names_of(picture_of(LYN_WATCH_UP)), ElementsAre("lyn_up", "lyn_build_info", "lyn_board_info",
-                                                              "lyn_events_total", "lyn_request_duration_seconds"));
+  EXPECT_THAT(names_of(picture_of(LYN_WATCH_UP)),
+              ElementsAre("lyn_up", "lyn_build_info", "lyn_board_info", "lyn_cell_changes_total", "lyn_events_total",
+                          "lyn_request_duration_seconds"));
 }
 
 TEST(lyn_watch_metrics, the_age_counts_from_the_last_answer_and_is_never_negative) {
@@ -212,6 +213,13 @@ TEST(lyn_watch_metrics, counters_of_the_data_path_lose_nothing_up_to_what_the_fo
               ElementsAre("lyn_receive_packets_total{profile=\"2\",family=\"ipv4\"} 4294967295"));
   EXPECT_THAT(lines_of(picture, "lyn_transmit_dropped_packets_total"),
               ElementsAre("lyn_transmit_dropped_packets_total{profile=\"2\",family=\"ipv4\"} 7"));
+}
+
+TEST(lyn_watch_metrics, changes_of_the_cell_are_counted_from_nothing) {
+  lyn_watch_picture_t picture = picture_of(LYN_WATCH_DOWN);
+  picture.cell_changes[LYN_WATCH_NR5G] = 2;
+  EXPECT_THAT(lines_of(picture, "lyn_cell_changes_total"),
+              ElementsAre("lyn_cell_changes_total{radio=\"lte\"} 0", "lyn_cell_changes_total{radio=\"nr5g\"} 2"));
 }
 
 TEST(lyn_watch_metrics, every_kind_of_event_is_counted_from_nothing) {

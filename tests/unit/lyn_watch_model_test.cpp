@@ -54,6 +54,14 @@ class lyn_watch_model : public ::testing::Test {
     return picture().profiles[0].traffic[0]->rx_rate;
   }
 
+  /** After a reading that finds LTE in this cell. */
+  uint64_t changes_at(lyn_watch_value_t cgi, lyn_watch_value_t pci) {
+    lyn_watch_model_put(&model, lyn_watch_key(LYN_WATCH_LTE, "cgi"), std::move(cgi), OX_LYN_SUCCESS, START);
+    lyn_watch_model_put(&model, lyn_watch_key(LYN_WATCH_LTE, "pci"), std::move(pci), OX_LYN_SUCCESS, START);
+    lyn_watch_model_end_reading(&model, true);
+    return picture().cell_changes[LYN_WATCH_LTE];
+  }
+
   const lyn_watch_key_t RSRP = lyn_watch_key(LYN_WATCH_LTE, "rsrp");
   lyn_watch_model_t model;
 };
@@ -243,6 +251,42 @@ TEST_F(lyn_watch_model, the_recent_ones_are_a_hundred) {
     event("lte_rsrp", i);
   }
   EXPECT_EQ(lyn_watch_model_recent(&model), 7U);
+}
+
+/* Changes of the serving cell */
+
+TEST_F(lyn_watch_model, another_cgi_is_a_change_of_the_cell_and_the_first_is_none) {
+  EXPECT_EQ(changes_at(int64_t{1}, int64_t{7}), 0U);
+  EXPECT_EQ(changes_at(int64_t{1}, int64_t{7}), 0U);
+  EXPECT_EQ(changes_at(int64_t{2}, int64_t{8}), 1U);
+  EXPECT_EQ(changes_at(int64_t{3}, int64_t{8}), 2U);
+  EXPECT_EQ(changes_at(int64_t{3}, int64_t{9}), 2U);
+  EXPECT_EQ(picture().cell_changes[LYN_WATCH_NR5G], 0U);
+}
+
+TEST_F(lyn_watch_model, where_no_cgi_is_measured_another_pci_is_a_change_of_the_cell) {
+  EXPECT_EQ(changes_at({}, int64_t{7}), 0U);
+  EXPECT_EQ(changes_at({}, int64_t{8}), 1U);
+  EXPECT_EQ(changes_at(int64_t{1}, int64_t{8}), 1U);
+  EXPECT_EQ(changes_at({}, int64_t{8}), 1U);
+  EXPECT_EQ(changes_at({}, int64_t{9}), 2U);
+  EXPECT_EQ(changes_at(int64_t{2}, int64_t{9}), 2U);
+  EXPECT_EQ(changes_at(int64_t{3}, {}), 3U);
+  EXPECT_EQ(changes_at({}, int64_t{9}), 3U);
+}
+
+TEST_F(lyn_watch_model, the_same_cell_after_a_gap_is_no_change_and_another_is) {
+  changes_at(int64_t{1}, int64_t{7});
+  EXPECT_EQ(changes_at({}, {}), 0U);
+  EXPECT_EQ(changes_at(int64_t{1}, int64_t{7}), 0U);
+  lyn_watch_model_set_state(&model, LYN_WATCH_UP);
+  lyn_watch_model_set_state(&model, LYN_WATCH_DOWN);
+  lyn_watch_model_end_reading(&model, true);
+  EXPECT_EQ(changes_at(int64_t{1}, int64_t{7}), 0U);
+  lyn_watch_model_set_state(&model, LYN_WATCH_UP);
+  lyn_watch_model_set_state(&model, LYN_WATCH_DOWN);
+  EXPECT_EQ(picture().cell_changes[LYN_WATCH_LTE], 0U);
+  EXPECT_EQ(changes_at(int64_t{2}, int64_t{8}), 1U);
 }
 
 /* Waiting */
