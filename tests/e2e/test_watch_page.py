@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """The page in a real browser, at the width of a phone and of a desk: what it shows is what the board measures.
 
-LYN_SCREENSHOTS=DIR keeps what was seen; tools/page-pictures makes the documents' pictures with it.
+LYN_SCREENSHOTS=DIR keeps what was seen. tools/page-pictures makes the pictures of the documents.
 """
 import contextlib
 import os
