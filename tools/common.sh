@@ -7,12 +7,13 @@ lyn_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
 [ -n "${XDG_CACHE_HOME-}" ] || [ -w ~ ] || export XDG_CACHE_HOME=$lyn_root/build/cache
 
 lyn_packages_demo=(g++ make cmake pkg-config libtomlplusplus-dev nlohmann-json3-dev libedit-dev)
-lyn_packages_watch=("${lyn_packages_demo[@]}" libcli11-dev libncurses-dev libcpp-httplib-dev prometheus-cpp-dev)
+lyn_packages_watch=("${lyn_packages_demo[@]}" libcli11-dev libncurses-dev libcpp-httplib-dev prometheus-cpp-dev libjs-chart.js)
 lyn_packages_test=(
   "${lyn_packages_watch[@]}" bubblewrap
   git ccache libgtest-dev libgmock-dev libbenchmark-dev
   clang libclang-rt-14-dev clang-format clang-tidy cppcheck abigail-tools doxygen mandoc
   python3 python3-pytest python3-pytest-xdist python3-pexpect python3-pyte python3-jsonschema python3-dev python3-cffi jq curl
+  chromium chromium-driver python3-selenium
 )
 
 # What builds for the board's processor and runs it here.

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: Apache-2.0 */
-// The model over HTTP: metrics, a snapshot, events as they come, and whether the modem is there. Nothing that a client
-// sends changes anything, costs the modem a request or makes anybody wait.
+// The model over HTTP: a page, metrics, a snapshot, ten minutes, events as they come, and whether the modem is there.
+// Nothing that a client sends changes anything, costs the modem a request or makes anybody wait.
 //
 // One thread takes connections. Each has a thread of its own as long as it lives; there are so many of them and no
 // more, and every wait on the other side has an end.

@@ -311,3 +311,31 @@ std::string lyn_watch_json_missed(const lyn_watch_picture_t &picture, uint64_t c
   lyn_watch_json_put_location(picture, &record);
   return lyn_watch_json_line(record);
 }
+
+/* History */
+
+static json lyn_watch_json_measured(const std::vector<std::optional<lyn_watch_bucket_t>> &seconds) {
+  json values = json::array();
+  for (size_t i = 0; i < seconds.size(); ++i) {
+    if (seconds[i]) {
+      values.push_back({seconds.size() - 1 - i, lyn_watch_json_number(seconds[i]->last)});
+    }
+  }
+  return values;
+}
+
+std::string lyn_watch_json_history(lyn_watch_model_t *model, const lyn_watch_picture_t &picture) {
+  json record = {{"time", lyn_watch_json_time(picture.time)},
+                 {"every", lyn_watch_json_number(std::chrono::duration<double>(picture.every).count())}};
+  for (const lyn_watch_radio_e radio : {LYN_WATCH_LTE, LYN_WATCH_NR5G}) {
+    json items = json::object();
+    for (const lyn_watch_key_t &key : lyn_watch_keys()) {
+      if (key.radio == radio && lyn_watch_items[key.item].history) {
+        lyn_watch_json_put_filled(&items, lyn_watch_items[key.item].name,
+                                  lyn_watch_json_measured(lyn_watch_model_history(model, key, picture.now)));
+      }
+    }
+    lyn_watch_json_put_filled(&record, lyn_watch_radio_name(radio), std::move(items));
+  }
+  return lyn_watch_json_line(record);
+}

@@ -12,6 +12,9 @@
 std::string lyn_watch_json_snapshot(const lyn_watch_picture_t &picture);
 std::string lyn_watch_json_event(const std::string &board, const lyn_watch_event_t &event);
 
+/** The ten minutes up to the picture of all items that have a history: [seconds ago, value], the oldest first. */
+std::string lyn_watch_json_history(lyn_watch_model_t *model, const lyn_watch_picture_t &picture);
+
 /** So many events were not kept until now. */
 std::string lyn_watch_json_missed(const lyn_watch_picture_t &picture, uint64_t count);
 

@@ -68,8 +68,9 @@ static void lyn_watch_take_target(std::string_view target, lyn_watch_request_t *
     request->host = target.substr(0, end);
     target.remove_prefix(end);
   }
-  const std::string_view path = target.substr(0, target.find('?'));
+  const std::string_view path = lyn_watch_next(&target, "?");
   request->path = path.empty() ? "/" : path;
+  request->query = target;
 }
 
 static lyn_watch_status_e lyn_watch_read_request_line(std::string_view line, lyn_watch_request_t *request) {

@@ -32,6 +32,7 @@ enum lyn_watch_status_e {
 struct lyn_watch_request_t {
   std::string method;
   std::string path;                  // without query
+  std::string query;                 // behind the question mark
   bool http_1_0 = false;             // the protocol is HTTP/1.0
   std::optional<std::string> host;   // and port, as given
   bool last = false;                 // nothing follows on this connection

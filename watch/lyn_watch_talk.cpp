@@ -4,12 +4,12 @@
 #include <httplib.h>
 
 #include <algorithm>
-#include <cstring>
 #include <nlohmann/json.hpp>
 #include <utility>
 
 #include "lyn_watch_json.h"
 #include "lyn_watch_metrics.h"
+#include "lyn_watch_page.h"
 #include "lyn_watch_request.h"
 
 using std::chrono::milliseconds;
@@ -22,12 +22,14 @@ static constexpr size_t LYN_WATCH_PIECE = 64;
 
 static constexpr const char *const lyn_watch_text_type = "text/plain; charset=utf-8";
 
-// Every answer has them. Nothing here is a page that may run, load or be shown in anything.
+// Every answer has them. A page may run and load what this server has, and nothing else, and be shown in nothing.
 static constexpr struct {
   const char *name;
   const char *value;
 } lyn_watch_talk_headers[] = {
-    {"Content-Security-Policy", "default-src 'none'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'"},
+    {"Content-Security-Policy",
+     "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; img-src data:; base-uri 'none'; "
+     "form-action 'none'; frame-ancestors 'none'"},
     {"X-Content-Type-Options", "nosniff"},
     {"Referrer-Policy", "no-referrer"},
     {"Cache-Control", "no-store"},
@@ -39,7 +41,7 @@ static constexpr struct {
   const char *text;
 } lyn_watch_talk_refusals[] = {
     {LYN_WATCH_BAD_REQUEST, "This is no HTTP request.\n"},
-    {LYN_WATCH_NOT_FOUND, "There is nothing here; / names what there is.\n"},
+    {LYN_WATCH_NOT_FOUND, "There is nothing here.\n"},
     {LYN_WATCH_METHOD_NOT_ALLOWED, "This can be read, and nothing else.\n"},
     {LYN_WATCH_REQUEST_TIMEOUT, "The request took too long.\n"},
     {LYN_WATCH_CONTENT_TOO_LARGE, "A request may have no body.\n"},
@@ -89,6 +91,15 @@ class lyn_watch_stream_t : public httplib::Stream {
   std::string head_;
 };
 
+// What the last snapshot of a stream told of; once it is another, a new one is due.
+struct lyn_watch_progress_t {
+  uint64_t readings;
+  lyn_watch_state_e state;
+  bool read;
+
+  bool operator==(const lyn_watch_progress_t &) const = default;
+};
+
 // A server of the library's with one connection. The library is given only heads that are known to be good, written
 // anew: its own reading takes ranges, bodies, codings and expressions of any length.
 class lyn_watch_talk_t : public httplib::Server {
@@ -107,9 +118,9 @@ class lyn_watch_talk_t : public httplib::Server {
   // false: the connection is to end.
   bool take_request();
 
-  void answer_index(httplib::Response *response);
   void answer_metrics(httplib::Response *response);
   void answer_snapshot(httplib::Response *response);
+  void answer_history(httplib::Response *response);
   void answer_events(httplib::Response *response);
   void answer_health(httplib::Response *response);
 
@@ -120,6 +131,8 @@ class lyn_watch_talk_t : public httplib::Server {
   void answer(httplib::Response *response);
   void finish(httplib::Response *response) const;
   bool send_events(httplib::DataSink *sink);
+  std::string take_snapshot();
+  std::string take_events();
   bool send_piece(httplib::DataSink *sink, const std::string &piece);
   static httplib::Headers default_headers();
   lyn_watch_picture_t picture() { return lyn_watch_model_picture(model_, steady_clock::now()); }
@@ -131,24 +144,23 @@ class lyn_watch_talk_t : public httplib::Server {
   std::string given_;  // read and not yet used
   lyn_watch_request_t request_;
   lyn_watch_status_e status_ = LYN_WATCH_OK;
-  uint64_t sent_ = 0;  // id of the last event that was sent
+  uint64_t sent_ = 0;       // id of the last event that was sent
+  bool snapshots_ = false;  // the stream has them, too
+  std::optional<lyn_watch_progress_t> shown_;
   bool ended_ = false;
   lyn_watch_time_t heartbeat_{};
 };
 
 static constexpr struct lyn_watch_route_t {
   const char *path;
-  const char *what;
   void (lyn_watch_talk_t::*answer)(httplib::Response *response);
 } lyn_watch_routes[] = {
-    {"/", "this list", &lyn_watch_talk_t::answer_index},
-    {"/metrics", "metrics, in Prometheus' text format", &lyn_watch_talk_t::answer_metrics},
-    {"/api/snapshot", "what is measured now, one JSON object", &lyn_watch_talk_t::answer_snapshot},
-    {"/api/events", "what happens, as server-sent events", &lyn_watch_talk_t::answer_events},
-    {"/health", "200 while the modem answers, else 503", &lyn_watch_talk_t::answer_health},
+    {"/metrics", &lyn_watch_talk_t::answer_metrics},     {"/api/snapshot", &lyn_watch_talk_t::answer_snapshot},
+    {"/api/history", &lyn_watch_talk_t::answer_history}, {"/api/events", &lyn_watch_talk_t::answer_events},
+    {"/health", &lyn_watch_talk_t::answer_health},
 };
 
-// Null: there is nothing there.
+// Null: it may be a file of the page.
 static const lyn_watch_route_t *lyn_watch_find_route(std::string_view path) {
   const auto found = std::ranges::find(lyn_watch_routes, path, &lyn_watch_route_t::path);
   return found == std::end(lyn_watch_routes) ? nullptr : &*found;
@@ -191,7 +203,7 @@ lyn_watch_status_e lyn_watch_talk_t::judge() const {
   if (request_.host && !lyn_watch_request_accepts(*request_.host, plan_.machine, plan_.address)) {
     return LYN_WATCH_MISDIRECTED;
   }
-  if (lyn_watch_find_route(request_.path) == nullptr) {
+  if (lyn_watch_find_route(request_.path) == nullptr && lyn_watch_page_file(request_.path) == nullptr) {
     return LYN_WATCH_NOT_FOUND;
   }
   if (std::ranges::find(methods, request_.method) == std::end(methods)) {
@@ -220,7 +232,11 @@ bool lyn_watch_talk_t::take_request() {
 void lyn_watch_talk_t::answer(httplib::Response *response) {
   response->status = status_;
   if (status_ == LYN_WATCH_OK) {
-    (this->*lyn_watch_find_route(request_.path)->answer)(response);
+    if (const lyn_watch_page_file_t *file = lyn_watch_page_file(request_.path); file != nullptr) {
+      response->set_content(file->content.data(), file->content.size(), std::string(file->type));
+    } else {
+      (this->*lyn_watch_find_route(request_.path)->answer)(response);
+    }
     return;
   }
   response->set_content(lyn_watch_refusal(status_), lyn_watch_text_type);
@@ -239,20 +255,16 @@ void lyn_watch_talk_t::finish(httplib::Response *response) const {
   }
 }
 
-void lyn_watch_talk_t::answer_index(httplib::Response *response) {
-  std::string text = "lyn_watch: the live picture of a board\n\n";
-  for (const lyn_watch_route_t &route : lyn_watch_routes) {
-    text += route.path + std::string(16 - strlen(route.path), ' ') + route.what + '\n';
-  }
-  response->set_content(text, lyn_watch_text_type);
-}
-
 void lyn_watch_talk_t::answer_metrics(httplib::Response *response) {
   response->set_content(lyn_watch_metrics_text(picture()), lyn_watch_metrics_type);
 }
 
 void lyn_watch_talk_t::answer_snapshot(httplib::Response *response) {
   response->set_content(lyn_watch_json_snapshot(picture()), "application/json");
+}
+
+void lyn_watch_talk_t::answer_history(httplib::Response *response) {
+  response->set_content(lyn_watch_json_history(model_, picture()), "application/json");
 }
 
 void lyn_watch_talk_t::answer_health(httplib::Response *response) {
@@ -273,6 +285,7 @@ void lyn_watch_talk_t::answer_health(httplib::Response *response) {
 void lyn_watch_talk_t::answer_events(httplib::Response *response) {
   const bool known = request_.event_id && *request_.event_id <= picture().last_event;
   sent_ = known ? *request_.event_id : lyn_watch_model_recent(model_);
+  snapshots_ = request_.query == "snapshots";
   heartbeat_ = steady_clock::now() + plan_.heartbeat;
   request_.last = true;  // the answer ends with the connection
   response->set_content_provider("text/event-stream",
@@ -297,6 +310,27 @@ static std::string lyn_watch_stream_events(const lyn_watch_picture_t &picture, c
   return piece;
 }
 
+// Empty: none is due. What was read after the modem came back is not left to the next interval.
+std::string lyn_watch_talk_t::take_snapshot() {
+  if (!snapshots_) {
+    return "";
+  }
+  const lyn_watch_picture_t now = picture();
+  const lyn_watch_progress_t progress = {.readings = now.readings, .state = now.state, .read = now.read};
+  return std::exchange(shown_, progress) == progress
+             ? ""
+             : lyn_watch_stream_record("snapshot", lyn_watch_json_snapshot(now));
+}
+
+std::string lyn_watch_talk_t::take_events() {
+  const lyn_watch_events_t found = lyn_watch_model_events(model_, sent_, LYN_WATCH_PIECE);
+  if (found.events.empty()) {
+    return "";
+  }
+  const uint64_t after = std::exchange(sent_, found.events.back().id);
+  return lyn_watch_stream_events(picture(), found, after);
+}
+
 bool lyn_watch_talk_t::send_piece(httplib::DataSink *sink, const std::string &piece) {
   heartbeat_ = steady_clock::now() + plan_.heartbeat;
   stream_.hurry();
@@ -305,10 +339,9 @@ bool lyn_watch_talk_t::send_piece(httplib::DataSink *sink, const std::string &pi
 
 // One piece, or a wait for it; called again until the stream is done. false: nobody takes it.
 bool lyn_watch_talk_t::send_events(httplib::DataSink *sink) {
-  const lyn_watch_events_t found = lyn_watch_model_events(model_, sent_, LYN_WATCH_PIECE);
-  if (!found.events.empty()) {
-    const uint64_t after = std::exchange(sent_, found.events.back().id);
-    return send_piece(sink, lyn_watch_stream_events(picture(), found, after));
+  const uint64_t changes = lyn_watch_model_changes(model_);
+  if (const std::string piece = take_snapshot() + take_events(); !piece.empty()) {
+    return send_piece(sink, piece);
   }
   if (ended_) {
     sink->done();
@@ -321,7 +354,7 @@ bool lyn_watch_talk_t::send_events(httplib::DataSink *sink) {
   if (!sink->is_writable()) {
     return false;
   }
-  ended_ = !lyn_watch_model_wait(model_, sent_, UINT64_MAX, std::min(heartbeat_, now + LYN_WATCH_LOOK));
+  ended_ = !lyn_watch_model_wait_change(model_, changes, std::min(heartbeat_, now + LYN_WATCH_LOOK));
   return true;
 }
 

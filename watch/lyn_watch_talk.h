@@ -11,13 +11,13 @@
 #include "lyn_watch_model.h"
 
 struct lyn_watch_http_plan_t {
-  std::string address = "127.0.0.1";                    // or a name
-  std::string port;                                     // empty: nothing is served
-  std::string machine;                                  // its name, which clients may call it by
-  size_t clients = 64;                                  // at once
-  lyn_watch_ms_t head = std::chrono::seconds(5);        // for a request's head, from its first octet
-  lyn_watch_ms_t idle = std::chrono::seconds(15);       // without a request
-  lyn_watch_ms_t answer = std::chrono::seconds(10);     // for an answer to be taken, and each piece of a stream
+  std::string address = "127.0.0.1";                 // or a name
+  std::string port;                                  // empty: nothing is served
+  std::string machine;                               // its name, which clients may call it by
+  size_t clients = 64;                               // at once
+  lyn_watch_ms_t head = std::chrono::seconds(5);     // for a request's head, from its first octet
+  lyn_watch_ms_t idle = std::chrono::seconds(75);    // without a request: who asks once a minute keeps the connection
+  lyn_watch_ms_t answer = std::chrono::seconds(10);  // for an answer to be taken, and each piece of a stream
   lyn_watch_ms_t heartbeat = std::chrono::seconds(15);  // between two pieces of a stream of events
 };
 

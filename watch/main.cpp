@@ -99,7 +99,7 @@ static void lyn_watch_add_options(CLI::App *app, lyn_watch_options_t *options) {
   lyn_watch_add_duration(app, "--locate", &options->plan.locate, "find the location so often; without it never");
   app->add_option_function<std::string>(
          "--serve", [options](const std::string &text) { lyn_watch_http_parse(text, &options->http); },
-         "metrics and JSON over HTTP; ADDR is 127.0.0.1 unless given, port 0 takes a free one")
+         "a page, metrics and JSON over HTTP; ADDR is 127.0.0.1 unless given, port 0 takes a free one")
       ->check(lyn_watch_check_serve)
       ->type_name("[ADDR:]PORT");
   app->add_option("--name", options->name, "of the board in records and metrics [the host's name]")->type_name("NAME");

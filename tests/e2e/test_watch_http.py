@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """The live picture over HTTP: what it tells, and what no client can do to it."""
 import contextlib
+import itertools
 import json
 import os
 import pathlib
@@ -15,6 +16,7 @@ import time
 import pytest
 
 import lyn
+import watching
 
 QUIET = "[board]\nnoise_db = 0\n"
 LTE_ONLY = QUIET + "[sys_info]\nnr5g_pci = -1\n[lte]\ncqi = []\n"
@@ -170,7 +172,7 @@ def test_a_scrape_asks_the_modem_nothing(watch):
     with serving(watch, "--json", "--every", "1h") as session:
         session.wait_record(lambda record: record["type"] == "snapshot")  # behind the one reading
         before = lyn.read_text(session.launch.journal_path)
-        for path in ("/metrics", "/api/snapshot", "/health", "/", "/metrics"):
+        for path in ("/metrics", "/api/snapshot", "/api/history", "/health", "/", "/metrics"):
             assert session.get(path).status == 200
         requests = [row for row in lyn.parse_journal(lyn.read_text(session.launch.journal_path)[len(before):])
                     if row["dir"] == "request"]
@@ -204,6 +206,25 @@ def test_a_snapshot_is_that_of_the_records(watch):
         assert session.terminate() == 0
 
 
+def test_history_is_what_was_measured(watch):
+    scenario = LTE_ONLY + "[[at]]\nms = 1500\nlte = { rsrp = -101 }\n"
+    with serving(watch, "--every", "100ms", scenario=scenario) as session:
+        session.wait_metrics(lambda found: found.get('lyn_rsrp_dbm{radio="lte"}') == "-101")
+        answer = session.get("/api/history")
+        assert answer.headers["Content-Type"] == "application/json"
+        history = json.loads(answer.body)
+        watching.HISTORY.validate(history)
+        assert history["every"] == 0.1 and "nr5g" not in history
+        assert set(history["lte"]) == {"rsrp", "rsrq", "sinr", "tx_power"}
+        agos, values = zip(*history["lte"]["rsrp"])
+        assert list(agos) == sorted(set(agos), reverse=True)
+        assert set(values) == {-95, -101} and values[-1] == -101
+    with watch.session("--serve", "0", scenario="[nas]\navailable = false\n") as session:
+        history = json.loads(session.get("/api/history").body)
+        watching.HISTORY.validate(history)
+        assert set(history) == {"time", "every"}
+
+
 def test_serving_alone_prints_nothing_on_standard_output(watch):
     with serving(watch) as session:
         assert session.get("/").status == 200
@@ -234,6 +255,27 @@ def test_events_come_as_they_happen_and_again_behind_the_last_one_seen(watch):
             assert events_of(client.read_until(b'"value":-107}\n\n'))[0]["id"] == 1
 
 
+def test_snapshots_come_among_the_events_if_asked_for(watch):
+    scenario = QUIET + '[[at]]\nms = 2000\nmodem = "down"\n[[at]]\nms = 4000\nmodem = "up"\n'
+    with serving(watch, "--every", "200ms", scenario=scenario) as session:
+        with Client(session) as client:
+            client.send(get("/api/events?snapshots"))
+            client.read_until(b'"state":"down"')
+            came = len(client.data)
+            while b'"rsrp":-95' not in client.data[came:]:
+                assert client.read()
+        whole = client.data[: client.data.rindex(b"\n\n") + 2]
+        assert b"event: snapshot\ndata: {" in whole and b"\nevent: snapshot\nid:" not in whole
+        records = watching.parse("".join(json.dumps(record) + "\n" for record in events_of(whole)))
+        assert records[0]["type"] == "snapshot"
+        states = [record["state"] for record in records if record["type"] == "snapshot"]
+        assert [state for state, _ in itertools.groupby(states)] == ["up", "down", "up"]
+        ids = [record["id"] for record in records if record["type"] == "event"]
+        assert ids == list(range(1, len(ids) + 1))
+        with Client(session) as client:
+            assert b"event: snapshot" not in client.send(get("/api/events?all")).read_until(b'"event":"modem_status"')
+
+
 def test_events_that_are_not_kept_any_more_are_told_as_missed(watch):
     with serving(watch, "--every", "1h", scenario=BUSY, timeout=60) as session:
         session.wait_metrics(lambda found: events_in(found) > KEPT + 1000)
@@ -249,7 +291,8 @@ def test_events_that_are_not_kept_any_more_are_told_as_missed(watch):
 
 def test_every_answer_forbids_what_a_page_could_do_with_it(watch):
     with serving(watch) as session:
-        for path in ("/", "/metrics", "/api/snapshot", "/health", "/nothing", "/%", "/" + 2000 * "a"):
+        for path in ("/", "/page.js", "/chart.js", "/metrics", "/api/snapshot", "/api/history", "/health", "/nothing",
+                     "/%", "/" + 2000 * "a"):
             answer = session.get(path)
             assert answer.headers["Content-Security-Policy"].startswith("default-src 'none'"), path
             assert answer.headers["X-Content-Type-Options"] == "nosniff"
@@ -260,13 +303,18 @@ def test_every_answer_forbids_what_a_page_could_do_with_it(watch):
         assert session.get("/metrics").headers["Content-Type"] == "text/plain; version=0.0.4; charset=utf-8"
 
 
-def test_the_first_page_names_all_others(watch):
+def test_the_documented_routes_are_those_there_are(watch):
+    table = lyn.read_text(lyn.ROOT / "docs/watch.md").partition("| route | what it answers |")[2].partition("\n\n")[0]
+    paths = re.findall(r"`(/\S*)`", table)
+    assert {"/", "/page.js", "/chart.js", "/metrics", "/api/history", "/api/events?snapshots", "/health"} <= set(paths)
     with serving(watch) as session:
-        paths = re.findall(r"(?m)^(/\S*)", session.get("/").body)
-        assert paths == ["/", "/metrics", "/api/snapshot", "/api/events", "/health"]
         for path in paths:
             answer = session.get(path, method="HEAD")
             assert (answer.status, answer.body) == (200, ""), path
+        page = session.get("/").body
+        loaded = re.findall(r'(?:src|href)="([^"#:]+)"', page)
+        assert {"page.css", "page.js", "chart.js"} <= set(loaded)
+        assert {session.get("/" + path).status for path in loaded} == {200}
 
 
 def test_only_reading_is_allowed(watch):

@@ -297,9 +297,11 @@ def test_recorded_drive_becomes_a_map_by_the_command_of_the_document(watch, tmp_
 
 def test_records_of_the_document_are_as_the_schema_has_them():
     blocks = re.findall(r"(?ms)^```json\n(.*?)^```$", DOCUMENT.read_text(encoding="utf-8"))
-    assert len(blocks) == 2
-    for block in blocks:
-        watching.parse(json.dumps(json.loads(block)) + "\n")
+    *records, history = map(json.loads, blocks)
+    assert len(records) == 2
+    for record in records:
+        watching.parse(json.dumps(record) + "\n")
+    watching.HISTORY.validate(history)
 
 
 def test_document_names_every_event_and_option(watch):

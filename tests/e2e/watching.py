@@ -36,6 +36,7 @@ import lyn
 
 SCHEMA = json.loads((lyn.ROOT / "docs/lyn_watch.schema.json").read_text(encoding="utf-8"))
 VALIDATOR = jsonschema.Draft202012Validator(SCHEMA)
+HISTORY = jsonschema.Draft202012Validator({"$defs": SCHEMA["$defs"], "$ref": "#/$defs/history"})
 
 
 def no_number(text):

@@ -225,6 +225,40 @@ TEST(lyn_watch_json, missed_events_are_counted) {
             json::parse(R"({"type": "missed", "time": "2026-01-01T00:00:00.007Z", "board": "b", "count": 42})"));
 }
 
+/* History */
+
+json history_at(lyn_watch_model_t *model, lyn_watch_time_t now) {
+  lyn_watch_picture_t picture = lyn_watch_model_picture(model, now);
+  picture.time = lyn_watch_utc_t(1767225600s + 7ms);
+  return json::parse(lyn_watch_json_history(model, picture));
+}
+
+TEST(lyn_watch_json, history_has_each_second_that_was_measured_the_oldest_first) {
+  lyn_watch_model_t model;
+  lyn_watch_model_init(&model, "b");
+  lyn_watch_model_plan(&model, 200ms, {});
+  const auto put = [&model](lyn_watch_radio_e radio, const char *name, int64_t value, lyn_watch_ms_t at) {
+    lyn_watch_model_put(&model, lyn_watch_key(radio, name), value, OX_LYN_SUCCESS, lyn_watch_time_t(at));
+  };
+  put(LYN_WATCH_LTE, "rsrp", -100, 1400s); /* too old */
+  put(LYN_WATCH_LTE, "rsrp", -99, 1401s);
+  put(LYN_WATCH_LTE, "rsrp", -90, 1998s);
+  put(LYN_WATCH_LTE, "rsrp", -97, 2000s);
+  put(LYN_WATCH_LTE, "rsrp", -96, 2000s + 200ms); /* the last one of a second */
+  put(LYN_WATCH_LTE, "pci", 214, 2000s);          /* is not measured */
+  put(LYN_WATCH_NR5G, "sinr", -35, 1999s);
+  EXPECT_EQ(history_at(&model, lyn_watch_time_t(2000s + 900ms)),
+            json::parse(R"({"time": "2026-01-01T00:00:00.007Z", "every": 0.2,
+                            "lte": {"rsrp": [[599, -99], [2, -90], [0, -96]]}, "nr5g": {"sinr": [[1, -35]]}})"));
+}
+
+TEST(lyn_watch_json, history_of_nothing_has_no_radio) {
+  lyn_watch_model_t model;
+  lyn_watch_model_init(&model, "b");
+  EXPECT_EQ(history_at(&model, lyn_watch_time_t(2000s)),
+            json::parse(R"({"time": "2026-01-01T00:00:00.007Z", "every": 0})"));
+}
+
 /* The schema */
 
 // What the schema has of one place's items: name to label, help and unit.
@@ -267,6 +301,16 @@ TEST(lyn_watch_json, schema_has_an_age_of_every_item) {
     EXPECT_EQ(names(ages[lyn_watch_radio_name(radio)]["properties"]), names(json(texts_of_items(radio))));
   }
   EXPECT_TRUE(ages.contains("registration"));
+}
+
+TEST(lyn_watch_json, schema_has_the_history_of_every_item_that_has_one) {
+  std::set<std::string> wanted;
+  for (const lyn_watch_item_t &item : lyn_watch_items) {
+    if (item.history) {
+      wanted.insert(item.name);
+    }
+  }
+  EXPECT_EQ(names(schema()["$defs"]["measured"]["properties"]), wanted);
 }
 
 TEST(lyn_watch_json, schema_has_every_event_once_and_no_other) {

@@ -26,6 +26,7 @@ TEST(lyn_watch_request, a_good_head_says_method_path_host_and_event_id) {
       read("GET /api/events?x=/y HTTP/1.1\r\nhOST:  board:9750 \r\nLast-Event-ID: 17\r\nAccept: */*\r\n\r\n");
   EXPECT_EQ(request.method, "GET");
   EXPECT_EQ(request.path, "/api/events");
+  EXPECT_EQ(request.query, "x=/y");
   EXPECT_EQ(request.host, "board:9750");
   EXPECT_EQ(request.event_id, 17u);
   EXPECT_FALSE(request.last);
@@ -37,6 +38,13 @@ TEST(lyn_watch_request, the_whole_address_names_the_host_in_place_of_the_field) 
     const lyn_watch_request_t request = read("GET " + std::string(target) + " HTTP/1.1\r\n" + host + "\r\n");
     EXPECT_EQ(request.host, "board");
     EXPECT_EQ(request.path, path);
+  }
+}
+
+TEST(lyn_watch_request, a_query_is_all_behind_the_first_question_mark) {
+  for (const auto &[target, query] : {std::pair("/", ""), std::pair("/?", ""), std::pair("/?a?b=/", "a?b=/"),
+                                      std::pair("http://board?x", "x"), std::pair("?x", "x")}) {
+    EXPECT_EQ(read("GET " + std::string(target) + " HTTP/1.1\r\n" + host + "\r\n").query, query) << target;
   }
 }
 

@@ -66,9 +66,9 @@ std::vector<std::string> fields_of(const std::string &stream, const std::string 
 }
 
 /** What a model that has ended streams to one who asks with these fields. */
-std::string stream_of(lyn_watch_model_t *model, const std::string &fields) {
+std::string stream_of(lyn_watch_model_t *model, const std::string &fields, const std::string &path = "/api/events") {
   lyn_watch_model_end(model);
-  watch_wire wire(get("/api/events", fields));
+  watch_wire wire(get(path, fields));
   const std::vector<watch_answer> answers = talk(model, &wire);
   return answers.size() == 1 && answers[0].status == 200 ? answers[0].body : "";
 }
@@ -174,6 +174,48 @@ TEST(lyn_watch_talk, the_modem_is_healthy_only_while_it_is_up) {
     EXPECT_EQ(answers[0].status, status);
     EXPECT_EQ(nlohmann::json::parse(answers[0].body)["state"], name);
   }
+}
+
+/* The page */
+
+TEST(lyn_watch_talk, the_page_and_its_parts_are_what_they_are_named) {
+  for (const auto &[path, type, begin] :
+       {std::tuple("/", "text/html", "<!DOCTYPE html>"), std::tuple("/page.css", "text/css", "/* SPDX"),
+        std::tuple("/page.js", "text/javascript", "// SPDX"), std::tuple("/chart.js", "text/javascript", "/*!")}) {
+    const std::vector<watch_answer> answers = talk(get(path));
+    ASSERT_EQ(answers.size(), 1u) << path;
+    EXPECT_EQ(answers[0].headers.at("Content-Type"), std::string(type) + "; charset=utf-8");
+    EXPECT_TRUE(answers[0].body.starts_with(begin)) << path;
+    EXPECT_EQ(answers[0].body.back(), '\n') << "nothing of it is missing";
+    EXPECT_EQ(answers[0].body.find('\0'), std::string::npos) << "and nothing is behind it";
+  }
+  EXPECT_THAT(statuses_of(talk(get("/index.html") + get("/page") + get("/page.js?x"))), ElementsAre(404, 404, 200));
+}
+
+TEST(lyn_watch_talk, a_page_may_run_and_load_what_is_its_own_and_nothing_else) {
+  const std::string policy = talk(get("/"))[0].headers.at("Content-Security-Policy");
+  EXPECT_EQ(policy, talk(get("/nothing"))[0].headers.at("Content-Security-Policy"));
+  EXPECT_THAT(policy, HasSubstr("default-src 'none'"));
+  EXPECT_THAT(policy, HasSubstr("frame-ancestors 'none'"));
+  EXPECT_EQ(policy.find("unsafe"), std::string::npos);
+  EXPECT_EQ(policy.find('*'), std::string::npos);
+}
+
+/* History */
+
+TEST(lyn_watch_talk, history_is_told_with_its_age) {
+  const auto owned = watch_model(0);
+  const lyn_watch_time_t now = std::chrono::steady_clock::now();
+  lyn_watch_model_put(owned.get(), lyn_watch_key(LYN_WATCH_NR5G, "sinr"), int64_t{155}, OX_LYN_SUCCESS,
+                      now - std::chrono::seconds(60));
+  watch_wire wire(get("/api/history"));
+  const std::vector<watch_answer> answers = talk(owned.get(), &wire);
+  ASSERT_EQ(answers.size(), 1u);
+  EXPECT_EQ(answers[0].headers.at("Content-Type"), "application/json");
+  const nlohmann::json values = nlohmann::json::parse(answers[0].body)["nr5g"]["sinr"];
+  ASSERT_EQ(values.size(), 1u);
+  EXPECT_GE(values[0][0], 60);
+  EXPECT_EQ(values[0][1], 155);
 }
 
 /* Events */
@@ -290,6 +332,87 @@ TEST(lyn_watch_talk, a_stream_follows_events_as_they_come) {
   lyn_watch_talk(model, {}, &wire);
   other.join();
   EXPECT_THAT(fields_of(wire.out, "data"), ElementsAre(HasSubstr("\"lte_rsrp\""), HasSubstr("\"reg_status\"")));
+}
+
+/* Snapshots among the events */
+
+const char *const with_snapshots = "/api/events?snapshots";
+
+TEST(lyn_watch_talk, a_stream_with_snapshots_begins_with_one_that_has_no_id) {
+  const std::string stream = stream_of(watch_model(2).get(), "", with_snapshots);
+  EXPECT_THAT(fields_of(stream, "event"), ElementsAre("snapshot", "event", "event"));
+  EXPECT_THAT(fields_of(stream, "id"), ElementsAre("1", "2"));
+  const nlohmann::json record = nlohmann::json::parse(fields_of(stream, "data").front());
+  EXPECT_EQ(record["type"], "snapshot");
+  EXPECT_EQ(record["lte"]["rsrp"], -1) << "as the last event has it";
+}
+
+TEST(lyn_watch_talk, a_stream_with_snapshots_goes_on_behind_the_event_that_was_seen_last) {
+  const std::string stream = stream_of(watch_model(9).get(), "Last-Event-ID: 7\r\n", with_snapshots);
+  EXPECT_THAT(fields_of(stream, "event"), ElementsAre("snapshot", "event", "event"));
+  EXPECT_THAT(fields_of(stream, "id"), ElementsAre("8", "9"));
+}
+
+TEST(lyn_watch_talk, only_the_whole_query_asks_for_snapshots) {
+  for (const char *query :
+       {"", "?", "?snapshot", "?snapshots=1", "?x&snapshots", "?snapshots&x", "?Snapshots", "?snapshots?"}) {
+    const std::string stream = stream_of(watch_model(1).get(), "", std::string("/api/events") + query);
+    EXPECT_THAT(fields_of(stream, "event"), ElementsAre("event")) << query;
+  }
+}
+
+/** A stream during which the model goes through these steps, one a piece, and then ends. */
+std::vector<std::string> stream_while(const std::vector<std::function<void(lyn_watch_model_t *)>> &steps) {
+  const auto owned = watch_model(0);
+  lyn_watch_model_t *model = owned.get();
+  counting_wire wire(get(with_snapshots));
+  wire.on_piece = [&] {
+    if (wire.pieces < 2) { /* the head */
+      return;
+    }
+    if (wire.pieces - 2 < steps.size()) {
+      steps[wire.pieces - 2](model);
+    } else {
+      lyn_watch_model_end(model);
+    }
+  };
+  lyn_watch_talk(model, {}, &wire);
+  return fields_of(wire.out, "data");
+}
+
+TEST(lyn_watch_talk, a_snapshot_follows_every_planned_reading) {
+  const auto read = [](lyn_watch_model_t *model) { lyn_watch_model_end_reading(model, true); };
+  EXPECT_EQ(stream_while({read, read, read}).size(), 4u);
+}
+
+TEST(lyn_watch_talk, a_snapshot_tells_that_the_modem_went_and_came_and_what_was_read_then) {
+  const std::vector<std::string> records = stream_while({
+      [](lyn_watch_model_t *model) { lyn_watch_model_set_state(model, LYN_WATCH_DOWN); },
+      [](lyn_watch_model_t *model) { lyn_watch_model_set_state(model, LYN_WATCH_UP); },
+      [](lyn_watch_model_t *model) {
+        lyn_watch_model_put(model, lyn_watch_key(LYN_WATCH_LTE, "rsrp"), int64_t{-88}, OX_LYN_SUCCESS, {});
+        lyn_watch_model_end_reading(model, false);
+      },
+  });
+  EXPECT_THAT(records, ElementsAre(HasSubstr("\"rsrp\":-95"), HasSubstr("\"state\":\"down\""),
+                                   HasSubstr("\"state\":\"up\""), HasSubstr("\"rsrp\":-88")));
+}
+
+TEST(lyn_watch_talk, a_flood_of_events_holds_up_no_snapshot) {
+  const auto owned = watch_model(150);
+  lyn_watch_model_t *model = owned.get();
+  counting_wire wire(get(with_snapshots, "Last-Event-ID: 1\r\n"));
+  wire.on_piece = [&] {
+    if (wire.pieces == 2) { /* the first events of many */
+      lyn_watch_model_end_reading(model, true);
+      lyn_watch_model_end(model);
+    }
+  };
+  lyn_watch_talk(model, {}, &wire);
+  const std::vector<std::string> events = fields_of(wire.out, "event");
+  ASSERT_EQ(events.size(), 151u);
+  EXPECT_EQ(events[65], "snapshot") << "behind the first piece";
+  EXPECT_EQ(events.back(), "event");
 }
 
 }  // namespace
