@@ -148,8 +148,8 @@ class Session(lyn.Session):
     def finish(self):
         return Result(**vars(super().finish()))
 
+
 # It has an alternate screen and marks what is pasted.
-# It has an alternate screen and marks what is pasted, and nothing that pyte does not know.
 TERMINAL = "tmux-256color"
 ALTERNATE_ON, ALTERNATE_OFF = b"\x1b[?1049h", b"\x1b[?1049l"
 
