@@ -190,7 +190,7 @@ def test_modem_that_refuses_at_first_is_asked_until_it_does_not(watch):
 def test_refused_subscription_is_tried_again_and_the_others_are_left_alone(watch):
     """The fault meets the registration for system information; what is told of the signal is not told anew each time."""
     fault = '[[fault]]\non = "nas.3"\nskip = 1\ntimes = 4\nresult = 1\nerror = 3\n'
-    with watch.session(*FAST, scenario=QUIET + fault + '[[at]]\nms = 1500\nsys_info = { nr5g_pci = -1 }\n') as session:
+    with watch.session(*FAST, scenario=QUIET + fault + '[[at]]\nms = 1550\nsys_info = { nr5g_pci = -1 }\n') as session:
         assert event(session, "reg_status", "lte")
         assert session.terminate() == 0
         told = [record["event"] for record in session.records if record["type"] == "event"]
