@@ -3,8 +3,9 @@
 
 The blocks of a page run one after the other in a copy of the tree, as a newcomer has it, who builds from scratch; names
 that stand for the reader's own are replaced by ones that exist. A demo client that shows its menu gets SIGTERM, so does the
-live picture, which has a terminal. A tool that takes minutes says only that it knows its options. A block marked `sh long` takes minutes, too, and one marked `sh elsewhere`
-needs a root of its own: test_packages.py has it.
+live picture, which has a terminal; one that only serves is ended after some seconds. A tool that takes minutes says only
+that it knows its options. A block marked `sh long` takes minutes, too, and one marked `sh elsewhere` needs a root of its
+own: test_packages.py has it.
 """
 import os
 import re
@@ -29,6 +30,7 @@ PAGES = sorted(path for path in [*ROOT.glob("*.md"), *(ROOT / "docs").glob("*.md
 BLOCK = re.compile(r"(?ms)^```sh( long| elsewhere)?\n(.*?)^```$")
 HELP_ONLY = re.compile(r"(?m)^((?:\w+=\S+ )*)(tools/(?:test|fleet|cross-test|bench|mutants|package|release))\b(.*)$")
 PICTURE = re.compile(r"(?m)^((?:\w+=\S+ )*(?:tools/watch|(?:build/release/)?lyn_watch)\b(?!.*(?:--json|--serve|--help))[^#\n]*)")
+SERVER = re.compile(r"(?m)^(build/release/lyn_watch --serve [^&#\n]*)(#.*)?$")
 PICTURE_BEGINS = b"\x1b[?1049h"
 CALLER = (ROOT / "examples/signal.c").read_text(encoding="utf-8")
 
@@ -63,6 +65,7 @@ def replaced(text, top):
     for name, real in {"/opt/lyn": top / "opt", "/path/to/sdk": sdk, "FILE.cfg": top / "test.cfg", "fuzz_NAME": "fuzz_ind",
                        "corpus/NAME": "corpus/ind", "total_time=600": "total_time=5"}.items():
         text = text.replace(name, str(real))
+    text = SERVER.sub(r"timeout --preserve-status 3 \1", text)
     text = PICTURE.sub(lambda command: f"script -qec {shlex.quote(command[1])} /dev/null ", text)
     return HELP_ONLY.sub(knows_its_options, text)
 
