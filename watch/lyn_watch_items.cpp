@@ -85,8 +85,9 @@ const char *lyn_watch_status_name(int32_t status) {
   return lyn_watch_name_or_other(lyn_watch_statuses, status);
 }
 
-const char *lyn_watch_registration_name(int64_t status) {
-  return lyn_watch_name_or_other(lyn_watch_registrations, status);
+std::string lyn_watch_version() {
+  return std::to_string(OX_LYN_VERSION_MAJOR) + "." + std::to_string(OX_LYN_VERSION_MINOR) + "." +
+         std::to_string(OX_LYN_VERSION_PATCH);
 }
 
 /* PLMN and text */

@@ -121,9 +121,11 @@ extern const std::span<const lyn_watch_event_kind_t> lyn_watch_event_kinds;
 /** Null: the module has no such event. */
 const lyn_watch_event_kind_t *lyn_watch_event_kind(uint32_t record_type, uint32_t id);
 
-/** Names of values, as records and metrics have them; "other" where there is none. */
+/** A status's name in metrics; "other" where it has none. */
 const char *lyn_watch_status_name(int32_t status);
-const char *lyn_watch_registration_name(int64_t status);
+
+/** "0.1.0": of the program, which is that of the header it was built with. */
+std::string lyn_watch_version();
 
 /** "272-01", from the three octets of 3GPP TS 24.008 or a neighbour's numbers; "" where the octets are no digits. */
 std::string lyn_watch_plmn(const int64_t octets[3]);

@@ -147,8 +147,6 @@ static json lyn_watch_json_location(const lyn_watch_location_t &found, lyn_watch
 
 /* Parts of a snapshot */
 
-static constexpr const char *lyn_watch_json_states[] = {"starting", "down", "up"};
-
 static const lyn_watch_reading_t &lyn_watch_json_reading(const lyn_watch_picture_t &picture, lyn_watch_key_t key) {
   return picture.items[key.item][key.radio];
 }
@@ -222,7 +220,6 @@ static json lyn_watch_json_traffic(const lyn_watch_traffic_t &traffic) {
 }
 
 static json lyn_watch_json_data(const lyn_watch_picture_t &picture) {
-  static constexpr const char *families[LYN_WATCH_FAMILIES] = {"ipv4", "ipv6"};
   json profiles = json::array();
   for (const lyn_watch_profile_t &profile : picture.profiles) {
     json object = {{"profile", profile.index}};
@@ -231,23 +228,12 @@ static json lyn_watch_json_data(const lyn_watch_picture_t &picture) {
     }
     for (size_t family = 0; family < LYN_WATCH_FAMILIES; ++family) {
       if (profile.traffic[family]) {
-        object[families[family]] = lyn_watch_json_traffic(*profile.traffic[family]);
+        object[lyn_watch_families[family]] = lyn_watch_json_traffic(*profile.traffic[family]);
       }
     }
     profiles.push_back(std::move(object));
   }
   return profiles;
-}
-
-// When the oldest counters were read; now, where there are none.
-static lyn_watch_time_t lyn_watch_json_data_at(const lyn_watch_picture_t &picture) {
-  lyn_watch_time_t oldest = picture.now;
-  for (const lyn_watch_profile_t &profile : picture.profiles) {
-    for (const std::optional<lyn_watch_traffic_t> &traffic : profile.traffic) {
-      oldest = traffic ? std::min(oldest, traffic->at) : oldest;
-    }
-  }
-  return oldest;
 }
 
 // Ages of what should have been read anew by now: it is older than two intervals.
@@ -257,7 +243,7 @@ static json lyn_watch_json_ages(const lyn_watch_picture_t &picture) {
   };
   json ages = json::object();
   lyn_watch_json_put_items(picture, &ages, [age](const lyn_watch_reading_t &reading) { return age(reading.at); });
-  lyn_watch_json_put(&ages, "data", age(lyn_watch_json_data_at(picture)));
+  lyn_watch_json_put(&ages, "data", age(lyn_watch_picture_counted(picture)));
   return ages;
 }
 
@@ -276,7 +262,7 @@ static void lyn_watch_json_put_location(const lyn_watch_picture_t &picture, json
 std::string lyn_watch_json_snapshot(const lyn_watch_picture_t &picture) {
   json record = lyn_watch_json_record("snapshot", picture.time, picture.board);
   record["up"] = picture.state == LYN_WATCH_UP;
-  record["state"] = lyn_watch_json_states[picture.state];
+  record["state"] = lyn_watch_state_name(picture.state);
   if (picture.answered != lyn_watch_time_t()) {
     record["age"] = lyn_watch_json_age(picture.answered, picture.now);
   }

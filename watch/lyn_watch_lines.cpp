@@ -43,7 +43,7 @@ struct lyn_watch_lines_t {
 // is ready takes PIPE_BUF octets. false: the model has ended, and there is no room.
 static bool lyn_watch_lines_await_room(const lyn_watch_lines_t &lines) {
   for (;;) {
-    const bool ended = !lyn_watch_model_wait_change(lines.model, UINT64_MAX, lyn_watch_time_t());
+    const bool ended = lyn_watch_model_ended(lines.model);
     pollfd output = {.fd = lines.fd, .events = POLLOUT, .revents = 0};
     const int ready = poll(&output, 1, ended ? 0 : static_cast<int>(LYN_WATCH_END_LOOK.count()));
     if (ready > 0 || lines.fd < 0) {
@@ -201,7 +201,7 @@ lyn_watch_lines_end_e lyn_watch_lines_once(lyn_watch_model_t *model, int fd) {
       break;
     }
   }
-  if (!lyn_watch_model_wait_change(model, UINT64_MAX, lyn_watch_time_t())) {
+  if (lyn_watch_model_ended(model)) {
     return LYN_WATCH_LINES_DONE;
   }
   if (picture.state != LYN_WATCH_UP) {

@@ -237,10 +237,9 @@ static constexpr struct lyn_watch_traffic_row_t {
 
 static void lyn_watch_expose_profile(const lyn_watch_profile_t &profile, const lyn_watch_traffic_row_t &row,
                                      MetricFamily *family) {
-  static constexpr const char *names[LYN_WATCH_FAMILIES] = {"ipv4", "ipv6"};
   for (size_t i = 0; i < LYN_WATCH_FAMILIES; ++i) {
     if (profile.traffic[i]) {
-      lyn_watch_add(family, {{"profile", std::to_string(profile.index)}, {"family", names[i]}},
+      lyn_watch_add(family, {{"profile", std::to_string(profile.index)}, {"family", lyn_watch_families[i]}},
                     row.value(profile.traffic[i]->stats));
     }
   }
@@ -297,15 +296,13 @@ static void lyn_watch_expose_location(const lyn_watch_picture_t &picture, lyn_wa
 /* What is there with and without a modem */
 
 static void lyn_watch_expose_infos(const lyn_watch_picture_t &picture, lyn_watch_families_t *families) {
-  static const std::string version = std::to_string(OX_LYN_VERSION_MAJOR) + "." + std::to_string(OX_LYN_VERSION_MINOR) +
-                                     "." + std::to_string(OX_LYN_VERSION_PATCH);
   const struct {
     const char *name;
     const char *help;
     lyn_watch_labels_t labels;
     double value;
   } rows[] = {{"lyn_up", "Whether the modem answers.", {}, picture.state == LYN_WATCH_UP ? 1.0 : 0.0},
-              {"lyn_build_info", "Version of lyn_watch.", {{"version", version}}, 1},
+              {"lyn_build_info", "Version of lyn_watch.", {{"version", lyn_watch_version()}}, 1},
               {"lyn_board_info", "Name of the board.", {{"board", picture.board}}, 1}};
   for (const auto &row : rows) {
     lyn_watch_keep_one(families, lyn_watch_family(row.name, row.help), row.labels, row.value);

@@ -2,7 +2,6 @@
 #include "lyn_watch_model.h"
 
 #include <algorithm>
-#include <type_traits>
 
 using std::chrono::duration_cast;
 using std::chrono::seconds;
@@ -52,6 +51,12 @@ static void lyn_watch_model_forget_values(lyn_watch_picture_t *picture) {
   picture->neighbours = {};
   picture->profiles.clear();
   picture->read = false;
+}
+
+const char *lyn_watch_state_name(lyn_watch_state_e state) {
+  static constexpr const char *names[] = {"starting", "down", "up"};
+  static_assert(std::size(names) == LYN_WATCH_UP + 1);
+  return names[state];
 }
 
 /* What the source does */
@@ -146,8 +151,8 @@ void lyn_watch_model_put_profiles(lyn_watch_model_t *model, std::vector<lyn_watc
 
 void lyn_watch_model_put_location(lyn_watch_model_t *model, const ox_lyn_location_t &location, lyn_watch_time_t now) {
   const std::lock_guard lock(model->mutex);
-  model->place = std::make_shared<const lyn_watch_location_t>(lyn_watch_location_t{.location = location, .at = now});
-  model->picture.location = *model->place;
+  model->picture.location =
+      std::make_shared<const lyn_watch_location_t>(lyn_watch_location_t{.location = location, .at = now});
   lyn_watch_model_note_change(model);
 }
 
@@ -160,8 +165,12 @@ uint64_t lyn_watch_model_put_event(lyn_watch_model_t *model, const lyn_watch_eve
   }
   ++model->picture.event_counts[static_cast<size_t>(kind - lyn_watch_event_kinds.data())];
   const uint64_t id = ++model->picture.last_event;
-  model->events.push_back(
-      {.id = id, .time = time, .kind = kind, .fields = std::move(fields), .at = now, .location = model->place});
+  model->events.push_back({.id = id,
+                           .time = time,
+                           .kind = kind,
+                           .fields = std::move(fields),
+                           .at = now,
+                           .location = model->picture.location});
   if (model->events.size() > LYN_WATCH_EVENTS_KEPT) {
     model->events.pop_front();
   }
@@ -228,6 +237,16 @@ lyn_watch_picture_t lyn_watch_model_picture(lyn_watch_model_t *model, lyn_watch_
   picture.now = now;
   picture.time = std::chrono::system_clock::now();
   return picture;
+}
+
+lyn_watch_time_t lyn_watch_picture_counted(const lyn_watch_picture_t &picture) {
+  lyn_watch_time_t oldest = picture.now;
+  for (const lyn_watch_profile_t &profile : picture.profiles) {
+    for (const std::optional<lyn_watch_traffic_t> &traffic : profile.traffic) {
+      oldest = traffic ? std::min(oldest, traffic->at) : oldest;
+    }
+  }
+  return oldest;
 }
 
 std::vector<std::optional<lyn_watch_bucket_t>> lyn_watch_model_history(lyn_watch_model_t *model, lyn_watch_key_t key,

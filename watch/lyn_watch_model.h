@@ -13,6 +13,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -32,7 +33,7 @@ using lyn_watch_ms_t = std::chrono::milliseconds;
 enum {
   LYN_WATCH_HISTORY_S = 600,     // one bucket a second
   LYN_WATCH_EVENTS = 100,        // the last events, as views show them
-  LYN_WATCH_EVENTS_KEPT = 16384  // for who follows them and is late; no more than 2 MiB
+  LYN_WATCH_EVENTS_KEPT = 16384  // for who follows them and is late; of measurements 2.2 MiB
 };
 
 /** How the module stands. */
@@ -41,6 +42,9 @@ enum lyn_watch_state_e {
   LYN_WATCH_DOWN,      // the modem is gone, refuses or does not answer
   LYN_WATCH_UP         // the last question for the registration status was answered
 };
+
+/** "starting", "down" and "up", as records have it. */
+const char *lyn_watch_state_name(lyn_watch_state_e state);
 
 /** One item: no value where the last question was not answered with one. */
 struct lyn_watch_reading_t {
@@ -85,7 +89,10 @@ struct lyn_watch_traffic_t {
   lyn_watch_time_t at;
 };
 
-enum { LYN_WATCH_FAMILIES = 2 };  // IPv4, IPv6
+/** Names of the IP families, as records and metrics have them. */
+inline constexpr const char *lyn_watch_families[] = {"ipv4", "ipv6"};
+
+enum { LYN_WATCH_FAMILIES = std::size(lyn_watch_families) };
 
 struct lyn_watch_profile_t {
   uint32_t index;
@@ -98,13 +105,16 @@ struct lyn_watch_location_t {
   lyn_watch_time_t at;
 };
 
+/** A location that picture and events share. */
+using lyn_watch_fix_t = std::shared_ptr<const lyn_watch_location_t>;
+
 struct lyn_watch_event_t {
   uint64_t id;  // from 1
   lyn_watch_utc_t time;
   const lyn_watch_event_kind_t *kind;
   std::vector<lyn_watch_field_t> fields;
   lyn_watch_time_t at{};
-  std::shared_ptr<const lyn_watch_location_t> location{};  // the last one then; null: there was none
+  lyn_watch_fix_t location{};  // the last one then; null: there was none
 };
 
 /** What tells a radio's serving cells apart; none of a value that was never measured there. */
@@ -136,7 +146,7 @@ struct lyn_watch_picture_t {
   std::vector<std::array<lyn_watch_reading_t, LYN_WATCH_PLACES>> items;  // in the order of the table
   std::array<lyn_watch_neighbours_t, LYN_WATCH_RADIOS> neighbours;
   std::vector<lyn_watch_profile_t> profiles;
-  std::optional<lyn_watch_location_t> location;
+  lyn_watch_fix_t location;            // the last one; null: there was none
   std::vector<uint64_t> event_counts;  // in the order of the table of kinds
   std::array<uint64_t, LYN_WATCH_RADIOS> cell_changes{};
   lyn_watch_requests_t requests;
@@ -154,7 +164,6 @@ struct lyn_watch_model_t {
   lyn_watch_picture_t picture;
   std::map<lyn_watch_key_t, lyn_watch_history_t> history;  // of the items that are measured
   std::deque<lyn_watch_event_t> events;
-  std::shared_ptr<const lyn_watch_location_t> place;     // the location, as events have it
   std::array<lyn_watch_cell_t, LYN_WATCH_RADIOS> cells;  // the last that each radio was in, whatever was gone since
   uint64_t changes = 0;                                  // counts every change
   bool ended = false;
@@ -205,6 +214,9 @@ void lyn_watch_model_end(lyn_watch_model_t *model);
 /* What the views do */
 
 lyn_watch_picture_t lyn_watch_model_picture(lyn_watch_model_t *model, lyn_watch_time_t now);
+
+/** When the oldest counters of the data path were read; the picture's time, where there are none. */
+lyn_watch_time_t lyn_watch_picture_counted(const lyn_watch_picture_t &picture);
 
 /** The seconds up to `now`, the oldest first, LYN_WATCH_HISTORY_S of them; nothing where nothing was measured. */
 std::vector<std::optional<lyn_watch_bucket_t>> lyn_watch_model_history(lyn_watch_model_t *model, lyn_watch_key_t key,

@@ -16,21 +16,21 @@ static constexpr lyn_watch_dots_t lyn_watch_braille_dots = {.across = 2, .up = 4
 static constexpr lyn_watch_dots_t lyn_watch_ascii_dots = {.across = 1, .up = 3};
 
 /** A column of dots: the mean of its seconds. */
-struct lyn_watch_column_t {
+struct lyn_watch_average_t {
   double sum = 0;
   size_t count = 0;
 };
 
 // The columns up to the one that the newest second is in.
-static std::vector<lyn_watch_column_t> lyn_watch_plot_columns(size_t count, lyn_watch_seconds_t history,
-                                                              int64_t newest) {
-  std::vector<lyn_watch_column_t> columns(count);
+static std::vector<lyn_watch_average_t> lyn_watch_plot_columns(size_t count, lyn_watch_seconds_t history,
+                                                               int64_t newest) {
+  std::vector<lyn_watch_average_t> columns(count);
   const auto seconds = static_cast<int64_t>((history.size() + count - 1) / count);
   for (size_t i = 0; i < history.size(); ++i) {
     const int64_t second = newest - static_cast<int64_t>(history.size() - 1 - i);
     const int64_t back = newest / seconds - second / seconds;
     if (history[i] && second >= 0 && back < static_cast<int64_t>(count)) {
-      lyn_watch_column_t *column = &columns[count - 1 - static_cast<size_t>(back)];
+      lyn_watch_average_t *column = &columns[count - 1 - static_cast<size_t>(back)];
       column->sum += history[i]->last;
       ++column->count;
     }
@@ -39,7 +39,7 @@ static std::vector<lyn_watch_column_t> lyn_watch_plot_columns(size_t count, lyn_
 }
 
 // How many dots of `dots` are set; none where nothing was measured.
-static size_t lyn_watch_plot_level(const lyn_watch_column_t &column, const lyn_watch_plot_t &plot, size_t dots) {
+static size_t lyn_watch_plot_level(const lyn_watch_average_t &column, const lyn_watch_plot_t &plot, size_t dots) {
   if (column.count == 0) {
     return 0;
   }
@@ -84,7 +84,7 @@ std::vector<std::string> lyn_watch_plot(const lyn_watch_plot_t &plot, lyn_watch_
   }
   const lyn_watch_dots_t dots = plot.braille ? lyn_watch_braille_dots : lyn_watch_ascii_dots;
   std::vector<size_t> levels;
-  for (const lyn_watch_column_t &column : lyn_watch_plot_columns(plot.width * dots.across, history, newest)) {
+  for (const lyn_watch_average_t &column : lyn_watch_plot_columns(plot.width * dots.across, history, newest)) {
     levels.push_back(lyn_watch_plot_level(column, plot, plot.height * dots.up));
   }
   std::vector<std::string> lines;

@@ -37,7 +37,7 @@ static constexpr double LYN_WATCH_PLOT_SPAN = 4;
 struct lyn_watch_view_t {
   lyn_watch_picture_t picture;
   std::map<lyn_watch_key_t, std::vector<std::optional<lyn_watch_bucket_t>>> history;
-  lyn_watch_lines_t events;
+  lyn_watch_news_t events;
 };
 
 /** Lines of the sections, and where they begin. */
@@ -169,7 +169,7 @@ static lyn_watch_place_t lyn_watch_screen_panel(const lyn_watch_screen_t &screen
 // How old what is shown is; none: as old as may be.
 static std::optional<std::string> lyn_watch_screen_age(const lyn_watch_screen_t &screen, lyn_watch_time_t at) {
   const auto age = screen.view.picture.now - at;
-  return age > 2 * screen.plan.every + seconds(3) ? std::optional(lyn_watch_show_age(age)) : std::nullopt;
+  return age > 2 * screen.view.picture.every + seconds(3) ? std::optional(lyn_watch_show_age(age)) : std::nullopt;
 }
 
 // The age takes the end of the place, whatever the value leaves of it.
@@ -476,17 +476,6 @@ static void lyn_watch_screen_draw_profile(const lyn_watch_screen_t &screen, lyn_
   lyn_watch_screen_put_row(screen, place, columns, texts, style);
 }
 
-// The oldest of all counters; none: none is older than it may be.
-static std::optional<std::string> lyn_watch_screen_data_age(const lyn_watch_screen_t &screen) {
-  lyn_watch_time_t oldest = screen.view.picture.now;
-  for (const lyn_watch_profile_t &profile : screen.view.picture.profiles) {
-    for (const std::optional<lyn_watch_traffic_t> &traffic : profile.traffic) {
-      oldest = traffic ? std::min(oldest, traffic->at) : oldest;
-    }
-  }
-  return lyn_watch_screen_age(screen, oldest);
-}
-
 static void lyn_watch_screen_draw_data(const lyn_watch_screen_t &screen) {
   const std::vector<lyn_watch_profile_t> &profiles = screen.view.picture.profiles;
   lyn_watch_place_t place = lyn_watch_screen_panel(screen, LYN_WATCH_LTE, screen.layout.data);
@@ -495,7 +484,7 @@ static void lyn_watch_screen_draw_data(const lyn_watch_screen_t &screen) {
   lyn_watch_screen_put(screen, place, "", LYN_WATCH_HEADING);
   place.width = std::min(place.width, LYN_WATCH_DATA_WIDTH);
   columns[0].width += place.width - (LYN_WATCH_LEAST_COLUMNS - 2) / 2;
-  const auto age = lyn_watch_screen_data_age(screen);
+  const auto age = lyn_watch_screen_age(screen, lyn_watch_picture_counted(screen.view.picture));
   const std::string heading = age ? "Data " + *age : columns[0].heading;
   columns[0].heading = heading.c_str();
   lyn_watch_screen_put_headings(screen, place, columns);
@@ -749,7 +738,7 @@ static void lyn_watch_screen_look(lyn_watch_screen_t *screen, lyn_watch_time_t n
       view->history[key] = lyn_watch_model_history(screen->model, key, now);
     }
   }
-  lyn_watch_lines_follow(&view->events, screen->model);
+  lyn_watch_news_follow(&view->events, screen->model);
 }
 
 // Draw where there is something new: what was read, a second of the clock, or what a key or the terminal asks for.

@@ -7,9 +7,8 @@
 #include "lyn_watch_model.h"
 
 struct lyn_watch_screen_plan_t {
-  lyn_watch_ms_t every;  // how often everything is read; what is much older looks old
-  void (*scan)();        // ask for a neighbour scan
-  std::string address;   // where the model is served, too; empty: nowhere
+  void (*scan)();       // ask for a neighbour scan
+  std::string address;  // where the model is served, too; empty: nowhere
 };
 
 /** Until the model or the terminal ends, or somebody has enough of it. false: the terminal cannot be drawn on. */

@@ -13,8 +13,6 @@
 using std::chrono::duration_cast;
 using std::chrono::seconds;
 
-enum { LYN_WATCH_LINES = 100 };
-
 /* Values */
 
 const char *lyn_watch_radio_label(lyn_watch_radio_e radio) {
@@ -202,8 +200,8 @@ static bool lyn_watch_line_is_routine(const lyn_watch_event_kind_t *kind) {
 }
 
 // The line at the end that an event goes into: one of its kind where nothing rare came since, else a new one.
-static lyn_watch_line_t *lyn_watch_lines_last(lyn_watch_lines_t *lines, const lyn_watch_event_kind_t *kind) {
-  std::deque<lyn_watch_line_t> &all = lines->lines;
+static lyn_watch_line_t *lyn_watch_news_last(lyn_watch_news_t *news, const lyn_watch_event_kind_t *kind) {
+  std::deque<lyn_watch_line_t> &all = news->lines;
   auto line = all.rbegin();
   while (line != all.rend() && line->kind != kind && lyn_watch_line_is_routine(line->kind)) {
     ++line;
@@ -216,9 +214,9 @@ static lyn_watch_line_t *lyn_watch_lines_last(lyn_watch_lines_t *lines, const ly
   return &all.back();
 }
 
-static void lyn_watch_lines_add(lyn_watch_lines_t *lines, const lyn_watch_event_t &event) {
+static void lyn_watch_news_add(lyn_watch_news_t *news, const lyn_watch_event_t &event) {
   const std::optional<lyn_watch_key_t> key = lyn_watch_measures(event);
-  lyn_watch_line_t *line = lyn_watch_lines_last(lines, key ? nullptr : event.kind);
+  lyn_watch_line_t *line = lyn_watch_news_last(news, key ? nullptr : event.kind);
   line->time = event.time;
   if (key) {
     lyn_watch_line_put(line, *key, lyn_watch_show_value(*key, event.fields.front().second, false));
@@ -226,15 +224,15 @@ static void lyn_watch_lines_add(lyn_watch_lines_t *lines, const lyn_watch_event_
     line->text = lyn_watch_join(event.fields, " ", lyn_watch_show_field);
     line->text = lyn_watch_format("%-19s ", event.kind->name) + line->text;
   }
-  if (lines->lines.size() > LYN_WATCH_LINES) {
-    lines->lines.pop_front();
+  if (news->lines.size() > LYN_WATCH_EVENTS) {
+    news->lines.pop_front();
   }
 }
 
-void lyn_watch_lines_follow(lyn_watch_lines_t *lines, lyn_watch_model_t *model) {
-  for (const lyn_watch_event_t &event : lyn_watch_model_events(model, lines->last, SIZE_MAX).events) {
-    lyn_watch_lines_add(lines, event);
-    lines->last = event.id;
+void lyn_watch_news_follow(lyn_watch_news_t *news, lyn_watch_model_t *model) {
+  for (const lyn_watch_event_t &event : lyn_watch_model_events(model, news->last, SIZE_MAX).events) {
+    lyn_watch_news_add(news, event);
+    news->last = event.id;
   }
 }
 

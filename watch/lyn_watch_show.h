@@ -59,13 +59,13 @@ struct lyn_watch_line_t {
  * What happened, the newest last, as far as a screen can show it. What comes again and again, measurements and answers
  * to what was asked for, has a line each behind what came last of anything else: it does not push out what is rare.
  */
-struct lyn_watch_lines_t {
+struct lyn_watch_news_t {
   std::deque<lyn_watch_line_t> lines;
   uint64_t last = 0;  // id of the newest event that is in it
 };
 
 /** Take what has happened since. */
-void lyn_watch_lines_follow(lyn_watch_lines_t *lines, lyn_watch_model_t *model);
+void lyn_watch_news_follow(lyn_watch_news_t *news, lyn_watch_model_t *model);
 
 std::string lyn_watch_show_line(const lyn_watch_line_t &line);
 

@@ -42,12 +42,6 @@ static constexpr struct {
     {OX_LYN_IND_LTE_SINR_E, 10},    {OX_LYN_IND_NR5G_SINR_E, 10},
 };
 
-// What is answered through the callback: asked for, and given up where the answer does not come.
-struct lyn_watch_awaited_t {
-  lyn_watch_time_t lost = lyn_watch_time_t::max();  // when it is given up
-  uint64_t downs = 0;                               // of the modem, when it was asked for
-};
-
 struct lyn_watch_source_t {
   lyn_watch_model_t *model = nullptr;
   lyn_watch_plan_t plan{};
@@ -64,8 +58,9 @@ struct lyn_watch_source_t {
   uint64_t reading_downs = 0;  // as the reading began
   bool subscribed[std::size(lyn_watch_subscriptions)] = {};
   uint64_t subscribed_downs = 0;
-  lyn_watch_awaited_t scan;
-  lyn_watch_awaited_t shot;
+  lyn_watch_time_t scan_lost = lyn_watch_time_t::max();  // when a scan that is not answered is given up
+  lyn_watch_time_t shot_lost = lyn_watch_time_t::max();
+  uint64_t scan_downs = 0;  // as the scan was sent
   lyn_watch_time_t receiver_ready{};
 };
 
@@ -422,10 +417,6 @@ static bool lyn_watch_source_read() {
 
 /* What is answered through the callback */
 
-static bool lyn_watch_source_is_lost(const lyn_watch_awaited_t &awaited) {
-  return steady_clock::now() >= awaited.lost;
-}
-
 static int32_t lyn_watch_source_get_list(const char *name, std::span<ox_lyn_dm_info_t> records) {
   return lyn_watch_source_ask(name, [records] {
     return ox_lyn_get_info_list(lyn_watch_source->hndl, records.data(), static_cast<uint32_t>(records.size()));
@@ -449,12 +440,12 @@ static int32_t lyn_watch_source_ask_neighbours_again() {
 
 // What was sent before the modem went is not answered any more.
 static void lyn_watch_source_send_scan(lyn_watch_time_t now) {
-  lyn_watch_awaited_t *scan = &lyn_watch_source->scan;
   const uint64_t downs = lyn_watch_source_downs();
-  if (lyn_watch_model_picture(lyn_watch_source->model, now).scanning && scan->downs == downs) {
+  if (lyn_watch_model_picture(lyn_watch_source->model, now).scanning && lyn_watch_source->scan_downs == downs) {
     return;
   }
-  *scan = {.lost = now + LYN_WATCH_SCAN_PATIENCE, .downs = downs};
+  lyn_watch_source->scan_lost = now + LYN_WATCH_SCAN_PATIENCE;
+  lyn_watch_source->scan_downs = downs;
   // Ahead of the call, behind which the answer may already have come.
   lyn_watch_model_set_scanning(lyn_watch_source->model, true);
   int32_t status = lyn_watch_source_ask_neighbours();
@@ -467,7 +458,7 @@ static void lyn_watch_source_send_scan(lyn_watch_time_t now) {
 }
 
 static void lyn_watch_source_give_up_scan() {
-  lyn_watch_source->scan.lost = lyn_watch_time_t::max();
+  lyn_watch_source->scan_lost = lyn_watch_time_t::max();
   lyn_watch_model_set_scanning(lyn_watch_source->model, false);
 }
 
@@ -477,12 +468,12 @@ static bool lyn_watch_source_send_shot(lyn_watch_time_t now) {
                                           .horizontal_accuracy = LYN_WATCH_SHOT_ACCURACY};
   ox_lyn_dm_info_t record = lyn_watch_source_record(OX_LYN_GET_LOC_SINGLE_SHOT_E);
   record.value.ptr = &request;
-  lyn_watch_source->shot.lost = now + LYN_WATCH_SHOT_PATIENCE;
+  lyn_watch_source->shot_lost = now + LYN_WATCH_SHOT_PATIENCE;
   lyn_watch_model_set_locating(lyn_watch_source->model, true);
   const int32_t status = lyn_watch_source_get(&record);
   const bool sent = status == OX_LYN_SUCCESS || status == OX_LYN_ERR_BUSY;
   if (!sent) {
-    lyn_watch_source->shot.lost = lyn_watch_time_t::max();
+    lyn_watch_source->shot_lost = lyn_watch_time_t::max();
   }
   return sent;
 }
@@ -493,11 +484,11 @@ static bool lyn_watch_source_is_locating(lyn_watch_time_t now) {
 
 // A receiver that gave up says nothing; its request is over once the answer to its stop has come.
 static void lyn_watch_source_stop_shot(lyn_watch_time_t now) {
-  lyn_watch_source->shot.lost = lyn_watch_time_t::max();
+  lyn_watch_source->shot_lost = lyn_watch_time_t::max();
   if (!lyn_watch_source_is_locating(now)) {
     return;
   }
-  lyn_watch_source->shot.lost = now + LYN_WATCH_SHOT_PATIENCE;
+  lyn_watch_source->shot_lost = now + LYN_WATCH_SHOT_PATIENCE;
   ox_lyn_dm_ctrl_info_t control = {};
   control.control = OX_LYN_SET_LOC_SINGLE_SHOT_STOP_E;
   const int32_t status =
@@ -539,7 +530,7 @@ struct lyn_watch_errands_t {
 
 static lyn_watch_time_t lyn_watch_source_due(const lyn_watch_errands_t &errands) {
   const lyn_watch_time_t due = std::min(
-      {lyn_watch_errand_due(errands.reading), errands.retry, lyn_watch_source->scan.lost, lyn_watch_source->shot.lost});
+      {lyn_watch_errand_due(errands.reading), errands.retry, lyn_watch_source->scan_lost, lyn_watch_source->shot_lost});
   // What cannot be sent waits for the modem.
   return errands.up ? std::min({due, lyn_watch_errand_due(errands.scan), lyn_watch_errand_due(errands.location)}) : due;
 }
@@ -566,7 +557,7 @@ static void lyn_watch_source_run_reading(lyn_watch_errands_t *errands) {
 
 // One that is to be asked for again counts as under way, but nothing was sent that could be lost.
 static void lyn_watch_source_locate(lyn_watch_errand_t *errand, lyn_watch_time_t now) {
-  if (lyn_watch_source_is_locating(now) && lyn_watch_source->shot.lost != lyn_watch_time_t::max()) {
+  if (lyn_watch_source_is_locating(now) && lyn_watch_source->shot_lost != lyn_watch_time_t::max()) {
     return;
   }
   if (!lyn_watch_source_send_shot(now)) {
@@ -583,10 +574,10 @@ static void lyn_watch_source_send(lyn_watch_errands_t *errands, bool scan_asked,
   if (errands->up && lyn_watch_errand_take(&errands->location, now)) {
     lyn_watch_source_locate(&errands->location, now);
   }
-  if (lyn_watch_source_is_lost(lyn_watch_source->scan)) {
+  if (steady_clock::now() >= lyn_watch_source->scan_lost) {
     lyn_watch_source_give_up_scan();
   }
-  if (lyn_watch_source_is_lost(lyn_watch_source->shot)) {
+  if (steady_clock::now() >= lyn_watch_source->shot_lost) {
     lyn_watch_source_stop_shot(now);
   }
 }

@@ -268,11 +268,9 @@ void lyn_watch_talk_t::answer_history(httplib::Response *response) {
 }
 
 void lyn_watch_talk_t::answer_health(httplib::Response *response) {
-  static constexpr const char *states[] = {"starting", "down", "up"};
-  static_assert(std::size(states) == LYN_WATCH_UP + 1);
   const lyn_watch_picture_t now = picture();
   const bool up = now.state == LYN_WATCH_UP;
-  nlohmann::ordered_json health = {{"up", up}, {"state", states[now.state]}};
+  nlohmann::ordered_json health = {{"up", up}, {"state", lyn_watch_state_name(now.state)}};
   if (now.answered != lyn_watch_time_t{}) {
     health["age_seconds"] = std::max(0.0, std::chrono::duration<double>(now.now - now.answered).count());
   }

@@ -87,9 +87,7 @@ static std::string lyn_watch_host_name() {
 }
 
 static void lyn_watch_add_options(CLI::App *app, lyn_watch_options_t *options) {
-  app->set_version_flag("--version", "lyn_watch " + std::to_string(OX_LYN_VERSION_MAJOR) + "." +
-                                         std::to_string(OX_LYN_VERSION_MINOR) + "." +
-                                         std::to_string(OX_LYN_VERSION_PATCH));
+  app->set_version_flag("--version", "lyn_watch " + lyn_watch_version());
   CLI::Option *json = app->add_flag("--json", options->json, "one JSON object a line: snapshots and events");
   app->add_flag("--screen", options->screen, "the picture in the terminal, which is the view without any other")
       ->excludes(json);
@@ -116,8 +114,8 @@ static int lyn_watch_end_of_options(const CLI::App &app, const CLI::ParseError &
 
 /* Output */
 
-// What module and board print is not ours to mix with records or pictures; the diagnostic log has it, too. Gives where
-// records go; below 0: standard output is closed.
+// What module and board print is not ours to mix with records. Gives where these go; below 0: standard output is
+// closed.
 static int lyn_watch_keep_output() {
   const int output = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
   const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
@@ -172,8 +170,8 @@ static int lyn_watch_run_json(const lyn_watch_options_t &options, int output) {
   return EXIT_FAILURE;
 }
 
-static int lyn_watch_run_screen(const lyn_watch_options_t &options, const std::string &address) {
-  const lyn_watch_screen_plan_t plan = {.every = options.plan.every, .scan = lyn_watch_source_scan, .address = address};
+static int lyn_watch_run_screen(const std::string &address) {
+  const lyn_watch_screen_plan_t plan = {.scan = lyn_watch_source_scan, .address = address};
   if (!lyn_watch_screen_run(lyn_watch_model, plan)) {
     fputs("lyn_watch: the terminal cannot be drawn on\n", stderr);
     return EXIT_FAILURE;
@@ -205,7 +203,7 @@ static int lyn_watch_run_views(const lyn_watch_options_t &options, int output, c
     fputs("lyn_watch: no thread to be had\n", stderr);
     return EXIT_FAILURE;
   }
-  const int status = lyn_watch_draws(options) ? lyn_watch_run_screen(options, address)
+  const int status = lyn_watch_draws(options) ? lyn_watch_run_screen(address)
                      : options.json           ? lyn_watch_run_json(options, output)
                                               : lyn_watch_run_nothing();
   lyn_watch_model_end(lyn_watch_model);  // where a view ended by itself

@@ -50,3 +50,11 @@ def test_file_without_the_licence_is_named(tree, name):
 def test_licence_further_down_is_not_seen(tree):
     (tree / "tests/e2e/a.py").write_text(f'"""What it is for."""\n# {LICENCE}\n', encoding="utf-8")
     assert check(tree)[0] == 1
+
+
+def test_type_that_two_files_of_a_program_define_is_named(tree):
+    text = f"/* {LICENCE} */\nstruct {{name}} {{{{\n  int member;\n}}}};\n"
+    for folder, name in (("demo", "one"), ("src", "two"), ("watch", "one")):
+        (tree / folder).mkdir(exist_ok=True)
+        (tree / folder / "b.cpp").write_text(text.format(name=name), encoding="utf-8")
+    assert check(tree) == (1, "watch/b.cpp:2: one is a type of demo/b.cpp, too\n")

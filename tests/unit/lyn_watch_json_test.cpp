@@ -165,7 +165,8 @@ json location_with(
   location.speed = 24 / 3.6F;
   location.timestamp = 1767225600123;
   change(&location);
-  picture.location = {.location = location, .at = picture.now - 1500ms};
+  picture.location = std::make_shared<const lyn_watch_location_t>(
+      lyn_watch_location_t{.location = location, .at = picture.now - 1500ms});
   return snapshot(picture)["location"];
 }
 

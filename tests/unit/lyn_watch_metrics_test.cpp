@@ -82,8 +82,9 @@ lyn_watch_picture_t full_picture() {
   picture.neighbours[LYN_WATCH_LTE] = {.cells = {{.channel = 1, .pci = 2, .rsrp = -100, .rsrq = -10}}, .at = long_ago};
   lyn_watch_traffic_t traffic = {};
   picture.profiles = {{.index = 1, .apn = "internet", .traffic = {traffic, traffic}}};
-  picture.location = {.location = {}, .at = long_ago};
-  picture.location->location.flags = OX_LYN_LOC_FLAG_LAT_LONG_E | OX_LYN_LOC_FLAG_SPEED_E;
+  lyn_watch_location_t found = {.location = {}, .at = long_ago};
+  found.location.flags = OX_LYN_LOC_FLAG_LAT_LONG_E | OX_LYN_LOC_FLAG_SPEED_E;
+  picture.location = std::make_shared<const lyn_watch_location_t>(found);
   picture.requests[{"registration", OX_LYN_SUCCESS}] = 1;
   return picture;
 }
@@ -259,10 +260,11 @@ TEST(lyn_watch_metrics, durations_are_counted_up_to_each_bound) {
 
 TEST(lyn_watch_metrics, a_location_has_what_its_flags_say) {
   lyn_watch_picture_t picture = picture_of(LYN_WATCH_UP);
-  picture.location = {.location = {}, .at = long_ago - seconds(3)};
-  picture.location->location.flags = OX_LYN_LOC_FLAG_LAT_LONG_E;
-  picture.location->location.latitude = 51.897463;
-  picture.location->location.longitude = -8.5;
+  lyn_watch_location_t found = {.location = {}, .at = long_ago - seconds(3)};
+  found.location.flags = OX_LYN_LOC_FLAG_LAT_LONG_E;
+  found.location.latitude = 51.897463;
+  found.location.longitude = -8.5;
+  picture.location = std::make_shared<const lyn_watch_location_t>(found);
   EXPECT_THAT(lines_of(picture, "lyn_location_"),
               ElementsAre("lyn_location_latitude_degrees 51.897463", "lyn_location_longitude_degrees -8.5",
                           "lyn_location_age_seconds 3"));

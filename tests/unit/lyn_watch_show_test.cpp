@@ -129,7 +129,7 @@ class lyn_watch_lines_test : public testing::Test {
   }
 
   std::vector<std::string> told() {
-    lyn_watch_lines_follow(&lines, &model);
+    lyn_watch_news_follow(&lines, &model);
     std::vector<std::string> texts;
     for (const lyn_watch_line_t &line : lines.lines) {
       texts.push_back(lyn_watch_show_line(line).substr(10));
@@ -138,7 +138,7 @@ class lyn_watch_lines_test : public testing::Test {
   }
 
   lyn_watch_model_t model;
-  lyn_watch_lines_t lines;
+  lyn_watch_news_t lines;
 };
 
 TEST_F(lyn_watch_lines_test, a_run_of_measurements_is_one_line_with_the_newest_of_each) {
