@@ -218,7 +218,8 @@ def test_port_in_use_is_said_and_nothing_stays(taken):
     (["--help"], "usage: tools/fleet"), ([], "how many boards?"), (["0"], "how many boards?"), (["2", "3"], "one number"),
     (["--port", "x", "2"], "--port takes"), (["--port", "65530", "20"], "--port takes"), (["--scrape", "5", "2"], "--scrape"),
     (["--alerts-after", "soon", "2"], "--alerts-after"), (["--board", "3=/dev/null", "2"], "--board takes"),
-    (["--board", "2=/nowhere", "2"], "no such file: /nowhere"), (["--fast", "2"], "unknown option --fast")])
+    (["--board", "2=/nowhere", "2"], "no such file: /nowhere"), (["--fast", "2"], "unknown option --fast"),
+    *((["2", option], f"{option} takes a value") for option in ("--port", "--scrape", "--alerts-after", "--board"))])
 def test_words_that_are_no_use_are_named(words, said):
     done = subprocess.run([ROOT / "tools/fleet", *words], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
                           timeout=PATIENCE, check=False)

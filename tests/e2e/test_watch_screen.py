@@ -456,25 +456,34 @@ def test_standard_error_that_is_no_terminal_stays_what_it_is(watch, tmp_path):
         assert "unknown key" in path.read_text() and b"unknown key" not in screen.raw
 
 
+def typed_up(screen, command):
+    """The picture, typed at a shell's prompt; the terminal's settings before it and while it is drawn."""
+    screen.wait_for("prompt>")
+    cooked = screen.settings()
+    screen.press(command + "\n")
+    up(screen)
+    return cooked, screen.settings()
+
+
+def check_drawn_again_and_quit(screen, cooked, drawn):
+    up(screen)
+    assert screen.lines[2].startswith("RSRP       -95 dBm") and screen.settings() == drawn
+    screen.press("q")
+    screen.wait_for("status=0")
+    assert screen.settings() == cooked and screen.leftovers() == []
+
+
 def test_a_shell_stops_and_resumes_the_picture(watch):
     with watch.shell(scenario=QUIET) as screen:
-        screen.wait_for("prompt>")
-        cooked = screen.settings()
-        screen.press("lyn_watch\n")
-        up(screen)
-        drawn = screen.settings()
+        cooked, drawn = typed_up(screen, "lyn_watch")
         screen.press("\x1a")
         screen.wait_for("Stopped")
         assert screen.settings() == cooked and screen.leftovers() == []
         screen.resize(100, 40)
         screen.press("fg; echo status=$?\n")
         screen.wait_for(lambda _: screen.screen.display[39].startswith(" h help"))
-        up(screen)
-        assert screen.lines[2].startswith("RSRP       -95 dBm") and "Stopped" not in screen.text
-        assert screen.settings() == drawn
-        screen.press("q")
-        screen.wait_for("status=0")
-        assert screen.settings() == cooked and screen.leftovers() == []
+        assert "Stopped" not in screen.text
+        check_drawn_again_and_quit(screen, cooked, drawn)
 
 
 def picture_of(shell):
@@ -484,29 +493,18 @@ def picture_of(shell):
 
 def test_a_picture_that_was_stopped_without_warning_is_drawn_anew(watch):
     with watch.shell(scenario=QUIET) as screen:
-        screen.wait_for("prompt>")
-        cooked = screen.settings()
-        screen.press("lyn_watch\n")
-        up(screen)
-        drawn = screen.settings()
+        cooked, drawn = typed_up(screen, "lyn_watch")
         os.kill(picture_of(screen), signal.SIGSTOP)
         screen.wait_for("(signal)")
         termios.tcsetattr(screen.slave, termios.TCSANOW, cooked)
         screen.press("fg; echo status=$?\n")
         screen.wait_for(lambda _: "(signal)" not in "\n".join(screen.screen.display))
-        up(screen)
-        assert screen.lines[2].startswith("RSRP       -95 dBm") and screen.settings() == drawn
-        screen.press("q")
-        screen.wait_for("status=0")
-        assert screen.settings() == cooked and screen.leftovers() == []
+        check_drawn_again_and_quit(screen, cooked, drawn)
 
 
 def test_a_picture_that_is_killed_leaves_the_shell_its_terminal(watch):
     with watch.shell(scenario=QUIET) as screen:
-        screen.wait_for("prompt>")
-        cooked = screen.settings()
-        screen.press("lyn_watch; echo status=$?\n")
-        up(screen)
+        cooked, _ = typed_up(screen, "lyn_watch; echo status=$?")
         os.kill(picture_of(screen), signal.SIGKILL)
         screen.wait_for("status=137")
         screen.wait_for(lambda _: screen.leftovers() == [] and screen.settings() == cooked)
