@@ -482,6 +482,7 @@ def test_a_shell_stops_and_resumes_the_picture(watch):
         screen.resize(100, 40)
         screen.press("fg; echo status=$?\n")
         screen.wait_for(lambda _: screen.screen.display[39].startswith(" h help"))
+        up(screen)
         assert "Stopped" not in screen.text
         check_drawn_again_and_quit(screen, cooked, drawn)
 
