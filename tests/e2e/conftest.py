@@ -12,8 +12,9 @@ import watching
 LONG = bool(os.environ.get("LYN_LONG"))
 
 
-# A run in the background of a script is handed these ignored, and would hand them down; a terminal does not.
-for number in (signal.SIGINT, signal.SIGQUIT):
+# A run in the background of a script, or under nohup, is handed these ignored and would hand them down; a terminal does
+# not.
+for number in (signal.SIGINT, signal.SIGQUIT, signal.SIGHUP, signal.SIGTERM, signal.SIGTSTP):
     if signal.getsignal(number) == signal.SIG_IGN:
         signal.signal(number, signal.SIG_DFL)
 

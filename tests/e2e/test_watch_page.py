@@ -14,6 +14,7 @@ import pytest
 import lyn
 
 webdriver = pytest.importorskip("selenium.webdriver")
+from selenium.common.exceptions import StaleElementReferenceException, TimeoutException  # noqa: E402
 from selenium.webdriver.chrome.service import Service  # noqa: E402 (behind the look for selenium)
 from selenium.webdriver.common.by import By  # noqa: E402
 from selenium.webdriver.common.keys import Keys  # noqa: E402
@@ -82,8 +83,12 @@ class Page:
         return self.run("return [...document.querySelectorAll(%r)].map((e) => e.textContent)" % selector)
 
     def wait(self, holds, what, seconds=20):
-        WebDriverWait(self.driver, seconds, poll_frequency=0.1).until(
-            lambda _: holds(), f"{what}; the page shows:\n{self.text('body')}")
+        """An element that the page has made anew meanwhile is looked for again."""
+        wait = WebDriverWait(self.driver, seconds, poll_frequency=0.1, ignored_exceptions=[StaleElementReferenceException])
+        try:
+            wait.until(lambda _: holds())
+        except TimeoutException:
+            pytest.fail(f"{what}; the page shows:\n{self.text('body')}")
 
     def wait_text(self, selector, text, seconds=20):
         self.wait(lambda: re.search(text, self.text(selector)), f"no {text!r} in {selector}", seconds)

@@ -505,10 +505,12 @@ def test_a_picture_that_was_stopped_without_warning_is_drawn_anew(watch):
 
 def test_a_picture_that_is_killed_leaves_the_shell_its_terminal(watch):
     with watch.shell(scenario=QUIET) as screen:
-        cooked, _ = typed_up(screen, "lyn_watch; echo status=$?")
+        cooked, _ = typed_up(screen, "lyn_watch; status=$?; read line; echo status=$status")
         os.kill(picture_of(screen), signal.SIGKILL)
-        screen.wait_for("status=137")
+        screen.wait_for("Killed")  # the shell may say so before it has its terminal back
         screen.wait_for(lambda _: screen.leftovers() == [] and screen.settings() == cooked)
+        screen.press("\n")
+        screen.wait_for("status=137")
 
 
 def test_a_request_that_hangs_holds_up_no_key_and_what_is_shown_looks_old(watch):

@@ -9,7 +9,7 @@ import tomllib
 import pytest
 
 import watching
-from lyn import DATA, ROOT
+from lyn import DATA, ROOT, SCALE
 from test_drive import expected_status, measured, read_drive
 from test_scenarios import fast_motion
 
@@ -365,7 +365,8 @@ def value_rows(path):
 def test_snapshots_of_a_drive_are_its_rows(watch):
     """Four rows a second, twenty snapshots: each is a row, in their order, unless the row changed while it was read."""
     path = DATA / "drive.csv"
-    with watch.session("--json", "--every", "50ms", scenario=f'[trace]\nfile = "{path}"\nspeed = 4\n', timeout=60) as session:
+    scenario = f'[trace]\nfile = "{path}"\nspeed = {4 / SCALE}\nafter = "nas.108"\nskip = 7\n'
+    with watch.session("--json", "--every", "50ms", scenario=scenario, timeout=60) as session:
         session.wait_journal(lambda row: row["name"] == "trace_end")
         last = latest(session)
         assert session.terminate() == 0

@@ -94,10 +94,11 @@ class sim_location_test : public testing::Test {
   }
 
   std::mutex lock_;
+  std::condition_variable noted_;
   std::vector<uint32_t> capabilities_, responses_;
   std::vector<Location> fixes_;
   std::vector<batch_seen> batches_;
-  std::unique_ptr<LocationClientApi> client_;
+  std::unique_ptr<LocationClientApi> client_; /* the first to go: until then it calls back */
 
  private:
   template <typename entry>
@@ -106,8 +107,6 @@ class sim_location_test : public testing::Test {
     list.push_back(what);
     noted_.notify_all();
   }
-
-  std::condition_variable noted_;
 };
 
 TEST_F(sim_location_test, a_single_shot_is_answered_and_then_has_its_fix) {
