@@ -11,7 +11,7 @@ lyn_packages_watch=("${lyn_packages_demo[@]}" libcli11-dev libncurses-dev libcpp
 lyn_packages_test=(
   "${lyn_packages_watch[@]}" bubblewrap
   git ccache libgtest-dev libgmock-dev libbenchmark-dev
-  clang libclang-rt-14-dev clang-format clang-tidy cppcheck abigail-tools doxygen mandoc
+  clang libclang-rt-14-dev clang-format clang-tidy cppcheck abigail-tools devscripts doxygen mandoc
   python3 python3-pytest python3-pytest-xdist python3-pexpect python3-pyte python3-jsonschema python3-dev python3-cffi jq curl
   chromium chromium-driver python3-selenium
 )

@@ -6,6 +6,7 @@ The folder is moved once everything is installed, so that nothing may depend on 
 import json
 import os
 import pathlib
+import platform
 import re
 import shutil
 
@@ -159,6 +160,32 @@ def test_every_installed_file_is_in_one_package(prefix):
 def test_nothing_installed_names_the_tree_or_the_prefix(prefix):
     places = [str(ROOT).encode(), str(prefix.parent).encode()]
     assert [name for name in files(prefix) if any(place in (prefix / name).read_bytes() for place in places)] == []
+
+
+def linked(prefix):
+    """Installed programs and shared libraries, and the Python package's."""
+    return [path for path in sorted(prefix.rglob("*")) if path.is_file() and not path.is_symlink()
+            and path.suffix not in (".a", ".o") and path.read_bytes()[:4] == b"\x7fELF"]
+
+
+def test_everything_installed_has_the_guards_of_the_compiler(prefix):
+    """The start files of the C library do not say that they have branch protection: it is looked for by itself."""
+    names = [path.name for path in linked(prefix)]
+    assert {"lyn_demo", f"liblyn.so.{VERSION}", f"liblyn_sim.so.{VERSION}"} <= set(names)
+    for path in linked(prefix):
+        copies_nothing = ["--nofortify"] if "cpython" in path.name else []
+        run("hardening-check", "--nocfprotection", *copies_nothing, path)
+        assert re.search(r"GNU_STACK .* RW ", run("readelf", "-lW", path)), path
+
+
+@pytest.mark.skipif(platform.machine() != "x86_64", reason="the instruction is this processor's")
+def test_every_function_that_is_installed_begins_with_the_mark_of_a_call(prefix):
+    for path in linked(prefix):
+        code = run("objdump", "-d", "--no-show-raw-insn", path)
+        begins = dict(re.findall(r"(?m)^([0-9a-f]+) <.*>:\n +[0-9a-f]+:\t(\w+)", code))
+        called = re.findall(r"(?m)^([0-9a-f]+) T ", run("nm", "-D", "--defined-only", path))
+        called = called or re.findall(r"(?m)^([0-9a-f]+) T main$", run("nm", path))
+        assert {begins[address] for address in called} == {"endbr64"}, path
 
 
 def test_installed_demo_uses_the_shared_library_and_runs_wherever_it_lies(tmp_path, prefix):
