@@ -12,13 +12,23 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 #include "sim_diag.h"
 #include "sim_state.h"
 
 namespace {
 
-std::atomic<int> sink = -1;
+struct sim_diag_state {
+  std::mutex lock;
+  sim_lines lines;
+};
+
+sim_diag_state &diag() {
+  static sim_diag_state &state = *new sim_diag_state;  // never destroyed: records come while the process ends
+  return state;
+}
+
 std::atomic<bool> dropping;
 
 const char *level_name(uint32_t level) {
@@ -67,8 +77,10 @@ void sim_diag_open(std::vector<sim_file> &taken) {
     return;
   }
   std::string error;
-  sink = strcmp(file, "-") == 0 ? STDERR_FILENO : sim_file_create(file, "the diagnostic log", taken, error);
-  if (sink < 0) {
+  sim_lines &lines = diag().lines;
+  lines.what = {"the diagnostic log", file};
+  lines.file = strcmp(file, "-") == 0 ? STDERR_FILENO : sim_file_create(lines.what, taken, error);
+  if (lines.file < 0) {
     sim_give_up(error);
   }
 }
@@ -86,9 +98,6 @@ void msg_sprintf(const diag_msg_record_t *record, ...) {
     return;
   }
   sim_board();
-  if (sink < 0) {
-    return;
-  }
   va_list arguments;
   va_start(arguments, record);
   const std::string text = text_of(record->format, arguments);
@@ -98,8 +107,6 @@ void msg_sprintf(const diag_msg_record_t *record, ...) {
   line += ' ';
   add_escaped(line, text);
   line += '\n';
-  // One write: lines of several threads do not mix.
-  if (write(sink, line.data(), line.size()) < 0) {
-    return;
-  }
+  const std::lock_guard guard(diag().lock);
+  sim_lines_add(diag().lines, line);
 }

@@ -5,12 +5,14 @@
 #include "sim_file.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 namespace {
@@ -60,6 +62,33 @@ std::string read_whole(int file, size_t most, std::string &text) {
     if (text.size() > most) {
       return "holds more than " + std::to_string(most) + " octets";
     }
+  }
+}
+
+/** For a descriptor that does not wait by itself. */
+bool wait_for_room(int file) {
+  pollfd of = {.fd = file, .events = POLLOUT, .revents = 0};
+  return poll(&of, 1, -1) >= 0 || errno == EINTR;
+}
+
+/** Returns how much was written: all of it, or what fitted. */
+size_t write_whole(int file, const std::string &text) {
+  size_t done = 0;
+  while (done < text.size()) {
+    const ssize_t written = write(file, text.data() + done, text.size() - done);
+    if (written > 0) {
+      done += static_cast<size_t>(written);
+    } else if (written == 0 || (errno != EINTR && (errno != EAGAIN || !wait_for_room(file)))) {
+      break;
+    }
+  }
+  return done;
+}
+
+void take_back(int file, size_t octets) {
+  struct stat of = {};
+  if (fstat(file, &of) == 0 && S_ISREG(of.st_mode)) {
+    (void)!ftruncate(file, of.st_size - static_cast<off_t>(octets));
   }
 }
 
@@ -113,16 +142,31 @@ std::optional<std::string> sim_file_read(const std::string &name, size_t most, s
   return {};
 }
 
-int sim_file_create(const std::string &name, const std::string &part, std::vector<sim_file> &taken,
-                    std::string &error) {
-  const int file = open(name.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-  const std::string wrong = file < 0 ? strerror(errno) : wrong_to_write(file, {part, name}, taken);
+int sim_file_create(const sim_file &what, std::vector<sim_file> &taken, std::string &error) {
+  const int file = open(what.name.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+  const std::string wrong = file < 0 ? strerror(errno) : wrong_to_write(file, what, taken);
   if (wrong.empty()) {
     return file;
   }
-  error = sim_one_line(name + ": " + wrong);
+  error = sim_one_line(what.name + ": " + wrong);
   if (file >= 0) {
     close(file);
   }
   return -1;
+}
+
+void sim_lines_add(sim_lines &lines, const std::string &line) {
+  if (lines.file < 0) {
+    return;
+  }
+  const size_t done = write_whole(lines.file, line);
+  if (done == line.size()) {
+    return;
+  }
+  const std::string wrong = strerror(errno);
+  if (done > 0) {
+    take_back(lines.file, done);
+  }
+  lines.file = -1;
+  fprintf(stderr, "%s\n", sim_one_line(lines.what.name + ": " + wrong + ", " + lines.what.part + " ends here").c_str());
 }

@@ -27,9 +27,22 @@ struct sim_file {
 };
 
 /**
- * Open `name` to have lines added, as `part`; a regular file is emptied and joins `taken`. Returns the descriptor, or
+ * Open a file to have lines added, as its part; a regular one is emptied and joins `taken`. Returns the descriptor, or
  * -1 and in `error` one line: "NAME: what is wrong".
  */
-int sim_file_create(const std::string &name, const std::string &part, std::vector<sim_file> &taken, std::string &error);
+int sim_file_create(const sim_file &what, std::vector<sim_file> &taken, std::string &error);
+
+/** A file that lines are added to, one thread at a time. */
+struct sim_lines {
+  sim_file what;
+  int file = -1; /**< none, or it has ended */
+};
+
+/**
+ * Add a line, its line break included, whole or not at all. On a full disk the lines end there: what was written of
+ * this one is taken back, one line on standard error says so, and nothing is added any more. So no line of the file is
+ * a part of one, and none is missing between others.
+ */
+void sim_lines_add(sim_lines &lines, const std::string &line);
 
 #endif

@@ -5,10 +5,7 @@
  * A line is timed and written under one lock, so that the lines stand in the order of their times, and goes out with
  * one write, so that a process that is killed leaves whole lines.
  */
-#include <unistd.h>
-
 #include <atomic>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
@@ -21,7 +18,7 @@ namespace {
 
 struct sim_journal_state {
   std::mutex lock;
-  int file = -1;
+  sim_lines lines;
   bool keeping = false;
   std::vector<std::string> kept;
 };
@@ -32,18 +29,6 @@ sim_journal_state &journal() {
 }
 
 std::atomic<bool> on;
-
-void write_whole(int file, const std::string &line) {
-  size_t done = 0;
-  while (done < line.size()) {
-    const ssize_t written = write(file, line.data() + done, line.size() - done);
-    if (written > 0) {
-      done += static_cast<size_t>(written);
-    } else if (errno != EINTR) {
-      return;
-    }
-  }
-}
 
 std::string value_text(const nlohmann::ordered_json &value);
 
@@ -85,8 +70,9 @@ void sim_journal_open(std::vector<sim_file> &taken) {
     return;
   }
   std::string error;
-  journal().file = sim_file_create(file, "the journal", taken, error);
-  if (journal().file < 0) {
+  journal().lines.what = {"the journal", file};
+  journal().lines.file = sim_file_create(journal().lines.what, taken, error);
+  if (journal().lines.file < 0) {
     sim_give_up(error);
   }
   on = true;
@@ -96,7 +82,7 @@ void sim_journal_keep(bool keep) {
   const std::lock_guard guard(journal().lock);
   journal().keeping = keep;
   journal().kept.clear();
-  on = keep || journal().file >= 0;
+  on = keep || journal().lines.file >= 0;
 }
 
 void sim_journal_forget() {
@@ -122,9 +108,7 @@ void sim_journal_text(const char *lib, const char *dir, const char *name, const 
   if (journal().keeping) {
     journal().kept.push_back(line);
   }
-  if (journal().file >= 0) {
-    write_whole(journal().file, line + '\n');
-  }
+  sim_lines_add(journal().lines, line + '\n');
 }
 
 void sim_journal(const char *lib, const char *dir, const char *name, const nlohmann::ordered_json &fields, int64_t id) {

@@ -1,10 +1,12 @@
 # SPDX-License-Identifier: Apache-2.0
 """The live picture in a terminal: it shows what the scenario measures, and leaves the terminal as it was found."""
 import os
+import random
 import re
 import signal
 import subprocess
 import termios
+import time
 
 import pytest
 
@@ -418,6 +420,28 @@ def test_a_killed_process_leaves_the_terminal_as_it_was_found(watch):
         assert screen.wait() == 128 + signal.SIGKILL
         screen.wait_for(lambda _: screen.leftovers() == [])
         assert CHATTER in screen.after_picture()  # the last that module and board had to say
+
+
+@pytest.mark.release_only
+def test_a_picture_ended_at_random_moments_leaves_the_terminal_as_it_was_found(watch):
+    """Also while it is being drawn for the first time, and before: there a signal ends it as any program."""
+    seed = int(os.environ.get("LYN_SEED") or random.SystemRandom().randrange(1 << 32))
+    chance = random.Random(seed)
+    for _ in range(60):
+        number = chance.choice([signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGKILL])
+        delay = chance.choice([0.02, 0.1, 0.4]) * chance.random()
+        told = f"LYN_SEED={seed}: {number.name} at {delay * 1000:.1f} ms"
+        with watch.screen(scenario=QUIET) as screen:
+            while not screen.launch.pid_path.exists() or not screen.launch.pid_path.read_text().endswith("\n"):
+                time.sleep(0.001)
+            time.sleep(delay)
+            screen.launch.signal(number)
+            status = screen.wait()
+            if ALTERNATE_ON in screen.raw:
+                screen.wait_for(lambda screen: screen.leftovers() == [])
+                assert status == (137 if number == signal.SIGKILL else 0), told
+            else:
+                assert screen.settings() == screen.found and status in (0, 128 + number), told
 
 
 def test_a_scenario_that_cannot_be_used_is_named_on_the_restored_terminal(watch):
