@@ -34,8 +34,8 @@
 enum class operation_kind : uint8_t {
   init,
   get,             /**< ox_lyn_get_info of metric `id` */
-  list,            /**< ox_lyn_get_info_list of metric `id` and the registration status */
-  list_all,        /**< ox_lyn_get_info_list of all metrics that a list takes */
+  list,            /**< ox_lyn_get_info_list of the registration status and metric `id` */
+  list_all,        /**< ox_lyn_get_info_list of operation_all_metrics */
   set,             /**< ox_lyn_set_info of control `id` */
   subscribe,       /**< ox_lyn_set_ind_info of indication `id` */
   unsubscribe,     /**< ox_lyn_clear_ind_list of indication `id` alone */
@@ -185,13 +185,13 @@ inline bool operation_in_list(uint32_t metric) {
 }
 
 /**
- * All that can be read in one call: a metric that would find what one before it has started is left out, which is the
- * second throughput test.
+ * All that can be read in one call, but for the second throughput test, which would find the first one running, and for
+ * metric 38, which keeps the module locked where there is no memory for its block: each has a list of its own.
  */
 inline std::vector<uint32_t> operation_all_metrics() {
   std::vector<uint32_t> all;
   for (uint32_t metric = 1; metric < OX_LYN_GET_COUNT; metric++) {
-    if (operation_in_list(metric) && metric != OX_LYN_GET_MTPE_NR5G_INFO_E) {
+    if (operation_in_list(metric) && metric != OX_LYN_GET_MTPE_NR5G_INFO_E && metric != OX_LYN_GET_LTE_ENDC_MODE_E) {
       all.push_back(metric);
     }
   }
@@ -211,7 +211,7 @@ inline int32_t operation_call(const operation &one, ox_lyn_hndl_t *hndl, ox_lyn_
     case operation_kind::get:
       return operation_read(*hndl, {one.id}, true);
     case operation_kind::list:
-      return operation_read(*hndl, {one.id, OX_LYN_GET_REG_STATUS_E}, false);
+      return operation_read(*hndl, {OX_LYN_GET_REG_STATUS_E, one.id}, false);
     case operation_kind::list_all:
       return operation_read(*hndl, operation_all_metrics(), false);
     case operation_kind::set:
@@ -314,10 +314,16 @@ inline std::string operation_board(const operation &one) {
          sys_info[operation_reg_status(one) - OX_LYN_REG_LTE_E];
 }
 
+/** Whether the operation is one that is always refused, as the header says. */
+inline bool operation_is_refused(const operation &one) {
+  const bool indication = one.kind == operation_kind::subscribe || one.kind == operation_kind::unsubscribe;
+  return (indication && one.id > OPERATION_LAST_SUBSCRIBED) ||
+         (one.kind == operation_kind::list && !operation_in_list(one.id));
+}
+
 /** The status on that board. */
 inline int32_t operation_good(const operation &one) {
-  const bool indication = one.kind == operation_kind::subscribe || one.kind == operation_kind::unsubscribe;
-  return indication && one.id > OPERATION_LAST_SUBSCRIBED ? OX_LYN_ERR_NOT_SUPPORTED : OX_LYN_SUCCESS;
+  return operation_is_refused(one) ? OX_LYN_ERR_NOT_SUPPORTED : OX_LYN_SUCCESS;
 }
 
 /** Whether the header states the status for a metric asked for with a good handle and record. */
@@ -353,7 +359,9 @@ inline bool operation_states(const operation &one, int32_t status) {
     case operation_kind::get:
       return operation_metric_states(one.id, status);
     case operation_kind::list:
-      return operation_metric_states(one.id, status) || operation_metric_states(OX_LYN_GET_REG_STATUS_E, status);
+      return operation_is_refused(one)
+                 ? status == operation_good(one) || operation_metric_states(OX_LYN_GET_REG_STATUS_E, status)
+                 : operation_metric_states(one.id, status);
     case operation_kind::list_all:
       return std::ranges::any_of(operation_all_metrics(),
                                  [status](uint32_t metric) { return operation_metric_states(metric, status); });
@@ -361,9 +369,9 @@ inline bool operation_states(const operation &one, int32_t status) {
       return among({OX_LYN_SUCCESS, OX_LYN_ERR_NOT_INITIALIZED, OX_LYN_ERR_NO_MEMORY, OX_LYN_ERR_FAILURE});
     case operation_kind::subscribe:
     case operation_kind::unsubscribe:
-      return one.id <= OPERATION_LAST_SUBSCRIBED
-                 ? among({OX_LYN_SUCCESS, OX_LYN_ERR_NOT_INITIALIZED, OX_LYN_ERR_NO_MEMORY, OX_LYN_ERR_FAILURE})
-                 : among({OX_LYN_ERR_NOT_INITIALIZED, OX_LYN_ERR_NOT_SUPPORTED});
+      return operation_is_refused(one)
+                 ? among({OX_LYN_ERR_NOT_INITIALIZED, OX_LYN_ERR_NOT_SUPPORTED})
+                 : among({OX_LYN_SUCCESS, OX_LYN_ERR_NOT_INITIALIZED, OX_LYN_ERR_NO_MEMORY, OX_LYN_ERR_FAILURE});
     case operation_kind::unsubscribe_all:
       return among({OX_LYN_SUCCESS, OX_LYN_ERR_NOT_INITIALIZED, OX_LYN_ERR_NO_MEMORY, OX_LYN_ERR_FAILURE});
     case operation_kind::count:
