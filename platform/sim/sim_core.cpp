@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "sim_crossing.h"
 #include "sim_diag.h"
 #include "sim_journal.h"
 #include "sim_state.h"
@@ -76,17 +77,26 @@ void start() {
   started.store(true, std::memory_order_release);
 }
 
-bool rule_matches(const sim_fault_rule &rule, const std::string &name, int64_t passing) {
-  if (rule.on != name || passing < rule.skip) {
+/** `passing` is the number of the call by its name, `of_any` that among all. */
+bool rule_matches(const sim_fault_rule &rule, const std::string &name, int64_t passing, int64_t of_any) {
+  const bool any = rule.on == sim_crossing_any && of_any >= 0;
+  const int64_t number = any ? of_any : passing;
+  if ((!any && rule.on != name) || number < rule.skip) {
     return false;
   }
-  return rule.times < 0 || passing - rule.skip < rule.times;
+  return rule.times < 0 || number - rule.skip < rule.times;
+}
+
+/** Indications are no calls. */
+bool is_call(const std::string &name) {
+  return name.find(".ind.") == std::string::npos;
 }
 
 sim_fault_hit fault_of(const sim_fault_rule &rule) {
   sim_fault_hit hit;
   hit.hit = true;
-  hit.fails = !rule.transport && !rule.result && rule.clear.empty() && !rule.delay_ms;
+  const bool answered = rule.transport || rule.result || !rule.clear.empty() || rule.delay_ms || rule.late;
+  hit.fails = !answered && !rule.truncate && !rule.modem && !rule.sys_info;
   hit.has_transport = rule.transport.has_value();
   hit.transport = rule.transport.value_or(0);
   hit.has_result = rule.result.has_value();
@@ -94,7 +104,24 @@ sim_fault_hit fault_of(const sim_fault_rule &rule) {
   hit.has_error = rule.error.has_value();
   hit.error = rule.error.value_or(0);
   hit.clear = rule.clear.empty() ? nullptr : &rule.clear;
+  hit.late = rule.late;
+  hit.truncate = rule.truncate;
   return hit;
+}
+
+/** What the board does as the call begins. With sim_lock. */
+void happen_before(const sim_fault_rule &rule) {
+  if (rule.sys_info) {
+    sim_timeline_happen(*rule.sys_info);
+  }
+  if (!rule.modem) {
+    return;
+  }
+  for (const bool up : {false, true}) {
+    if (*rule.modem != (up ? "down" : "up")) {
+      sim_timeline_happen(sim_ev_modem{up});
+    }
+  }
 }
 
 }  // namespace
@@ -206,10 +233,12 @@ sim_fault_hit sim_cross_enter(const std::string &name, double &delay_ms) {
     return {};
   }
   const int64_t passing = board.passings[name].entered++;
+  const int64_t of_any = is_call(name) ? board.passings[sim_crossing_any].entered++ : -1;
   for (const sim_fault_rule &rule : board.scenario.fault) {
-    if (!rule_matches(rule, name, passing)) {
+    if (!rule_matches(rule, name, passing, of_any)) {
       continue;
     }
+    happen_before(rule);
     delay_ms = rule.delay_ms.value_or(0);
     return fault_of(rule);
   }
@@ -219,8 +248,12 @@ sim_fault_hit sim_cross_enter(const std::string &name, double &delay_ms) {
 void sim_cross_leave(const std::string &name) {
   sim_state &board = sim_board();
   const std::lock_guard guard(board.lock);
-  if (board.counting) {
-    sim_timeline_start_entries(name, board.passings[name].left++);
+  if (!board.counting) {
+    return;
+  }
+  sim_timeline_start_entries(name, board.passings[name].left++);
+  if (is_call(name)) {
+    sim_timeline_start_entries(sim_crossing_any, board.passings[sim_crossing_any].left++);
   }
 }
 

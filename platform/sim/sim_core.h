@@ -57,6 +57,8 @@ struct sim_fault_hit {
   uint32_t result = 0, error = 0;
   bool has_result = false, has_error = false;
   const std::vector<std::string> *clear = nullptr; /**< valid as long as the board is */
+  bool late = false;
+  std::optional<uint32_t> truncate;
 };
 
 /**

@@ -8,8 +8,6 @@
 #include <charconv>
 #include <span>
 
-#include "sim_message.h"
-
 namespace {
 
 struct library_calls {
@@ -46,7 +44,31 @@ constexpr std::string_view diag_calls[] = {"Diag_LSM_Init", "Diag_LSM_DeInit"};
 constexpr library_calls libraries[] = {
     {"yrp", yrp_calls}, {"oxmap", oxmap_calls}, {"location", location_calls}, {"diag", diag_calls}};
 
-constexpr char crossing_forms[] = "nas.ID, yrp.CALL, oxmap.METHOD, location.METHOD or diag.FUNCTION";
+constexpr char crossing_forms[] =
+    "nas.ID, yrp.CALL, oxmap.METHOD, location.METHOD or diag.FUNCTION; nas.ind.ID or oxmap.ind.ID; any";
+
+/** A row of names that end in the id of a message. */
+struct message_names {
+  std::string_view prefix;
+  sim_lib lib;
+  sim_direction direction;
+  const char *none; /**< what is said of an id that has no such message */
+};
+
+constexpr char no_indication[] = "; the service sends no such indication";
+
+/** Longer prefixes come first. */
+constexpr message_names messages[] = {
+    {"nas.ind.", sim_lib::nas, sim_direction::indication, no_indication},
+    {"oxmap.ind.", sim_lib::oxmap, sim_direction::indication, no_indication},
+    {"nas.", sim_lib::nas, sim_direction::response, "; the service answers no such message"},
+};
+
+const message_names *message_names_of(std::string_view name) {
+  const auto *found = std::find_if(std::begin(messages), std::end(messages),
+                                   [name](const message_names &row) { return name.starts_with(row.prefix); });
+  return found != std::end(messages) ? found : nullptr;
+}
 
 std::string no_crossing(const std::string &name) {
   return "\"" + name + "\" is no crossing";
@@ -70,33 +92,35 @@ std::optional<std::string> wrong_call(const library_calls &library, const std::s
 
 }  // namespace
 
-std::optional<uint32_t> sim_crossing_message(std::string_view name) {
-  if (!name.starts_with("nas.")) {
-    return {};
+const sim_message *sim_crossing_message(std::string_view name) {
+  const message_names *row = message_names_of(name);
+  if (!row) {
+    return nullptr;
   }
-  const std::string_view digits = name.substr(4);
+  const std::string_view digits = name.substr(row->prefix.size());
   uint32_t id = 0;
   const std::from_chars_result end = std::from_chars(digits.data(), digits.data() + digits.size(), id);
   if (end.ec != std::errc() || end.ptr != digits.data() + digits.size() || digits.front() == '0') {
-    return {};
+    return nullptr;
   }
-  if (!sim_message_find(sim_lib::nas, sim_direction::response, id)) {
-    return {};
-  }
-  return id;
+  return sim_message_find(row->lib, row->direction, id);
+}
+
+std::string sim_crossing_indication(sim_lib lib, uint32_t id) {
+  return (lib == sim_lib::nas ? "nas.ind." : "oxmap.ind.") + std::to_string(id);
 }
 
 std::optional<std::string> sim_crossing_wrong(const std::string &name) {
-  if (sim_crossing_message(name)) {
+  if (name == sim_crossing_any || sim_crossing_message(name)) {
     return {};
+  }
+  if (const message_names *row = message_names_of(name)) {
+    return no_crossing(name) + row->none;
   }
   for (const library_calls &library : libraries) {
     if (name.starts_with(std::string(library.lib) + '.')) {
       return wrong_call(library, name);
     }
-  }
-  if (name.starts_with("nas.")) {
-    return no_crossing(name) + "; the service answers no such message";
   }
   return no_crossing(name) + " (" + crossing_forms + ")";
 }

@@ -4,13 +4,33 @@
  */
 #include "sim_crossing.h"
 #include "sim_key_types.h"
-#include "sim_message.h"
 
 namespace {
 
 constexpr sim_key_type flags() {
   sim_key_type type = sim_key_plain<&sim_fault_rule::clear>(sim_key_kind::flags);
-  type.range = "flags of the response";
+  type.range = "flags of the message";
+  return type;
+}
+
+constexpr sim_key_word modem_words[] = {{"up"}, {"down"}, {"restart"}};
+
+/** What becomes of the modem, if anything. */
+constexpr sim_key_type modem() {
+  sim_key_type type = sim_key_plain<&sim_fault_rule::modem>(sim_key_kind::word);
+  type.most = sim_key_longest_text;
+  type.words = modem_words;
+  return type;
+}
+
+/** A change of service, like that of the timeline. */
+constexpr sim_key_type sys_info() {
+  sim_key_type type = {.kind = sim_key_kind::table, .keys = sim_keys_sys_info, .patch = true};
+  type.fill = [](void *record, const std::vector<sim_key_change> &changes) {
+    sim_ev_change &change = static_cast<sim_fault_rule *>(record)->sys_info.emplace();
+    change.sys_info = true;
+    change.apply = [changes](sim_radio &radio) { sim_key_fill_table<&sim_radio::sys_info>(&radio, changes); };
+  };
   return type;
 }
 
@@ -34,11 +54,26 @@ constexpr sim_key fault_keys[] = {
      .text = "then meet so many; -1: from then on"},
     {.name = "transport",
      .type = sim_key_given<&sim_fault_rule::transport>(),
-     .text = "the status that the call returns; 0 where the rule names `result`, `clear` or `delay_ms` instead"},
+     .text = "the status that the call returns; 0 where the rule names another effect instead"},
     {.name = "result", .type = sim_key_given<&sim_fault_rule::result>(), .text = "result in the response"},
     {.name = "error", .type = sim_key_given<&sim_fault_rule::error>(), .text = "error code in the response"},
-    {.name = "clear", .type = flags(), .initial = "[]", .text = "validity flags that are cleared"},
+    {.name = "clear",
+     .type = flags(),
+     .initial = "[]",
+     .text = "validity flags of the response, or of an indication, that are cleared"},
     {.name = "delay_ms", .type = given_time(), .text = "the call takes so much longer; 0 where it is not given"},
+    {.name = "late",
+     .type = sim_key_boolean<&sim_fault_rule::late>(),
+     .initial = "false",
+     .text = "true: a NAS request is carried out, but its answer comes behind the time-out, which is not waited for: "
+             "transport -3"},
+    {.name = "truncate",
+     .type = sim_key_given<&sim_fault_rule::truncate>(),
+     .text = "so many octets of an indication are left"},
+    {.name = "modem",
+     .type = modem(),
+     .text = "just before the call, as at a [time](#timeline); \"restart\": down and up again"},
+    {.name = "sys_info", .type = sys_info(), .text = "exactly these change just before the call; sends indication 78"},
 };
 
 }  // namespace
@@ -48,10 +83,13 @@ sim_keys sim_keys_fault() {
 }
 
 std::optional<sim_key_wrong> sim_key_wrong_fault(const sim_fault_rule &rule) {
-  const std::optional<uint32_t> id = sim_crossing_message(rule.on);
+  const sim_message *message = sim_crossing_message(rule.on);
   for (size_t at = 0; at < rule.clear.size(); ++at) {
-    if (!id || !sim_message_has_flag(*id, rule.clear[at])) {
-      return sim_key_wrong{"clear", at, '"' + rule.clear[at] + "\" is no validity flag of the response to " + rule.on};
+    if (!message || !sim_message_has_flag(*message, rule.clear[at])) {
+      const bool sent = message && message->direction == sim_direction::indication;
+      return sim_key_wrong{
+          "clear", at,
+          '"' + rule.clear[at] + "\" is no validity flag of " + (sent ? "" : "the response to ") + rule.on};
     }
   }
   return {};

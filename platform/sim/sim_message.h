@@ -64,8 +64,8 @@ inline constexpr uint8_t sim_first_optional = 0x10;
 std::span<const sim_message> sim_messages();
 const sim_message *sim_message_find(sim_lib lib, sim_direction direction, uint32_t id);
 
-/** Whether the response to NAS message `id` has the validity flag `flag` (what a fault rule may clear). */
-bool sim_message_has_flag(uint32_t id, std::string_view flag);
+/** Whether the message has the validity flag `flag` (what a fault rule may clear). */
+bool sim_message_has_flag(const sim_message &message, std::string_view flag);
 
 /** Clear a validity flag of a record; false when the message has none of that name. */
 bool sim_message_clear(const sim_message &message, std::string_view flag, void *record);

@@ -251,11 +251,7 @@ const sim_message *sim_message_find(sim_lib lib, sim_direction direction, uint32
   return row == table.end() ? nullptr : &*row;
 }
 
-bool sim_message_has_flag(uint32_t id, std::string_view flag) {
-  const sim_message *message = sim_message_find(sim_lib::nas, sim_direction::response, id);
-  if (!message) {
-    return false;
-  }
-  return std::any_of(message->parts.begin(), message->parts.end(),
+bool sim_message_has_flag(const sim_message &message, std::string_view flag) {
+  return std::any_of(message.parts.begin(), message.parts.end(),
                      [flag](const sim_part &part) { return part.valid_name && flag == part.valid_name; });
 }

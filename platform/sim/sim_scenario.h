@@ -216,12 +216,16 @@ struct sim_timeline_entry {
 
 /** One [[fault]] rule; the first that matches a crossing wins. */
 struct sim_fault_rule {
-  std::string on;              /**< "nas.79", "yrp.init_instance", "oxmap.StartMTPE", ... */
+  std::string on;              /**< "nas.79", "yrp.init_instance", "oxmap.StartMTPE", "nas.ind.81", "any", ... */
   int64_t skip = 0, times = 1; /**< times -1: from then on */
   std::optional<int32_t> transport;
   std::optional<uint32_t> result, error;
   std::vector<std::string> clear; /**< validity flags, checked against the message when the rule is read */
   std::optional<double> delay_ms;
+  bool late = false;                     /**< served, and answered behind the time-out */
+  std::optional<uint32_t> truncate;      /**< octets of an indication that are left */
+  std::optional<std::string> modem;      /**< "up", "down", "restart": before the call */
+  std::optional<sim_ev_change> sys_info; /**< before the call */
 };
 
 struct sim_trace_cfg {

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <deque>
 
+#include "sim_crossing.h"
 #include "sim_state.h"
 
 namespace {
@@ -152,9 +153,42 @@ std::vector<std::pair<yrp_client_type, std::shared_ptr<sim_client>>> receivers(c
   return {{work.to, std::move(client)}};
 }
 
+/** What does not decode has no flags. */
+void clear_flags(sim_work &work, const std::vector<std::string> &flags) {
+  const sim_message &message = *sim_message_find(work.lib, sim_direction::indication, work.id);
+  std::vector<uint64_t> record(message.size / sizeof(uint64_t) + 1);  // aligned for any struct
+  if (sim_message_decode(message, work.bytes.data(), work.bytes.size(), record.data()) != YRP_NO_ERR) {
+    return;
+  }
+  for (const std::string &flag : flags) {
+    sim_message_clear(message, flag, record.data());
+  }
+  work.bytes.clear();
+  sim_message_encode(message, record.data(), work.bytes);
+}
+
+/** Pass the indication as the call that it is to the client; false: a fault has lost it. */
+bool meet_fault(sim_work &work, const std::string &name) {
+  double delay_ms;
+  const sim_fault_hit fault = sim_cross_enter(name, delay_ms);
+  sim_wait_ms(delay_ms);
+  if (fault.clear) {
+    clear_flags(work, *fault.clear);
+  }
+  if (fault.truncate && *fault.truncate < work.bytes.size()) {
+    work.bytes.resize(*fault.truncate);
+  }
+  return sim_fault_status(fault) == 0;
+}
+
 void deliver(sim_work &work) {
   const auto clients = receivers(work);
   if (clients.empty()) {
+    return;
+  }
+  const std::string name =
+      sim_board_raw().counting ? sim_crossing_indication(work.lib, work.id) : std::string();  // a flood has none
+  if (!name.empty() && !meet_fault(work, name)) {
     return;
   }
   journal_indication(work);
@@ -164,6 +198,9 @@ void deliver(sim_work &work) {
         client.ind_cb(to, work.id, work.bytes.data(), static_cast<unsigned int>(work.bytes.size()), client.data);
       }
     });
+  }
+  if (!name.empty()) {
+    sim_cross_leave(name);
   }
 }
 

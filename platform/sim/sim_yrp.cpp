@@ -151,13 +151,17 @@ yrp_client_error_type serve(const request &what, const sim_fault_hit &fault) {
   std::vector<std::function<void()>> then;
   const std::lock_guard guard(board.lock);
   const std::shared_ptr<sim_client> client = sim_client_find(what.handle, sim_client_kind::nas);
-  const yrp_client_error_type status = client && board.modem_up ? YRP_NO_ERR : YRP_INTERNAL_ERR;
+  yrp_client_error_type status = client && board.modem_up ? YRP_NO_ERR : YRP_INTERNAL_ERR;
   if (status == YRP_NO_ERR) {
     memset(what.resp, 0, what.resp_len);
     if (!fault.has_result || fault.result == 0) {
       sim_nas_answer(*client, what.handle, what.id, what.req, what.resp, then);
     }
     put_fault(what, fault);
+  }
+  if (status == YRP_NO_ERR && fault.late) {
+    memset(what.resp, 0, what.resp_len);
+    status = YRP_TIMEOUT_ERR;
   }
   journal_response(what, status);
   for (const std::function<void()> &next : then) {

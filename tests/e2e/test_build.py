@@ -42,6 +42,13 @@ def test_the_module_waits_on_no_clock_and_never_polls():
     assert not {name for name in called if any(word in name for word in ("timed", "clock", "sleep", "yield", "poll"))}
 
 
+def test_the_board_allocates_in_no_way_that_the_allocation_tests_take_over():
+    """They make the allocations of the module and its clients fail, and have to leave the board's alone."""
+    listed = run("nm", "--undefined-only", BUILD / "platform/sim/liblyn_sim.a").split()
+    assert "_Znwm" in listed  # the plain operator new, which nothing takes over
+    assert not {"malloc", "calloc", "_ZnwmRKSt9nothrow_t"} & set(listed)
+
+
 def test_sdk_build_asks_for_the_sdk(tmp_path):
     status, output = configure(tmp_path / "build", "-DLYN_PLATFORM=sdk")
     assert status != 0

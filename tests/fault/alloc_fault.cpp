@@ -18,6 +18,7 @@ std::atomic<uint32_t> pass_count{0};
 std::atomic<uint32_t> fail_count{0};
 std::atomic<uint32_t> seen{0};
 thread_local bool arming_thread = false;
+thread_local bool own = false;
 
 bool in_scope() {
   switch (static_cast<alloc_fault_scope>(scope.load())) {
@@ -32,7 +33,7 @@ bool in_scope() {
 }
 
 bool must_fail() {
-  if (!armed.load() || !in_scope()) {
+  if (!armed.load() || own || !in_scope()) {
     return false;
   }
   const uint32_t number = seen.fetch_add(1);
@@ -78,6 +79,17 @@ bool alloc_fault_disarm() {
   armed = false;
   arming_thread = false;
   return fail_count.load() > 0 && seen.load() > pass_count.load();
+}
+
+bool alloc_fault_meets() {
+  return must_fail();
+}
+
+alloc_fault_own::alloc_fault_own() {
+  own = true;
+}
+alloc_fault_own::~alloc_fault_own() {
+  own = false;
 }
 
 uint32_t alloc_fault_seen() {

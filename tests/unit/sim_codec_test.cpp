@@ -267,8 +267,8 @@ TEST(sim_codec, flags_are_cleared_by_name) {
   EXPECT_TRUE(sim_message_clear(sig_info(), "nr5g_rsrq_valid", &ind));
   EXPECT_EQ(ind.nr5g_rsrq_valid, 0);
   EXPECT_FALSE(sim_message_clear(sig_info(), "no_such_flag", &ind));
-  EXPECT_TRUE(sim_message_has_flag(YRP_NAS_GET_SIG_INFO, "lte_sig_info_valid"));
-  EXPECT_FALSE(sim_message_has_flag(YRP_NAS_GET_SIG_INFO, "tx_valid"));
+  EXPECT_TRUE(sim_message_has_flag(sig_info(), "lte_sig_info_valid"));
+  EXPECT_FALSE(sim_message_has_flag(sig_info(), "tx_valid"));
 }
 
 // What the client library makes of the same bytes.

@@ -105,6 +105,103 @@ TEST_F(sim_fault, a_delay_beyond_the_time_out_ends_the_request) {
   EXPECT_LT(ms_since(start), 5000);
 }
 
+TEST_F(sim_fault, a_late_answer_is_a_time_out_that_nobody_waits_for_and_the_request_is_carried_out) {
+  board("[[fault]]\non = \"nas.216\"\nlate = true\n");
+  yrp_nas_set_lte_cell_lock_list_req_t req = {};
+  req.lte_cell_list_len = 1;
+  yrp_nas_resp_t resp = {};
+  EXPECT_EQ(client.send(YRP_NAS_SET_LTE_CELL_LOCK_LIST, req, resp), YRP_TIMEOUT_ERR);
+  EXPECT_EQ(journaled({R"("dir": "response", "id": 216)", R"("fields": {"transport": -3}})"}), 1U);
+  EXPECT_EQ(client.query<yrp_nas_lte_cell_lock_list_resp_t>(YRP_NAS_GET_LTE_CELL_LOCK_LIST).lte_cell_list_len, 1U);
+}
+
+TEST_F(sim_fault, any_counts_the_calls_of_all_names) {
+  ASSERT_EQ(sim_board_load("[[fault]]\non = \"any\"\nskip = 4\ntransport = -9\n"), "");
+  client.connect(); /* four calls */
+  yrp_nas_sig_info_resp_t resp;
+  EXPECT_EQ(ask(resp), -9);
+  EXPECT_EQ(ask(resp), 0);
+}
+
+TEST_F(sim_fault, the_modem_goes_down_just_before_a_call_and_comes_up_before_another) {
+  board(
+      "[[fault]]\non = \"nas.79\"\nskip = 1\nmodem = \"down\"\n"
+      "[[fault]]\non = \"nas.79\"\nskip = 3\nmodem = \"up\"\n");
+  yrp_nas_sig_info_resp_t resp;
+  const std::vector<int32_t> got = {ask(resp), ask(resp), ask(resp), ask(resp), ask(resp)};
+  EXPECT_EQ(got, (std::vector<int32_t>{0, YRP_INTERNAL_ERR, YRP_INTERNAL_ERR, 0, 0}));
+  EXPECT_TRUE(sim_board_wait_idle(5000));
+  EXPECT_EQ(client.events, (std::vector<int32_t>{YRP_SERVICE_DOWN, YRP_SERVICE_UP}));
+}
+
+TEST_F(sim_fault, the_modem_restarts_just_before_a_call_which_it_answers) {
+  board("[[fault]]\non = \"nas.79\"\nmodem = \"restart\"\n");
+  yrp_nas_sig_info_resp_t resp;
+  EXPECT_EQ(ask(resp), 0);
+  EXPECT_TRUE(sim_board_wait_idle(5000));
+  EXPECT_EQ(client.events, (std::vector<int32_t>{YRP_SERVICE_DOWN, YRP_SERVICE_UP}));
+}
+
+TEST_F(sim_fault, service_is_lost_just_before_a_call) {
+  board("[[fault]]\non = \"nas.77\"\nskip = 1\nsys_info = { lte = \"no_service\" }\n");
+  client.register_all();
+  EXPECT_EQ(client.query<yrp_nas_sys_info_resp_t>(YRP_NAS_GET_SYS_INFO).lte_srv_status_info.srv_status, 2U);
+  const auto lost = client.query<yrp_nas_sys_info_resp_t>(YRP_NAS_GET_SYS_INFO);
+  EXPECT_EQ(lost.lte_srv_status_info.srv_status, 0U);
+  EXPECT_EQ(lost.nr5g_pci_valid, 1) << "exactly the keys given change";
+  EXPECT_EQ(client.indications<yrp_nas_sys_info_ind_t>(YRP_NAS_SYS_INFO_IND).size(), 1U);
+}
+
+TEST_F(sim_fault, indications_are_lost_cut_and_cleared_of_their_parts) {
+  board(
+      "board.noise_db = 0\n[[fault]]\non = \"nas.ind.78\"\n"
+      "[[fault]]\non = \"nas.ind.78\"\nskip = 1\ntruncate = 5\n"
+      "[[fault]]\non = \"nas.ind.78\"\nskip = 2\nclear = [\"lte_srv_status_info_valid\"]\n"
+      "[[fault]]\non = \"nas.ind.78\"\nskip = 3\ntruncate = 4294967295\n"
+      "[[at]]\nsys_info = { nr5g_pci = 7 }\nafter = \"nas.79\"\nrepeat = 5\n");
+  client.register_all();
+  yrp_nas_sig_info_resp_t resp;
+  EXPECT_EQ(ask(resp), 0);
+  ASSERT_TRUE(client.wait_for(YRP_NAS_SYS_INFO_IND, 4));
+  EXPECT_TRUE(sim_board_wait_idle(5000));
+  std::vector<sim_received> got;
+  for (const sim_received &one : client.received) {
+    if (one.id == YRP_NAS_SYS_INFO_IND) {
+      got.push_back(one);
+    }
+  }
+  ASSERT_EQ(got.size(), 4U) << "one of five is lost";
+  const size_t whole = got[3].bytes.size();
+  EXPECT_EQ(got[0].bytes, (std::vector<uint8_t>(got[3].bytes.begin(), got[3].bytes.begin() + 5)));
+  EXPECT_LT(got[1].bytes.size(), whole);
+  EXPECT_EQ(got[2].bytes, got[3].bytes);
+  yrp_nas_sys_info_ind_t cleared = {};
+  EXPECT_EQ(yrp_client_message_decode(client.handle, YRP_MSG_INDICATION, YRP_NAS_SYS_INFO_IND, got[1].bytes.data(),
+                                      static_cast<unsigned int>(got[1].bytes.size()), &cleared, sizeof cleared),
+            0);
+  EXPECT_EQ(cleared.lte_srv_status_info_valid, 0);
+  EXPECT_EQ(cleared.nr5g_pci, 7);
+}
+
+TEST_F(sim_fault, bytes_that_are_no_message_have_no_flag_to_clear) {
+  board(
+      "[[fault]]\non = \"nas.ind.78\"\nclear = [\"nr5g_pci_valid\"]\n"
+      "[[at]]\nafter = \"nas.79\"\nraw = { lib = \"nas\", id = 78, bytes = \"10\" }\n");
+  yrp_nas_sig_info_resp_t resp;
+  EXPECT_EQ(ask(resp), 0);
+  ASSERT_TRUE(client.wait_for(YRP_NAS_SYS_INFO_IND, 1));
+  EXPECT_EQ(client.received.back().bytes, (std::vector<uint8_t>{0x10}));
+}
+
+TEST_F(sim_fault, an_indication_may_be_waited_for) {
+  board(
+      "[[at]]\nafter = \"nas.79\"\nraw = { lib = \"nas\", id = 78, bytes = \"10\" }\n"
+      "[[at]]\nafter = \"nas.ind.78\"\nraw = { lib = \"nas\", id = 81, bytes = \"11\" }\n");
+  yrp_nas_sig_info_resp_t resp;
+  EXPECT_EQ(ask(resp), 0);
+  EXPECT_TRUE(client.wait_for(YRP_NAS_SIG_INFO_IND, 1));
+}
+
 TEST_F(sim_fault, every_call_of_the_client_library_can_fail) {
   ASSERT_EQ(sim_board_load("[[fault]]\non = \"yrp.nas_get_service_object_internal_v01\"\n"
                            "[[fault]]\non = \"yrp.notifier_init\"\ntransport = -11\n"

@@ -241,6 +241,14 @@ TEST(sim_scenario_test, every_key_is_stored_where_it_belongs) {
   EXPECT_EQ(fault.error, 46U);
   EXPECT_EQ(fault.clear, (std::vector<std::string>{"lte_sig_info_valid"}));
   EXPECT_EQ(fault.delay_ms, 0.5);
+  EXPECT_TRUE(fault.late);
+  EXPECT_EQ(fault.truncate, 7U);
+  EXPECT_EQ(fault.modem, "restart");
+  ASSERT_TRUE(fault.sys_info);
+  sim_radio radio;
+  fault.sys_info->apply(radio);
+  EXPECT_EQ(radio.sys_info.lte, sim_srv::limited);
+  EXPECT_EQ(radio.sys_info.nr5g_pci, -1);
   EXPECT_EQ(read->trace.speed, 0);
   EXPECT_EQ(read->trace.after, "location.getSinglePosition");
   EXPECT_EQ(read->trace.skip, 2);
@@ -342,7 +350,7 @@ constexpr wrong errors[] = {
      "board.toml:3:1: scan.answer: unknown key; the keys here are answer_ms, status"},
     {"unknown_key_in_a_list", "[[wwan.stats]]\n[[fault]]\non = \"nas.79\"\n[[fault]]\non = \"nas.3\"\nfoo = 1\n",
      "board.toml:6:1: fault[1].foo: unknown key; the keys here are on, skip, times, transport, result, error, clear, "
-     "delay_ms"},
+     "delay_ms, late, truncate, modem, sys_info"},
     {"unknown_key_of_the_timeline", "[[at]]\nat = 1\nmodem = \"up\"\n",
      "board.toml:2:1: at[0].at: unknown key; the keys here are ms, after, skip, repeat, every_ms, sys_info, lte, nr5g, "
      "endc, location, modem, panel, install_status, install_measurement, qos_flow, raw"},
@@ -449,7 +457,17 @@ constexpr wrong errors[] = {
      "board.toml:2:6: fault[0].on: \"diag.Init\" is no crossing; those of diag are Diag_LSM_Init, Diag_LSM_DeInit"},
     {"fault_on_unknown_library", "[[fault]]\non = \"gps.fix\"\n",
      "board.toml:2:6: fault[0].on: \"gps.fix\" is no crossing (nas.ID, yrp.CALL, oxmap.METHOD, location.METHOD or "
-     "diag.FUNCTION)"},
+     "diag.FUNCTION; nas.ind.ID or oxmap.ind.ID; any)"},
+    {"fault_on_unknown_indication", "[[fault]]\non = \"nas.ind.79\"\n",
+     "board.toml:2:6: fault[0].on: \"nas.ind.79\" is no crossing; the service sends no such indication"},
+    {"fault_on_unknown_indication_of_the_mobile_ap", "[[fault]]\non = \"oxmap.ind.\"\n",
+     "board.toml:2:6: fault[0].on: \"oxmap.ind.\" is no crossing; the service sends no such indication"},
+    {"fault_clears_unknown_flag_of_an_indication", "[[fault]]\non = \"nas.ind.81\"\nclear = [\"tx_valid\"]\n",
+     "board.toml:3:10: fault[0].clear[0]: \"tx_valid\" is no validity flag of nas.ind.81"},
+    {"fault_clears_of_any_call", "[[fault]]\non = \"any\"\nclear = [\"tx_valid\"]\n",
+     "board.toml:3:10: fault[0].clear[0]: \"tx_valid\" is no validity flag of the response to any"},
+    {"fault_of_an_unknown_modem", "[[fault]]\non = \"any\"\nmodem = \"off\"\n",
+     "board.toml:3:9: fault[0].modem: \"off\" is none of up, down, restart"},
     {"fault_clears_unknown_flag", "[[fault]]\non = \"nas.79\"\nclear = [\"lte_sig_info_valid\", \"lte_valid\"]\n",
      "board.toml:3:32: fault[0].clear[1]: \"lte_valid\" is no validity flag of the response to nas.79"},
     {"fault_clears_of_no_message", "[[fault]]\non = \"oxmap.IsReady\"\nclear = [\"x\"]\n",
