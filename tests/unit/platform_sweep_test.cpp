@@ -109,6 +109,12 @@ std::vector<fault> faults_of(const std::string &name) {
   return all;
 }
 
+/** Whether so many passed, and one more. */
+bool has_passed(const std::string &on, int64_t skip) {
+  const std::lock_guard guard(sim_lock());
+  return sim_board_raw().passings[on].entered > skip;
+}
+
 std::string rule_text(const std::string &on, int64_t skip, const std::string &effect) {
   return text_of("[[fault]]\non = '", on, "'\nskip = ", skip, "\n", effect);
 }
@@ -157,8 +163,9 @@ void mend_board(const sweep_case &one) {
   sim_timeline_happen(sim_ev_modem{true});
 }
 
-/** Run the case on its board with `rules` besides; then mend the board, and all has to work. */
-void run(const sweep_case &one, const std::string &what, const std::string &rules) {
+/** Run the case on its board with `rules` besides, which are to be met; then mend the board, and all has to work. */
+void run(const sweep_case &one, const std::string &what, const std::string &rules,
+         const std::function<bool()> &met = {}) {
   SCOPED_TRACE(one.name + ": " + what + '\n' + rules);
   watchdog(one.name + ": " + what);
   sweep_case faulty = one;
@@ -170,6 +177,7 @@ void run(const sweep_case &one, const std::string &what, const std::string &rule
     const sweep_printing elsewhere;
     status = faulty.act(&hndl);
     sweep_settle();
+    EXPECT_TRUE(!met || met());
     mend_board(one);
     sweep_settle();
   }
@@ -221,6 +229,14 @@ bool is_turn(const std::string &group) {
   return all || ++turns[group] % of == 0;
 }
 
+/** The case with one fault at a crossing, in its turn. */
+void run_in_turn(const sweep_case &one, const std::string &on, int64_t skip, const fault &what) {
+  if (is_turn(one.group)) {
+    run(one, text_of(on == sim_crossing_any ? "call" : on, " ", skip, " ", what.name), rule_text(on, skip, what.rule),
+        [&] { return has_passed(on, skip); });
+  }
+}
+
 /** Each fault at each crossing, and a modem that restarts before each call, counted among all. */
 void sweep(const sweep_case &one) {
   tally &counted = tallies[one.group];
@@ -228,12 +244,12 @@ void sweep(const sweep_case &one) {
   for (const crossing &at : crossings_of(one)) {
     counted.crossings++;
     for (const fault &what : faults_of(at.name)) {
-      if (!waits_for_ever(at, what) && is_turn(one.group)) {
-        run(one, text_of(at.name, " ", at.number, " ", what.name), rule_text(at.name, at.number, what.rule));
+      if (!waits_for_ever(at, what)) {
+        run_in_turn(one, at.name, at.number, what);
       }
     }
-    if (at.of_any >= 0 && is_turn(one.group)) {
-      run(one, text_of("call ", at.of_any, " modem restarts"), rule_text("any", at.of_any, "modem = 'restart'\n"));
+    if (at.of_any >= 0) {
+      run_in_turn(one, sim_crossing_any, at.of_any, {"modem restarts", "modem = 'restart'\n"});
     }
   }
   watchdog("the next case");
