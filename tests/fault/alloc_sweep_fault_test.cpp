@@ -426,6 +426,7 @@ TEST_P(alloc_sweep_lock, metric_38_keeps_the_lock_for_the_allocation_of_its_bloc
     size_t locked = 0;
     for (uint32_t pass = 0; pass < allocations; pass++) {
       const std::string what = allocation_text(pass, times);
+      watchdog(one.name + ", " + what);
       ended = 0;
       const auto ended_as_stated = [](int status) {
         ended = WIFEXITED(status) ? WEXITSTATUS(status) : 0;

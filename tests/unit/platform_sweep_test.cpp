@@ -516,6 +516,7 @@ TEST(platform_sweep_first_init, a_fault_at_each_call_of_the_first_start_has_a_st
       if (!is_turn("first init")) {
         continue;
       }
+      watchdog(text_of("first init, ", what.name, " at call ", number));
       const auto ended = [](int status) {
         well += WIFEXITED(status) && WEXITSTATUS(status) == started_well;
         before += WIFEXITED(status) && WEXITSTATUS(status) == started_before;
