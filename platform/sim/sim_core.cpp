@@ -6,6 +6,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -92,6 +93,15 @@ bool is_call(const std::string &name) {
   return name.find(".ind.") == std::string::npos;
 }
 
+/** A flood of indications that nobody waits for is not held up by counting them. */
+bool counts_indications(const sim_scenario &scenario) {
+  const auto counts = [](const auto &list, const auto &name_of) {
+    return std::any_of(list.begin(), list.end(), [&name_of](const auto &entry) { return !is_call(name_of(entry)); });
+  };
+  return !is_call(scenario.trace.after) || counts(scenario.fault, [](const sim_fault_rule &rule) { return rule.on; }) ||
+         counts(scenario.at, [](const sim_timeline_entry &entry) { return entry.when.after; });
+}
+
 sim_fault_hit fault_of(const sim_fault_rule &rule) {
   sim_fault_hit hit;
   hit.hit = true;
@@ -170,6 +180,7 @@ void sim_board_reset(sim_scenario scenario) {
   board.time0 = false;
   board.passings.clear();
   board.counting = !board.scenario.fault.empty() || sim_timeline_waits(board.scenario);
+  board.counting_indications = counts_indications(board.scenario);
   for (auto &[handle, client] : board.clients) {
     client->nas = {};
   }

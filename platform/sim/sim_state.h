@@ -41,7 +41,8 @@ struct sim_state {
   std::map<yrp_client_type, std::shared_ptr<sim_client>> clients;
   uintptr_t handles = 0; /**< given so far: none is given twice */
 
-  std::atomic<bool> counting = false; /**< somebody waits for a passing; may be read without sim_lock */
+  bool counting = false;                          /**< somebody waits for a passing */
+  std::atomic<bool> counting_indications = false; /**< for one of an indication; may be read without sim_lock */
   std::unordered_map<std::string, sim_passings> passings;
 
   std::vector<sim_due> due; /**< a heap */

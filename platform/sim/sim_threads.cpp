@@ -186,9 +186,9 @@ void deliver(sim_work &work) {
   if (clients.empty()) {
     return;
   }
-  const std::string name =
-      sim_board_raw().counting ? sim_crossing_indication(work.lib, work.id) : std::string();  // a flood has none
-  if (!name.empty() && !meet_fault(work, name)) {
+  const bool counted = sim_board_raw().counting_indications;
+  const std::string name = counted ? sim_crossing_indication(work.lib, work.id) : std::string();
+  if (counted && !meet_fault(work, name)) {
     return;
   }
   journal_indication(work);
@@ -199,7 +199,7 @@ void deliver(sim_work &work) {
       }
     });
   }
-  if (!name.empty()) {
+  if (counted) {
     sim_cross_leave(name);
   }
 }

@@ -30,8 +30,7 @@ bool alloc_fault_disarm();
 bool alloc_fault_meets();
 
 /* What this thread allocates until the end of the block neither counts nor fails: it is the test's own. */
-class alloc_fault_own {
- public:
+struct alloc_fault_own {
   alloc_fault_own();
   ~alloc_fault_own();
   alloc_fault_own(const alloc_fault_own &) = delete;

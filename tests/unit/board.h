@@ -33,6 +33,7 @@
 #include "lyn_interface.h"
 #include "nas_service_v01.h"
 #include "ox_lyn.h"
+#include "reg_status.h"
 #include "sim_board.h"
 #include "source_dir.h"
 
@@ -54,22 +55,6 @@ std::string text_of(const Part &...parts) {
 
 /** A radio that is not in service: nothing is measured, so that subscribing delivers nothing. */
 inline constexpr char board_no_service[] = "[sys_info]\nlte = \"no_service\"\nnr5g_pci = -1\n";
-
-/** The [sys_info] that means each network status, from 1 on. */
-inline constexpr const char *board_sys_info[] = {
-    "lte = \"no_service\"\n",
-    "lte = \"power_save\"\n",
-    "lte = \"limited\"\n",
-    "lte = \"limited_regional\"\n",
-    "lte = \"service\"\nnr5g_pci = -1\n",
-    "lte = \"service\"\nnr5g_pci = 777\n",
-    "lte = \"absent\"\nnr5g = \"service\"\nnr5g_pci = -1\n",
-};
-
-/** The scenario's table for a network status. */
-inline std::string board_status(uint32_t network_status) {
-  return std::string("[sys_info]\n") + board_sys_info[network_status - 1];
-}
 
 /** Load a quiet board with `toml` behind it; its receiver says nothing, unless `toml` tells when it does. */
 inline void board_load(const std::string &toml) {

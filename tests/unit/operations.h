@@ -30,6 +30,7 @@
 
 #include "event_release.h"
 #include "ox_lyn.h"
+#include "reg_status.h"
 
 enum class operation_kind : uint8_t {
   init,
@@ -302,16 +303,16 @@ inline uint32_t operation_reg_status(const operation &one) {
                                                                                                 : OX_LYN_REG_LTE_NR5G_E;
 }
 
-/**
- * The scenario of a quiet board on which the operation gives operation_good: the registration status of its own, a
- * location service that is ready at once, and an answer to everything.
- */
+/** The scenario of a quiet board that has an answer to everything, and a location service that is ready at once. */
+inline std::string operation_board(uint32_t reg_status) {
+  return "board.noise_db = 0\nlocation.capabilities_ms = 0\nwwan.stats = [{}, { ip_family = 6 }]\n"
+         "wwan.qos.answer_ms = 0\nmtpe.configured_ms = 0\nscan.answer_ms = 0\n" +
+         board_status(reg_status);
+}
+
+/** That on which the operation gives operation_good. */
 inline std::string operation_board(const operation &one) {
-  static constexpr const char *sys_info[] = {"lte = 'service'\nnr5g_pci = -1\n", "lte = 'service'\nnr5g_pci = 500\n",
-                                             "lte = 'absent'\nnr5g = 'service'\nnr5g_pci = -1\n"};
-  return std::string("board.noise_db = 0\nlocation.capabilities_ms = 0\nwwan.stats = [{}, { ip_family = 6 }]\n") +
-         "wwan.qos.answer_ms = 0\nmtpe.configured_ms = 0\nscan.answer_ms = 0\n[sys_info]\n" +
-         sys_info[operation_reg_status(one) - OX_LYN_REG_LTE_E];
+  return operation_board(operation_reg_status(one));
 }
 
 /** Whether the operation is one that is always refused, as the header says. */

@@ -6,7 +6,7 @@
 
 namespace {
 
-class operations_on_their_board : public testing::TestWithParam<operation> {};
+struct operations_on_their_board : testing::TestWithParam<operation> {};
 
 INSTANTIATE_TEST_SUITE_P(all, operations_on_their_board, testing::ValuesIn(operations()), [](const auto &test) {
   std::string name = operation_name(test.param);

@@ -7,6 +7,8 @@
 #include "diag_service.h"
 #include "sim_client.h"
 #include "sim_core.h"
+#include "sim_message.h"
+#include "source_dir.h"
 
 namespace {
 
@@ -200,6 +202,30 @@ TEST_F(sim_fault, an_indication_may_be_waited_for) {
   yrp_nas_sig_info_resp_t resp;
   EXPECT_EQ(ask(resp), 0);
   EXPECT_TRUE(client.wait_for(YRP_NAS_SIG_INFO_IND, 1));
+}
+
+TEST_F(sim_fault, a_number_of_calls_may_be_waited_for_whatever_they_are) {
+  board("[[at]]\nafter = \"any\"\nskip = 5\nraw = { lib = \"nas\", id = 81, bytes = \"11\" }\n"); /* four calls */
+  yrp_nas_sig_info_resp_t resp;
+  EXPECT_EQ(ask(resp), 0);
+  EXPECT_TRUE(sim_board_wait_idle(5000));
+  EXPECT_TRUE(client.received.empty());
+  EXPECT_EQ(ask(resp), 0);
+  EXPECT_TRUE(client.wait_for(YRP_NAS_SIG_INFO_IND, 1));
+}
+
+TEST_F(sim_fault, a_drive_may_wait_for_an_indication) {
+  ASSERT_EQ(sim_board_load("[trace]\nfile = \"drive.csv\"\nspeed = 0\nafter = \"oxmap.ind.258\"\n",
+                           source_path("tests/data")),
+            "");
+  sim_board_journal_keep(true);
+  client.connect();
+  sim_client_open(sim_lib::oxmap, nullptr, nullptr);
+  EXPECT_TRUE(sim_board_wait_idle(5000));
+  EXPECT_EQ(journaled({"trace_row"}), 0U);
+  sim_board_post("oxmap", 258, {});
+  EXPECT_TRUE(sim_board_wait_idle(5000));
+  EXPECT_EQ(journaled({"trace_end"}), 1U);
 }
 
 TEST_F(sim_fault, every_call_of_the_client_library_can_fail) {
