@@ -178,6 +178,7 @@ class Screen:
         return self
 
     def __exit__(self, *_):
+        lyn.let_end(self.launch, self.process)
         if self.process.poll() is None:
             self.process.kill()
             self.process.wait()
