@@ -260,6 +260,46 @@ TEST_F(lyn_interface_lock, callers_are_served_in_the_order_of_their_coming) {
   EXPECT_THAT(turns, ElementsAre(0, 1, 2, 3, 4, 5, 6, 7));
 }
 
+/** A list of indications takes the lock twice; between the two somebody else has it. */
+struct lyn_interface_lock_between : lyn_interface_lock {
+  /** What the list comes to that asks for `room` entries while `other` comes behind it. */
+  std::vector<uint32_t> list(uint32_t room, const std::function<void()> &other, int32_t expected) {
+    std::vector<uint32_t> inds(room, 77);
+    lyn_lock();
+    std::deque<caller> callers;
+    callers.emplace_back([&] { EXPECT_EQ(ox_lyn_get_ind_list(hndl, inds.data(), room), expected); })
+        .wait_until_it_sleeps();
+    callers.emplace_back(other).wait_until_it_sleeps();
+    lyn_unlock();
+    for (caller &one : callers) {
+      one.thread.join();
+    }
+    return inds;
+  }
+};
+
+TEST_F(lyn_interface_lock_between, a_subscription_that_came_behind_the_count_is_written_as_far_as_there_is_room) {
+  EXPECT_EQ(subscribe(hndl, OX_LYN_IND_REG_STATUS_E, 0), OX_LYN_SUCCESS);
+  EXPECT_THAT(list(
+                  1, [this] { EXPECT_EQ(subscribe(hndl, OX_LYN_IND_MODEM_STATUS_E, 0), OX_LYN_SUCCESS); }, 0),
+              ElementsAre(OX_LYN_IND_MODEM_STATUS_E));
+}
+
+TEST_F(lyn_interface_lock_between, a_module_that_went_down_behind_the_count_refuses_the_handle) {
+  list(
+      1, [this] { EXPECT_EQ(ox_lyn_deinit(hndl), OX_LYN_SUCCESS); }, OX_LYN_ERR_INVALID_PARAM);
+  hndl = 0;
+}
+
+TEST_F(lyn_interface_lock_between, a_teardown_that_failed_behind_the_count_leaves_nothing_to_list) {
+  EXPECT_EQ(ox_lyn_deinit(hndl), OX_LYN_SUCCESS);
+  board_load("[[fault]]\non = \"yrp.release\"\n");
+  EXPECT_EQ(ox_lyn_init(&hndl, 0, on_flood), OX_LYN_SUCCESS);
+  list(
+      1, [this] { EXPECT_EQ(ox_lyn_deinit(hndl), OX_LYN_ERR_FAILURE); }, OX_LYN_ERR_NOT_INITIALIZED);
+  EXPECT_EQ(ox_lyn_init(&hndl, 0, on_flood), OX_LYN_SUCCESS);
+}
+
 TEST_F(lyn_interface_lock, callers_that_never_rest_do_not_keep_events_from_being_delivered) {
   std::atomic<bool> done{false};
   flood.first_held = false;
