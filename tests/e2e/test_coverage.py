@@ -113,6 +113,52 @@ def test_a_record_of_a_file_that_is_not_counted_is_a_failure(judged):
     assert not good and any("is of no file that was counted" in row for row in printed)
 
 
+# As gcov prints it: a call that may throw, a block that only an exception leads to, and what stands in a template twice.
+PRINTED = """\
+        -:    0:Source:/usr/include/c++/12/demo/vector
+        7:    1:int not_counted() {
+        -:    0:Source:../../../src/lyn_list.cpp
+        -:    0:Graph:somewhere.gcno
+        -:    1:/* no code */
+function f called 3 returned 100% blocks executed 60%
+       3*:   10:  if (a && b()) {
+branch  0 taken 2 (fallthrough)
+branch  1 taken 1
+        3:   10-block  0
+call    2 returned 2
+branch  3 taken 2 (fallthrough)
+branch  4 taken 0 (throw)
+    $$$$$:   10-block  1
+branch  5 never executed
+branch  6 never executed
+    %%%%%:   10-block  2
+branch  7 never executed
+    #####:   11:    c();
+    =====:   12:  } catch (...) {
+    #####:   13:  }
+------------------
+f<int>:
+        2:   20:  return x ? 1 : 2;
+branch  0 taken 2 (fallthrough)
+branch  1 taken 0
+------------------
+f<long>:
+    #####:   20:  return x ? 1 : 2;
+branch  0 never executed
+branch  1 never executed
+"""
+
+
+def test_lines_of_all_objects_are_summed_up_without_what_only_an_exception_takes(coverage):
+    lines = coverage.Lines()
+    lines.add(PRINTED)
+    lines.add(PRINTED.replace("    #####:   11:", "        4:   11:").replace("branch  7 never executed", "branch  7 taken 4"))
+    [file] = lines.report()["files"]
+    assert file["file"] == "src/lyn_list.cpp"
+    found = {line["line_number"]: (line["count"], [branch["count"] for branch in line["branches"]]) for line in file["lines"]}
+    assert found == {10: (6, [4, 2, 4, 4]), 11: (4, []), 12: (0, []), 20: (4, [4, 0])}
+
+
 def test_the_records_of_the_tree_can_be_read_and_each_has_its_reason(coverage):
     text = (ROOT / coverage.EXCLUDED).read_text(encoding="utf-8")
     lines = text.splitlines()
