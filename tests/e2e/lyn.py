@@ -209,16 +209,16 @@ class Launch:
         os.kill(self.pid(), number)
 
 
-def let_end(launch, process):
+def let_end(launch, wait):
     """A program that a test leaves running is killed; one that counts what it runs writes that at its end."""
-    if BUILD.name != "coverage" or process.poll() is not None:
+    if BUILD.name != "coverage":
         return
     try:
         launch.signal(signal.SIGTERM)
         launch.signal(signal.SIGCONT)
-        process.wait(5)
-    except (OSError, ValueError, subprocess.TimeoutExpired):
-        pass  # it has not come as far, or does not come to its end
+        wait(5)
+    except (OSError, ValueError, subprocess.TimeoutExpired, pexpect.TIMEOUT):
+        pass  # it has ended, or has not come as far, or does not come to its end
 
 
 class Session:
@@ -299,7 +299,8 @@ class Session:
 
     def kill(self):
         """End the run whatever state it is in; harmless after its end."""
-        let_end(self.launch, self.process)
+        if self.process.poll() is None:
+            let_end(self.launch, self.process.wait)
         if self.process.poll() is None:
             self.process.kill()
             self.process.wait()
@@ -326,6 +327,8 @@ class Terminal:
         return self
 
     def __exit__(self, *_):
+        if not self.child.closed and self.child.isalive():
+            let_end(self.launch, lambda seconds: self.child.expect(pexpect.EOF, timeout=seconds))
         self.child.close(force=True)
 
     def sendline(self, line):

@@ -130,7 +130,7 @@ def test_a_terminal_that_cannot_be_borrowed_is_left_as_it_is(watch, failing, cal
 
 
 def test_a_terminal_that_cannot_be_drawn_on_is_given_back(watch, failing):
-    with watch.screen(scenario=QUIET, env=failing(fdopen=f"1 0 {int(errno.ENOMEM)}")) as screen:
+    with watch.screen(scenario=QUIET, env=failing(fdopen=once(errno.ENOMEM))) as screen:
         screen.wait_for("lyn_watch: the terminal cannot be drawn on")
         assert screen.wait() == 1
         assert screen.settings() == screen.found and b"\x1b[?" not in screen.raw
@@ -177,9 +177,7 @@ def edits(terminal):
 @needs_editor
 @pytest.mark.parametrize("call", ["el_init", "fopen", "tcgetattr"])
 def test_without_an_editor_lines_are_read_as_they_are(demo, failing, call):
-    # Of the files the first is the board's scenario.
-    first = 2 if call == "fopen" else 1
-    with demo.terminal(env={"TERM": "xterm", **failing(**{call: f"{first} 0 12"})}) as terminal:
+    with demo.terminal(env={"TERM": "xterm", **failing(**{call: "1 0 12"})}) as terminal:
         terminal.expect(PROMPT)
         assert not edits(terminal)
         terminal.sendline("99")

@@ -178,7 +178,8 @@ class Screen:
         return self
 
     def __exit__(self, *_):
-        lyn.let_end(self.launch, self.process)
+        if self.process.poll() is None:
+            lyn.let_end(self.launch, self.process.wait)
         if self.process.poll() is None:
             self.process.kill()
             self.process.wait()
