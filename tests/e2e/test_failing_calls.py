@@ -107,6 +107,35 @@ def test_waiting_for_a_client_is_gone_on_with_where_it_is_interrupted(serving):
     assert session.get("/metrics").status == 200
 
 
+def test_a_client_that_takes_no_answer_is_let_go(serving):
+    session = serving(poll=f"3 4 {int(errno.ENOMEM)}")
+    with socket.create_connection(session.address, timeout=session.timeout) as client:
+        client.sendall(b"GET /metrics HTTP/1.1\r\nHost: localhost\r\n\r\n")
+        head, _, body = b"".join(iter(lambda: client.recv(65536), b"")).partition(b"\r\n\r\n")
+        assert not head or f"Content-Length: {len(body)}" not in head.decode()
+    assert session.get("/metrics").status == 200
+
+
+def test_those_who_are_refused_have_some_time_to_read_it_and_no_more_than_a_few_at_once(serving):
+    session = serving(pthread_create="1 0 11")
+    clients = [socket.create_connection(session.address, timeout=session.timeout) for _ in range(20)]
+    for client in clients:
+        assert client.recv(65536).startswith(b"HTTP/1.1 503 ")
+    clients[18].sendall(b"GET / HTTP/1.1\r\n\r\n")  # is read, and nothing comes of it
+    clients[19].close()
+    deadline = time.monotonic() + session.timeout
+    with pytest.raises(OSError):  # the first made room for those that came later, the others after a while
+        while True:
+            assert time.monotonic() < deadline
+            clients[0].sendall(b"GET / HTTP/1.1\r\n\r\n")
+            time.sleep(0.01)
+    time.sleep(2)
+    with socket.create_connection(session.address, timeout=session.timeout) as client:
+        assert client.recv(65536).startswith(b"HTTP/1.1 503 ")
+    for client in clients:
+        client.close()
+
+
 def test_a_client_that_is_gone_while_it_is_waited_for_is_let_go(serving):
     session = serving(poll=f"2 2 {int(errno.ENOMEM)}", recv=f"1 1 {int(errno.ECONNRESET)}")
     for _ in range(3):

@@ -192,6 +192,13 @@ def test_all_neighbours_have_room_on_a_larger_screen(watch):
         assert " of " not in screen.text and "1301" in screen.text
 
 
+def test_a_scan_that_finds_no_neighbours_says_so(watch):
+    with watch.screen("--scan", "1s", scenario=QUIET + "[lte]\nneighbour = []\n[nr5g]\nneighbour = []\n") as screen:
+        screen.wait_for(lambda _: all(cell.startswith("nobody") for cell in cells(screen.lines[16])))
+        screen.press("q")
+        assert screen.wait() == 0
+
+
 TRAFFIC = QUIET + """
 [[wwan.profile]]
 index = 1

@@ -179,6 +179,14 @@ TEST_F(lyn_watch_model, a_counter_that_was_set_back_has_no_rate) {
   EXPECT_EQ(rate_after(20, START + seconds(1)), std::nullopt) << "no time between";
 }
 
+TEST_F(lyn_watch_model, a_family_that_was_not_counted_before_has_no_rate_yet) {
+  lyn_watch_profile_t other = {.index = 1, .apn = "internet", .traffic = {}};
+  other.traffic[1] = traffic(500, START);
+  lyn_watch_model_put_profiles(&model, {other});
+  EXPECT_EQ(rate_after(1000, START + seconds(1)), std::nullopt);
+  EXPECT_EQ(rate_after(3000, START + seconds(2)), 2000);
+}
+
 TEST_F(lyn_watch_model, another_profile_has_no_rate_yet) {
   rate_after(1000, START);
   EXPECT_EQ(rate_after(2000, START + seconds(1), 2), std::nullopt);
