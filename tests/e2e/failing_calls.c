@@ -2,7 +2,7 @@
 /*
  * Preloaded into a client, it makes calls of the operating system and of libraries fail: FAIL_name="first count error"
  * in the environment, the first call being 1, or the first since there is a file FAIL_SINCE. A count of 0 is all from
- * there on. Other programs are left alone.
+ * there on. Other programs are left alone; so is, with FAIL_ONLY, all but the process or thread of that name.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
@@ -16,6 +16,7 @@
 #include <string.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <termios.h>
@@ -31,6 +32,12 @@ static int fails(const char *name, atomic_int *calls) {
   int error = 0;
   if (wanted == NULL || strncmp(program_invocation_short_name, "lyn_", 4) != 0 ||
       sscanf(wanted, "%d %d %d", &first, &count, &error) != 3) {
+    return 0;
+  }
+  const char *only = getenv("FAIL_ONLY");
+  char own[16] = "";
+  prctl(PR_GET_NAME, own);
+  if (only != NULL && strcmp(only, own) != 0) {
     return 0;
   }
   const char *since = getenv("FAIL_SINCE");
@@ -72,7 +79,15 @@ CALL(int, accept4, (int fd, struct sockaddr *address, socklen_t *size, int flags
 CALL(ssize_t, recv, (int fd, void *data, size_t size, int flags), (fd, data, size, flags), -1)
 CALL(ssize_t, read, (int fd, void *data, size_t size), (fd, data, size), -1)
 CALL(ssize_t, write, (int fd, const void *data, size_t size), (fd, data, size), -1)
-CALL(int, poll, (struct pollfd * entries, nfds_t number, int patience), (entries, number, patience), -1)
+/** A wait for output has a name of its own. */
+int poll(struct pollfd *entries, nfds_t number, int patience) {
+  static atomic_int calls[2];
+  const int output = number == 1 && (entries[0].events & POLLOUT) != 0;
+  return fails(output ? "poll_out" : "poll", &calls[output])
+             ? -1
+             : ppoll(entries, number,
+                     patience < 0 ? NULL : &(struct timespec){patience / 1000, patience % 1000 * 1000000}, NULL);
+}
 CALL(int, ppoll, (struct pollfd * entries, nfds_t number, const struct timespec *patience, const sigset_t *mask),
      (entries, number, patience, mask), -1)
 CALL(int, gethostname, (char *name, size_t size), (name, size), -1)
