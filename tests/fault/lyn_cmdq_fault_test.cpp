@@ -490,6 +490,42 @@ TEST_F(lyn_cmdq_fault, the_thread_goes_round_the_loop_after_a_wait) {
   free_bare();
 }
 
+TEST_F(lyn_cmdq_fault, what_wakes_the_thread_is_run_without_another_look_at_the_mutex) {
+  static int locks;
+  locks = 0;
+  start_idle();
+  lyn_cmd look = {.execute_f = [](lyn_cmd *, void *) { locks = fault_lock.calls; },
+                  .free_f = [](lyn_cmd *, void *data) { ++*static_cast<std::atomic<int> *>(data); },
+                  .data = &freed};
+  fault_lock.watch(&queue.mutex);
+  EXPECT_EQ(lyn_cmdq_enq(&queue, &look), 0);
+  while (freed == 0) {
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(locks, 2) << "those of the producer, which got memory between them";
+  EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+}
+
+TEST_F(lyn_cmdq_fault, a_chunk_that_was_run_serves_the_next_who_needs_one) {
+  start_idle();
+  for (uint32_t i = 0; i < LYN_CMDQ_CHUNK_LEN; i++) {
+    EXPECT_EQ(lyn_cmdq_enq(&queue, &cmd), 0);
+  }
+  while (freed < static_cast<int>(LYN_CMDQ_CHUNK_LEN)) {
+    std::this_thread::yield();
+  }
+  // The thread keeps it when it looks for more.
+  int32_t status = -1;
+  for (int ms = 0; ms < 5000 && status != 0; ms++) {
+    alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, 0);
+    status = lyn_cmdq_enq(&queue, &cmd);
+    alloc_fault_disarm();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  EXPECT_EQ(status, 0) << "it takes no memory";
+  EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+}
+
 TEST_F(lyn_cmdq_fault, a_thread_that_has_ended_keeps_no_chunk) {
   make_bare();
   static lyn_cmdq_t *owner;
