@@ -198,7 +198,7 @@ static FILE *lyn_demo_open_auto_file() {
   return file;
 }
 
-static void lyn_demo_menu_loop() {
+[[noreturn]] static void lyn_demo_menu_loop() {
   lyn_demo_edit_lines();
   for (;;) {
     lyn_demo_interact();

@@ -254,9 +254,6 @@ static int32_t lyn_nas_list_services(yrp_service_object_type service, unsigned i
 }
 
 static int32_t lyn_nas_open_notifier(yrp_service_object_type service) {
-  if (yrp_nas_notifier != nullptr) {
-    return OX_LYN_SUCCESS;
-  }
   const int32_t status = yrp_client_notifier_init(service, &yrp_nas_os_params, &yrp_nas_notifier);
   if (status != YRP_NO_ERR) {
     LYN_LOG_ERROR("Initializing notifier with a service object failed with status[%d]", status);
@@ -266,9 +263,6 @@ static int32_t lyn_nas_open_notifier(yrp_service_object_type service) {
 }
 
 static int32_t lyn_nas_watch_service() {
-  if (yrp_nas_watched) {
-    return OX_LYN_SUCCESS;
-  }
   const int32_t status = yrp_client_register_notify_cb(yrp_nas_notifier, lyn_yrp_nas_svc_notify_cb, nullptr);
   if (status != YRP_NO_ERR) {
     LYN_LOG_ERROR("Registering callback for YRP NAS service events failed with status[%d]", status);
@@ -313,7 +307,7 @@ static void lyn_nas_drop(yrp_client_type &handle, bool &in_use) {
 }
 
 int32_t lyn_yrp_nas_init(void) {
-  if (yrp_nas_watched && yrp_nas_registered) {
+  if (yrp_nas_watched) {  // the last step but one: where the last one fails, it is undone
     LYN_LOG_HIGH("YRP NAS client module already initialized");
     return OX_LYN_SUCCESS;
   }

@@ -22,8 +22,11 @@ lyn_packages_cross=(g++-aarch64-linux-gnu googletest qemu-user)
 # What builds packages and looks at them.
 lyn_packages_package=("${lyn_packages_demo[@]}" ccache debhelper dh-python dpkg-dev lintian python3-cffi python3-dev)
 
+# What counts lines and branches.
+lyn_packages_coverage=(gcovr)
+
 # What only the tests need that take minutes.
-lyn_packages_long=("${lyn_packages_package[@]}" "${lyn_packages_cross[@]}" mmdebstrap)
+lyn_packages_long=("${lyn_packages_package[@]}" "${lyn_packages_cross[@]}" mmdebstrap "${lyn_packages_coverage[@]}")
 
 # What the benchmarks compare with, and what counts instructions; the programs build without them.
 lyn_packages_bench=(

@@ -67,6 +67,9 @@ class lyn_watch_stream_t : public httplib::Stream {
     hurry();
   }
 
+  // Something was not taken: where the next answer would begin is not certain any more.
+  bool broken() const { return broken_; }
+
   // What is written from here on has its own time.
   void hurry() { until_ = steady_clock::now() + patience_; }
 
@@ -78,7 +81,8 @@ class lyn_watch_stream_t : public httplib::Stream {
     return static_cast<ssize_t>(count);
   }
   ssize_t write(const char *data, size_t size) override {
-    return wire_->write(data, size, until_) ? static_cast<ssize_t>(size) : -1;
+    broken_ = broken_ || !wire_->write(data, size, until_);
+    return broken_ ? -1 : static_cast<ssize_t>(size);
   }
   void get_remote_ip_and_port(std::string &, int &) const override {}
   void get_local_ip_and_port(std::string &, int &) const override {}
@@ -88,6 +92,7 @@ class lyn_watch_stream_t : public httplib::Stream {
   lyn_watch_wire_t *wire_;
   milliseconds patience_;
   lyn_watch_time_t until_{};
+  bool broken_ = false;
   std::string head_;
 };
 
@@ -224,7 +229,7 @@ bool lyn_watch_talk_t::take_request() {
                                      status_ != LYN_WATCH_METHOD_NOT_ALLOWED);
   stream_.give((request_.method == "HEAD" ? "HEAD" : "GET") + std::string(" / HTTP/1.1\r\n\r\n"));
   bool closed = false;
-  return process_request(stream_, request_.last, closed, nullptr) && !request_.last;
+  return process_request(stream_, request_.last, closed, nullptr) && !stream_.broken() && !request_.last;
 }
 
 /* Answers */

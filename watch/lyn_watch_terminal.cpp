@@ -287,7 +287,7 @@ bool lyn_watch_terminal_takes_output() {
 
 void lyn_watch_terminal_close() {
   lyn_watch_loan_t *loan = lyn_watch_terminal->loan;
-  if (!loan->open || !lyn_watch_terminal_wait_for_output(LYN_WATCH_OUTPUT_PATIENCE)) {
+  if (!lyn_watch_terminal_wait_for_output(LYN_WATCH_OUTPUT_PATIENCE)) {
     return;
   }
   endwin();

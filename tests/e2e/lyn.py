@@ -44,7 +44,7 @@ def reason_against_private_data():
 
 NO_PRIVATE_DATA = reason_against_private_data()
 
-SLOWER = {"release": 1, "asan": 4, "tsan": 8, "coverage": 2, "arm64": 8}
+SLOWER = {"release": 1, "asan": 4, "tsan": 8, "coverage": 2, "quick": 1, "arm64": 8}
 SCALE = SLOWER.get(BUILD.name, 4)
 
 
@@ -209,6 +209,18 @@ class Launch:
         os.kill(self.pid(), number)
 
 
+def let_end(launch, wait):
+    """A program that a test leaves running is killed; one that counts what it runs writes that at its end."""
+    if BUILD.name != "coverage":
+        return
+    try:
+        launch.signal(signal.SIGTERM)
+        launch.signal(signal.SIGCONT)
+        wait(5)
+    except (OSError, ValueError, subprocess.TimeoutExpired, pexpect.TIMEOUT):
+        pass  # it has ended, or has not come as far, or does not come to its end
+
+
 class Session:
     """An interactive run through pipes. Texts are waited for in order: each search starts behind the last match.
 
@@ -288,6 +300,8 @@ class Session:
     def kill(self):
         """End the run whatever state it is in; harmless after its end."""
         if self.process.poll() is None:
+            let_end(self.launch, self.process.wait)
+        if self.process.poll() is None:
             self.process.kill()
             self.process.wait()
         self.output.thread.join(self.timeout)
@@ -313,6 +327,8 @@ class Terminal:
         return self
 
     def __exit__(self, *_):
+        if not self.child.closed and self.child.isalive():
+            let_end(self.launch, lambda seconds: self.child.expect(pexpect.EOF, timeout=seconds))
         self.child.close(force=True)
 
     def sendline(self, line):

@@ -239,6 +239,19 @@ class Shell(Terminal):
 
 
 @delivers_signals_at_once
+def test_signal_that_is_ignored_stays_so_while_a_line_is_edited(demo):
+    demo.program = ["/bin/sh", "-c", "trap '' INT; exec \"$0\"", *demo.program]
+    with demo.terminal(env=XTERM) as terminal:
+        terminal.expect(PROMPT)
+        terminal.child.send("9")
+        terminal.expect("9")
+        terminal.launch.signal(signal.SIGINT)
+        terminal.child.send("9\r")
+        terminal.expect("Option ID[99] NOT SUPPORTED")
+        terminal.expect(PROMPT)
+        assert terminal.terminate() == 0
+
+
 def test_stopped_and_continued_the_line_goes_on(demo):
     with Shell(demo.launch(env=XTERM)) as shell:
         shell.child.send("66")

@@ -40,6 +40,9 @@ static bool judge(const T *item, T &&other) {
         other);
   }
   for (; item->goes;) ++item;
+  pthread_mutex_lock(&item->mutex);
+  item->until = now + std::chrono::seconds(15);
+  (void)item->seen.exchange(ready.load(), std::memory_order_acq_rel);
   return item->number < other.number && !item->done;
 }
 '''
@@ -47,6 +50,10 @@ static bool judge(const T *item, T &&other) {
 CHANGES = [
     ("{A, B}, {A, C},", "{A, C}, {A, B},"),
     ("const lyn_guard_t lock(&mutex);", ";"),
+    ('const lyn_guard_t lock(&mutex); LYN_LOG_ERROR("is 5 == %d && true", item->number + 1);',
+     'LYN_LOG_ERROR("is 5 == %d && true", item->number + 1); const lyn_guard_t lock(&mutex);'),
+    ('const lyn_guard_t lock(&mutex); LYN_LOG_ERROR("is 5 == %d && true", item->number + 1);',
+     '{ const lyn_guard_t lock(&mutex); LYN_LOG_ERROR("is 5 == %d && true", item->number + 1); }'),
     ('LYN_LOG_ERROR("is 5 == %d && true", item->number + 1);', ";"),
     ("if (const T *next = item->next) {", "if (const T *next = item->next; !next) {"),
     ("item->left--; // one == less", "; // one == less"),
@@ -54,6 +61,21 @@ CHANGES = [
     ("(void)next->release( other);", ";"),
     ("for (; item->goes;) ++item;", "for (; !(item->goes);) ++item;"),
     ("for (; item->goes;) ++item;", "for (; item->goes;) --item;"),
+    ("pthread_mutex_lock(&item->mutex);", ";"),
+    ("pthread_mutex_lock(&item->mutex); item->until = now + std::chrono::seconds(15);",
+     "item->until = now + std::chrono::seconds(15); pthread_mutex_lock(&item->mutex);"),
+    ("item->until = now + std::chrono::seconds(15);", ";"),
+    ("item->until = now + std::chrono::seconds(15);", "item->until = {};"),
+    ("item->until = now + std::chrono::seconds(15);", "item->until = now - std::chrono::seconds(15);"),
+    ("item->until = now + std::chrono::seconds(15);", "item->until = now + std::chrono::seconds(15 * 1000);"),
+    ("item->until = now + std::chrono::seconds(15);", "item->until = now + std::chrono::seconds(0);"),
+    ("(void)item->seen.exchange(ready.load(), std::memory_order_acq_rel);", ";"),
+    ("(void)item->seen.exchange(ready.load(), std::memory_order_acq_rel);",
+     "(void)item->seen.exchange(ready.load(std::memory_order_relaxed), std::memory_order_acq_rel);"),
+    ("(void)item->seen.exchange(ready.load(), std::memory_order_acq_rel);",
+     "(void)item->seen.exchange(ready.load(), std::memory_order_acquire);"),
+    ("(void)item->seen.exchange(ready.load(), std::memory_order_acq_rel);",
+     "(void)item->seen.exchange(ready.load(), std::memory_order_release);"),
     ("return item->number < other.number && !item->done;", "return item->number <= other.number && !item->done;"),
     ("return item->number < other.number && !item->done;", "return item->number >= other.number && !item->done;"),
     ("return item->number < other.number && !item->done;", "return item->number < other.number || !item->done;"),

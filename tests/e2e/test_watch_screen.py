@@ -194,6 +194,13 @@ def test_all_neighbours_have_room_on_a_larger_screen(watch):
         assert " of " not in screen.text and "1301" in screen.text
 
 
+def test_a_scan_that_finds_no_neighbours_says_so(watch):
+    with watch.screen("--scan", "1s", scenario=QUIET + "[lte]\nneighbour = []\n[nr5g]\nneighbour = []\n") as screen:
+        screen.wait_for(lambda _: all(cell.startswith("nobody") for cell in cells(screen.lines[16])))
+        screen.press("q")
+        assert screen.wait() == 0
+
+
 TRAFFIC = QUIET + """
 [[wwan.profile]]
 index = 1
@@ -537,6 +544,49 @@ def test_a_picture_that_is_killed_leaves_the_shell_its_terminal(watch):
         screen.wait_for("status=137")
 
 
+def test_a_picture_that_is_killed_in_the_background_leaves_the_settings_of_who_is_in_front(watch):
+    with watch.shell(scenario=QUIET) as screen:
+        cooked, _ = typed_up(screen, "lyn_watch")
+        picture = picture_of(screen)
+        os.kill(picture, signal.SIGSTOP)
+        screen.wait_for("(signal)")
+        own = [*cooked[:3], cooked[3] & ~termios.ECHOE, *cooked[4:]]
+        termios.tcsetattr(screen.slave, termios.TCSANOW, own)
+        os.kill(picture, signal.SIGKILL)
+        screen.wait_raw(ALTERNATE_OFF)
+        screen.wait_quiet()
+        assert screen.settings() == own
+
+
+def test_a_picture_that_is_killed_in_a_terminal_without_a_size_leaves_it_as_it_was(watch):
+    with watch.screen(scenario=QUIET) as screen:
+        up(screen)
+        screen.set_size((0, 0))
+        screen.settle()
+        screen.launch.signal(signal.SIGKILL)
+        screen.wait_raw(ALTERNATE_OFF)
+        screen.wait_for(lambda _: screen.leftovers() == [])
+
+
+def test_of_what_was_printed_meanwhile_a_killed_picture_leaves_the_last(watch):
+    with watch.screen("--every", "50ms", scenario=QUIET, env={"LYN_SIM_JOURNAL": "/dev/stdout"}) as screen:
+        up(screen)
+        screen.settle()
+        screen.settle()
+        screen.launch.signal(signal.SIGKILL)
+        screen.wait_raw(ALTERNATE_OFF)
+        screen.wait_quiet()
+        assert 8192 < len(screen.after_picture()) <= 16384 + 4096
+
+
+def test_standard_error_that_is_no_terminal_stays_where_it_is(watch, tmp_path):
+    with (tmp_path / "errors").open("w") as errors, watch.screen(scenario=QUIET, stderr=errors) as screen:
+        up(screen)
+        screen.press("q")
+        assert screen.wait() == 0
+        assert screen.leftovers() == []
+
+
 def test_a_request_that_hangs_holds_up_no_key_and_what_is_shown_looks_old(watch):
     scenario = LTE_ONLY + '[[fault]]\non = "nas.79"\nskip = 40\ndelay_ms = 60000\n'
     with watch.screen("--every", "200ms", scenario=scenario) as screen:
@@ -576,11 +626,11 @@ def test_without_a_terminal_the_other_views_are_named(watch):
     assert re.fullmatch(r"lyn_watch: .*--json.*--serve.*\n", result.stderr) and result.console == ""
 
 
-@pytest.mark.parametrize("name", ["no-such-terminal", "", "dumb"])
+@pytest.mark.parametrize("name", ["no-such-terminal", "", "dumb", None])
 def test_a_terminal_that_cannot_be_drawn_on_is_refused(watch, name):
     with watch.screen(scenario=QUIET, env={"TERM": name}) as screen:
         assert screen.wait() == 1
-        assert bytes(screen.raw).startswith(f"lyn_watch: the terminal '{name}' ".encode())
+        assert bytes(screen.raw).startswith(f"lyn_watch: the terminal '{name or ''}' ".encode())
         assert bytes(screen.raw).count(b"\n") == 1 and screen.settings() == screen.found
 
 

@@ -64,6 +64,7 @@ def test_standalone_nr5g_has_no_lte(watch):
 def test_radio_that_goes_takes_its_values_along(watch):
     with watch.session(*FAST, scenario=fast_motion("lte_with_nr5g.toml", 20)) as session:
         assert snapshot(session, lambda record: "nr5g" in record)["registration"] == "lte_nr5g"
+        # What is read while the board changes may still have both.
         record = snapshot(session, lambda record: record["registration"] == "lte" and "nr5g" not in record)
         assert record["lte"]["endc_available"] is True and record["lte"]["ca_bandwidth"] == 20
         assert snapshot(session, lambda record: "nr5g" in record)["nr5g"]["pci"] == 811

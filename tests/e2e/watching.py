@@ -166,7 +166,7 @@ class Screen:
         self.changed = threading.Condition()
         self.raw = bytearray()
         self.stopped = threading.Event()
-        self._set_size(size)
+        self.set_size(size)
         self.found = termios.tcgetattr(self.slave)
         self.process = subprocess.Popen(launch.command, cwd=lyn.ROOT, env=launch.env, stdin=stdin or self.slave,
                                         stdout=self.slave, stderr=stderr or self.slave, start_new_session=True,
@@ -179,12 +179,11 @@ class Screen:
 
     def __exit__(self, *_):
         if self.process.poll() is None:
+            lyn.let_end(self.launch, self.process.wait)
+        if self.process.poll() is None:
             self.process.kill()
             self.process.wait()
         self.hang_up()
-
-    def _set_size(self, size):
-        fcntl.ioctl(self.slave, termios.TIOCSWINSZ, struct.pack("HHHH", size[1], size[0], 0, 0))
 
     def _read(self):
         while not self.stopped.is_set():
@@ -243,10 +242,14 @@ class Screen:
     def press(self, keys):
         os.write(self.master, keys.encode() if isinstance(keys, str) else keys)
 
+    def set_size(self, size):
+        """What the terminal says of itself."""
+        fcntl.ioctl(self.slave, termios.TIOCSWINSZ, struct.pack("HHHH", size[1], size[0], 0, 0))
+
     def resize(self, columns, lines):
         with self.changed:
             self.screen.resize(lines, columns)
-            self._set_size((columns, lines))
+            self.set_size((columns, lines))
 
     def settings(self):
         return termios.tcgetattr(self.slave)

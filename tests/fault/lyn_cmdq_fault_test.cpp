@@ -210,18 +210,20 @@ TEST_F(lyn_cmdq_fault, enqueueing_signals_only_when_the_queue_was_empty) {
 
 TEST_F(lyn_cmdq_fault, enqueueing_without_memory_fails_and_the_command_stays_its_producers) {
   make_bare();
-  alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, 0);
-  const int32_t status = lyn_cmdq_enq(&queue, &cmd);
-  EXPECT_TRUE(alloc_fault_disarm());
-  EXPECT_EQ(status, -1);
-  EXPECT_EQ(queue.count, 0);
+  for (const uint32_t allocation : {0U, 1U, 2U}) {
+    alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, allocation);
+    const int32_t status = lyn_cmdq_enq(&queue, &cmd);
+    EXPECT_TRUE(alloc_fault_disarm());
+    EXPECT_EQ(status, -1);
+    EXPECT_EQ(queue.count, 0);
+    EXPECT_EQ(diag_log_texts("ERROR"), texts{"Failed to insert into cmdq\\n"});
+  }
   fault_unlock.arm(&queue.mutex, EPERM, 0, true);
   alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, 0);
   EXPECT_EQ(lyn_cmdq_enq(&queue, &cmd), -1);
   EXPECT_TRUE(alloc_fault_disarm());
   fault_unlock.disarm();
-  EXPECT_EQ(diag_log_texts("ERROR"),
-            (texts{"Failed to insert into cmdq\\n", "Failed to insert into cmdq\\n", "pthread_mutex_unlock failed:"}));
+  EXPECT_EQ(diag_log_texts("ERROR"), (texts{"Failed to insert into cmdq\\n", "pthread_mutex_unlock failed:"}));
   free_bare();
   EXPECT_EQ(freed, 0);
 }
@@ -336,6 +338,17 @@ TEST_F(lyn_cmdq_post_fault, a_post_that_is_refused_logs_an_unlock_that_fails) {
   EXPECT_EQ(post(&posted), LYN_CMDQ_SHUT);
   EXPECT_EQ(diag_log_texts(), texts{"pthread_mutex_unlock failed:"});
   fault_unlock.disarm();
+  free_bare();
+}
+
+TEST_F(lyn_cmdq_post_fault, a_post_that_cannot_lock_again_with_the_memory_it_got_fails_and_frees_it) {
+  make_open();
+  fault_lock.arm(&gate.mutex, -1, 1);
+  EXPECT_EQ(post(&posted), LYN_CMDQ_FAILED);
+  fault_lock.disarm();
+  EXPECT_EQ(diag_log_texts(), texts{"pthread_mutex_lock failed:"});
+  EXPECT_EQ(queue.count, 0);
+  EXPECT_EQ(queue.tail, queue.head);
   free_bare();
 }
 
@@ -477,6 +490,42 @@ TEST_F(lyn_cmdq_fault, the_thread_goes_round_the_loop_after_a_wait) {
   free_bare();
 }
 
+TEST_F(lyn_cmdq_fault, what_wakes_the_thread_is_run_without_another_look_at_the_mutex) {
+  static int locks;
+  locks = 0;
+  start_idle();
+  lyn_cmd look = {.execute_f = [](lyn_cmd *, void *) { locks = fault_lock.calls; },
+                  .free_f = [](lyn_cmd *, void *data) { ++*static_cast<std::atomic<int> *>(data); },
+                  .data = &freed};
+  fault_lock.watch(&queue.mutex);
+  EXPECT_EQ(lyn_cmdq_enq(&queue, &look), 0);
+  while (freed == 0) {
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(locks, 2) << "those of the producer, which got memory between them";
+  EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+}
+
+TEST_F(lyn_cmdq_fault, a_chunk_that_was_run_serves_the_next_who_needs_one) {
+  start_idle();
+  for (uint32_t i = 0; i < LYN_CMDQ_CHUNK_LEN; i++) {
+    EXPECT_EQ(lyn_cmdq_enq(&queue, &cmd), 0);
+  }
+  while (freed < static_cast<int>(LYN_CMDQ_CHUNK_LEN)) {
+    std::this_thread::yield();
+  }
+  // The thread keeps it when it looks for more.
+  int32_t status = -1;
+  for (int ms = 0; ms < 5000 && status != 0; ms++) {
+    alloc_fault_arm(ALLOC_FAULT_THIS_THREAD, 0);
+    status = lyn_cmdq_enq(&queue, &cmd);
+    alloc_fault_disarm();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  EXPECT_EQ(status, 0) << "it takes no memory";
+  EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+}
+
 TEST_F(lyn_cmdq_fault, a_thread_that_has_ended_keeps_no_chunk) {
   make_bare();
   static lyn_cmdq_t *owner;
@@ -561,6 +610,16 @@ TEST_F(lyn_cmdq_fault, a_stop_without_lock_stops_all_the_same) {
   queue.thread = 0;
   EXPECT_EQ(diag_log_texts("ERROR")[0], "pthread_mutex_lock failed:");
   EXPECT_EQ(lyn_cmdq_deinit(&queue), 0);
+}
+
+TEST_F(lyn_cmdq_fault, a_stop_logs_an_unlock_that_fails) {
+  make_bare();
+  fault_unlock.arm(&queue.mutex, EPERM, 0, true);
+  lyn_cmdthrd_deinit(&queue);
+  fault_unlock.disarm();
+  EXPECT_EQ(diag_log_texts("ERROR"), texts{"pthread_mutex_unlock failed:"});
+  EXPECT_TRUE(queue.stop);
+  free_bare();
 }
 
 TEST_F(lyn_cmdq_fault, a_failed_join_is_logged_and_deinit_goes_on) {

@@ -778,6 +778,31 @@ TEST_F(lyn_cmdq_posts, a_chunk_of_which_some_were_taken_off_is_used_again_from_i
   free(queue.head);
 }
 
+// Of use under the thread sanitizer, which sees whether whoever takes a chunk sees what was done with it before:
+// nothing else comes between the two threads.
+TEST_F(lyn_cmdq_posts, a_chunk_that_one_queue_has_emptied_serves_another) {
+  start(INT32_MAX);
+  lyn_cmdq_t other = {};
+  lyn_cmdq_gate_t other_gate = LYN_CMDQ_GATE_INITIALIZER;
+  ASSERT_EQ(lyn_cmdq_init_behind(&other, INT32_MAX, &other_gate), 0);
+  lyn_cmdq_open(&other_gate, &other);
+  for (int round = 0; round < 10; round++) {
+    for (lyn_cmdq_gate_t *to : {&gate, &other_gate}) {
+      for (int i = 0; i < chunk; i++) {
+        const probe_own own = {&make_probe(), nullptr};
+        EXPECT_EQ(lyn_cmdq_post(to, &posted_cmd, &own), LYN_CMDQ_QUEUED);
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+  }
+  for (const probe &one : probes) {
+    wait_until(one.freed, 1);
+  }
+  lyn_cmdq_shut(&other_gate);
+  EXPECT_EQ(lyn_cmdq_deinit(&other), 0);
+  stop();
+}
+
 TEST_F(lyn_cmdq_posts, a_command_may_post_and_release_itself) {
   start();
   static std::atomic<int> runs{0};
@@ -931,6 +956,30 @@ TEST_F(lyn_cmdq, a_flush_gives_back_all_that_a_thread_has_left) {
   EXPECT_EQ(never.freed, 1);
   EXPECT_EQ(queue.count, 0);
   EXPECT_EQ(queue.run.chunk, nullptr);
+  free(queue.head);
+}
+
+// As above, but the thread has only just left, and nobody has joined it.
+TEST_F(lyn_cmdq, a_flush_sees_all_that_a_thread_has_done_that_has_left) {
+  make_bare();
+  queue.max = -1;
+  lyn_cmd end = {
+      .execute_f = [](lyn_cmd *,
+                      void *data) { std::atomic_ref(static_cast<lyn_cmdq_t *>(data)->running).store(false); },
+      .free_f = nullptr,
+      .data = &queue};
+  EXPECT_EQ(lyn_cmdq_enq(&queue, &end), 0);
+  probe &never = enqueue();
+  std::thread thread([this] { EXPECT_EQ(lyn_cmdthrd_main(&queue), nullptr); });
+  for (bool has_left = false; !has_left;) {
+    pthread_mutex_lock(&queue.mutex);
+    has_left = std::atomic_ref(queue.run.is_left).load(std::memory_order_relaxed);
+    pthread_mutex_unlock(&queue.mutex);
+  }
+  EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
+  EXPECT_EQ(never.freed, 1);
+  EXPECT_EQ(queue.count, 0);
+  thread.join();
   free(queue.head);
 }
 

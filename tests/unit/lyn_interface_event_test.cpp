@@ -9,6 +9,7 @@
 
 #include "board.h"
 #include "lyn_interface.h"
+#include "lyn_interface_event.h"
 
 using testing::Contains;
 using testing::ElementsAre;
@@ -253,6 +254,21 @@ TEST_F(lyn_interface_event, a_batch_of_another_status_has_no_locations) {
   EXPECT_EQ(got[0].as<ox_lyn_loc_batch_t>().locations, nullptr);
   EXPECT_EQ(got[0].as<ox_lyn_loc_batch_t>().count, 0);
   EXPECT_EQ(got[0].as<ox_lyn_loc_batch_t>().response, 1);
+}
+
+TEST_F(lyn_interface_event, a_batch_without_locations_has_an_array_all_the_same) {
+  ox_lyn_loc_batch_t batch = {};
+  batch.status = 1;
+  const auto got = board.deliver(LYN_EVENT_LOC_BATCH, batch);
+  ASSERT_EQ(got.size(), 1U);
+  EXPECT_NE(got[0].as<ox_lyn_loc_batch_t>().locations, nullptr);
+  EXPECT_EQ(got[0].as<ox_lyn_loc_batch_t>().count, 0);
+}
+
+TEST_F(lyn_interface_event, nothing_can_be_freed) {
+  lyn_free_event_data(LYN_EVENT_LOC_BATCH, nullptr);
+  lyn_free_async_event(nullptr, nullptr);
+  EXPECT_THAT(diag_log_lines(), IsEmpty());
 }
 
 TEST_F(lyn_interface_event, an_unknown_event_is_logged_and_freed) {

@@ -18,6 +18,7 @@
 #include <iterator>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "board.h"
 
@@ -25,7 +26,8 @@ using testing::ElementsAre;
 
 namespace {
 
-std::atomic<int> waits_cut_short{0};  // waits to come that end at once
+std::atomic<int> waits_cut_short{0};                 // waits to come that end at once
+thread_local void (*before_next_mutex)() = nullptr;  // runs ahead of the next mutex that this thread locks
 
 }  // namespace
 
@@ -42,6 +44,15 @@ int __wrap_pthread_cond_wait(pthread_cond_t *cond, pthread_mutex_t *mutex) {
   pthread_mutex_unlock(mutex);
   waits_cut_short--;
   return pthread_mutex_lock(mutex);
+}
+
+int __real_pthread_mutex_lock(pthread_mutex_t *mutex);
+
+int __wrap_pthread_mutex_lock(pthread_mutex_t *mutex) {
+  if (const auto before = std::exchange(before_next_mutex, nullptr)) {
+    before();
+  }
+  return __real_pthread_mutex_lock(mutex);
 }
 // NOLINTEND(bugprone-reserved-identifier)
 }
@@ -249,6 +260,46 @@ TEST_F(lyn_interface_lock, callers_are_served_in_the_order_of_their_coming) {
   EXPECT_THAT(turns, ElementsAre(0, 1, 2, 3, 4, 5, 6, 7));
 }
 
+/** A list of indications takes the lock twice; between the two somebody else has it. */
+struct lyn_interface_lock_between : lyn_interface_lock {
+  /** What the list comes to that asks for `room` entries while `other` comes behind it. */
+  std::vector<uint32_t> list(uint32_t room, const std::function<void()> &other, int32_t expected) {
+    std::vector<uint32_t> inds(room, 77);
+    lyn_lock();
+    std::deque<caller> callers;
+    callers.emplace_back([&] { EXPECT_EQ(ox_lyn_get_ind_list(hndl, inds.data(), room), expected); })
+        .wait_until_it_sleeps();
+    callers.emplace_back(other).wait_until_it_sleeps();
+    lyn_unlock();
+    for (caller &one : callers) {
+      one.thread.join();
+    }
+    return inds;
+  }
+};
+
+TEST_F(lyn_interface_lock_between, a_subscription_that_came_behind_the_count_is_written_as_far_as_there_is_room) {
+  EXPECT_EQ(subscribe(hndl, OX_LYN_IND_REG_STATUS_E, 0), OX_LYN_SUCCESS);
+  EXPECT_THAT(list(
+                  1, [this] { EXPECT_EQ(subscribe(hndl, OX_LYN_IND_MODEM_STATUS_E, 0), OX_LYN_SUCCESS); }, 0),
+              ElementsAre(OX_LYN_IND_MODEM_STATUS_E));
+}
+
+TEST_F(lyn_interface_lock_between, a_module_that_went_down_behind_the_count_refuses_the_handle) {
+  list(
+      1, [this] { EXPECT_EQ(ox_lyn_deinit(hndl), OX_LYN_SUCCESS); }, OX_LYN_ERR_INVALID_PARAM);
+  hndl = 0;
+}
+
+TEST_F(lyn_interface_lock_between, a_teardown_that_failed_behind_the_count_leaves_nothing_to_list) {
+  EXPECT_EQ(ox_lyn_deinit(hndl), OX_LYN_SUCCESS);
+  board_load("[[fault]]\non = \"yrp.release\"\n");
+  EXPECT_EQ(ox_lyn_init(&hndl, 0, on_flood), OX_LYN_SUCCESS);
+  list(
+      1, [this] { EXPECT_EQ(ox_lyn_deinit(hndl), OX_LYN_ERR_FAILURE); }, OX_LYN_ERR_NOT_INITIALIZED);
+  EXPECT_EQ(ox_lyn_init(&hndl, 0, on_flood), OX_LYN_SUCCESS);
+}
+
 TEST_F(lyn_interface_lock, callers_that_never_rest_do_not_keep_events_from_being_delivered) {
   std::atomic<bool> done{false};
   flood.first_held = false;
@@ -281,6 +332,59 @@ TEST_F(lyn_interface_lock, a_lock_that_is_given_back_is_free_for_anybody) {
   EXPECT_FALSE(lyn_lock_while_initialised());
   EXPECT_TRUE(lyn_lock_try()) << "what is refused keeps nothing";
   EXPECT_FALSE(lyn_lock_while_initialised()) << "a module that is down is not waited for";
+  lyn_unlock();
+}
+
+// The next two are of use under the thread sanitizer: nothing but the lock comes between their threads, which tell each
+// other when by what orders nothing else.
+std::atomic<int> stage{0};
+
+void wait_for_stage(int wanted) {
+  while (stage.load(std::memory_order_relaxed) != wanted) {
+    std::this_thread::yield();
+  }
+}
+
+TEST_F(lyn_interface_lock, whoever_takes_the_lock_sees_what_was_done_under_it) {
+  static int number;
+  number = 0;
+  const auto take_turns = [](int first) {
+    for (int turn = first; turn < 200; turn += 2) {
+      wait_for_stage(turn);
+      lyn_lock();
+      number++;
+      lyn_unlock();
+      stage.store(turn + 1, std::memory_order_relaxed);
+    }
+  };
+  stage = 0;
+  std::thread other(take_turns, 1);
+  take_turns(0);
+  other.join();
+  EXPECT_EQ(number, 200);
+}
+
+TEST_F(lyn_interface_lock, a_lock_that_is_given_back_as_somebody_begins_to_wait_is_taken_with_what_was_done_under_it) {
+  static int number;
+  number = 0;
+  stage = 0;
+  lyn_lock();
+  std::thread late([] {
+    before_next_mutex = [] {  // it has found the lock taken
+      stage.store(1, std::memory_order_relaxed);
+      wait_for_stage(2);
+    };
+    lyn_lock();
+    EXPECT_EQ(number, 7);
+    EXPECT_FALSE(lyn_lock_try());
+    lyn_unlock();
+  });
+  wait_for_stage(1);
+  number = 7;
+  lyn_unlock();
+  stage.store(2, std::memory_order_relaxed);
+  late.join();
+  EXPECT_TRUE(lyn_lock_try());
   lyn_unlock();
 }
 

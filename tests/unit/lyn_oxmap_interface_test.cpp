@@ -7,8 +7,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
+#include <iterator>
 
 #include "diag_log.h"
 #include "post_capture.h"
@@ -145,6 +147,20 @@ TEST_F(lyn_oxmap, a_request_without_address_or_with_half_the_parameters_leaves_t
   EXPECT_THAT(line, testing::ContainsRegex("\"test_type\": ?1,"));
   EXPECT_THAT(line, testing::ContainsRegex("\"server_address_valid\": ?0,"));
   EXPECT_THAT(line, testing::ContainsRegex("\"test_params_valid\": ?0"));
+}
+
+TEST_F(lyn_oxmap, one_address_of_either_side_is_an_address) {
+  ox_lyn_mtpe_req_t requests[4];
+  std::fill(std::begin(requests), std::end(requests), request());
+  requests[0].src_ipv4 = 1;
+  requests[1].dst_ipv4 = 1;
+  requests[2].src_ipv6[0] = 1;
+  requests[3].dst_ipv6[15] = 1;
+  for (const ox_lyn_mtpe_req_t &req : requests) {
+    start("");
+    EXPECT_EQ(lyn_oxmap_configure_mtpe(&req), 0);
+    EXPECT_THAT(call_line("ConfigureMTPE"), testing::ContainsRegex("\"server_address_valid\": ?1,"));
+  }
 }
 
 TEST_F(lyn_oxmap, addresses_and_parameters_go_out_whole) {

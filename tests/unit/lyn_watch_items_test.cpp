@@ -157,6 +157,7 @@ TEST(lyn_watch_items, plmn_reads_its_three_octets) {
   EXPECT_EQ(plmn(0x72, 0xF2, 0x1A), "");
   EXPECT_EQ(plmn(0x7F, 0xF2, 0x10), "");
   EXPECT_EQ(plmn(0x172, 0xF2, 0x10), "");
+  EXPECT_EQ(plmn(-16, 0xF2, 0x10), "");
 }
 
 TEST(lyn_watch_items, plmn_of_a_neighbour_keeps_its_digits) {

@@ -80,6 +80,9 @@ TEST(lyn_watch_json, integral_numbers_are_integers_and_others_keep_their_digits)
   EXPECT_THAT(line, testing::HasSubstr(R"("rf_bandwidth":[1.4,20])"));
   EXPECT_THAT(line, testing::HasSubstr(R"("ca_bandwidth":10)"));
   EXPECT_THAT(line, testing::HasSubstr(R"("age":0.012,)"));
+  set_item(&picture, LYN_WATCH_LTE, "ca_bandwidth", 1e30);
+  EXPECT_THAT(lyn_watch_json_snapshot(picture), testing::HasSubstr(R"("ca_bandwidth":1e+30)"))
+      << "one that fits no integer";
 }
 
 TEST(lyn_watch_json, what_is_not_measured_is_absent) {

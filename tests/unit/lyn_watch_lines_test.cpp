@@ -171,6 +171,14 @@ TEST_F(lines_test, one_snapshot_waits_for_what_was_sent) {
   EXPECT_EQ(end, LYN_WATCH_LINES_DONE);
 }
 
+TEST_F(lines_test, one_snapshot_of_what_has_ended_is_none) {
+  lyn_watch_model_set_state(&model, LYN_WATCH_UP);
+  lyn_watch_model_end(&model);
+  EXPECT_EQ(lyn_watch_lines_once(&model, ends[1]), LYN_WATCH_LINES_DONE);
+  pollfd reader = {.fd = ends[0], .events = POLLIN, .revents = 0};
+  EXPECT_EQ(poll(&reader, 1, 0), 0);
+}
+
 /* Intervals: the clock is the test's */
 
 constexpr lyn_watch_time_t ORIGIN(1000s);

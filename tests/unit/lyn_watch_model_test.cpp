@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -178,6 +179,14 @@ TEST_F(lyn_watch_model, a_counter_that_was_set_back_has_no_rate) {
   EXPECT_EQ(rate_after(20, START + seconds(1)), std::nullopt) << "no time between";
 }
 
+TEST_F(lyn_watch_model, a_family_that_was_not_counted_before_has_no_rate_yet) {
+  lyn_watch_profile_t other = {.index = 1, .apn = "internet", .traffic = {}};
+  other.traffic[1] = traffic(500, START);
+  lyn_watch_model_put_profiles(&model, {other});
+  EXPECT_EQ(rate_after(1000, START + seconds(1)), std::nullopt);
+  EXPECT_EQ(rate_after(3000, START + seconds(2)), 2000);
+}
+
 TEST_F(lyn_watch_model, another_profile_has_no_rate_yet) {
   rate_after(1000, START);
   EXPECT_EQ(rate_after(2000, START + seconds(1), 2), std::nullopt);
@@ -323,6 +332,49 @@ TEST_F(lyn_watch_model, every_change_counts) {
   lyn_watch_model_end_reading(&model, false);
   EXPECT_EQ(lyn_watch_model_changes(&model), before + 5);
   EXPECT_TRUE(picture().scanning && picture().locating);
+}
+
+// Of use under the thread sanitizer: one thread makes nothing but this call, so that nothing else orders the two.
+TEST_F(lyn_watch_model, any_call_may_be_made_beside_any_other) {
+  const std::function<void()> calls[] = {
+      [this] { lyn_watch_model_plan(&model, seconds(1), START); },
+      [this] { lyn_watch_model_set_state(&model, LYN_WATCH_UP); },
+      [this] { lyn_watch_model_set_state(&model, LYN_WATCH_DOWN); },
+      [this] { put(int64_t{1}); },
+      [this] { lyn_watch_model_count_request(&model, "get", OX_LYN_SUCCESS, milliseconds(1), START); },
+      [this] { lyn_watch_model_put_neighbours(&model, LYN_WATCH_LTE, {.cells = {}, .at = START}); },
+      [this] {
+        lyn_watch_model_put_profiles(&model, {{.index = 1, .apn = "internet", .traffic = {traffic(1, START), {}}}});
+      },
+      [this] { lyn_watch_model_put_location(&model, {}, START); },
+      [this] { event("lte_rsrp", int64_t{1}); },
+      [this] { lyn_watch_model_set_scanning(&model, true); },
+      [this] { lyn_watch_model_set_locating(&model, true); },
+      [this] { lyn_watch_model_end_reading(&model, true); },
+      [this] { (void)picture(); },
+      [this] { (void)lyn_watch_model_history(&model, RSRP, START); },
+      [this] { (void)lyn_watch_model_events(&model, 0, 10); },
+      [this] { (void)lyn_watch_model_recent(&model); },
+      [this] { (void)lyn_watch_model_changes(&model); },
+      [this] { (void)lyn_watch_model_wait(&model, 0, 0, START); },
+      [this] { (void)lyn_watch_model_wait_change(&model, 0, START); },
+      [this] { (void)lyn_watch_model_ended(&model); },
+      [this] { lyn_watch_model_end(&model); },
+  };
+  for (const std::function<void()> &call : calls) {
+    std::thread beside([&] {
+      for (int i = 0; i < 20; i++) {
+        call();
+      }
+    });
+    for (int i = 0; i < 3; i++) {
+      for (const std::function<void()> &other : calls) {
+        other();
+      }
+    }
+    beside.join();
+  }
+  EXPECT_TRUE(lyn_watch_model_ended(&model));
 }
 
 }  // namespace

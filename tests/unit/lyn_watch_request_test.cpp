@@ -88,6 +88,8 @@ TEST(lyn_watch_request, what_is_malformed_is_a_bad_request) {
            "GET / HTTP/1.1\r\n" + host + "X: folded\r\n line\r\n\r\n",
            "GET / HTTP/1.1\r\n" + host + std::string("X: \0\r\n\r\n", 8),
            "GET / HTTP/1.1\r\n" + host + "X: a\rb\r\n\r\n",
+           "GET / HTTP/1.1\r\n" + host + "X: a\x7F\r\n\r\n",
+           std::string("GET / HTTP/1.1\r\nHost: local\x7Fhost\r\n\r\n"),
            "GET / HTTP/1.1\r\n" + host + "Content-Length: -1\r\n\r\n",
            "GET / HTTP/1.1\r\n" + host + "Content-Length: 1, 1\r\n\r\n",
            "GET / HTTP/1.1\r\n" + host + "Content-Length: \r\n\r\n",
@@ -97,6 +99,10 @@ TEST(lyn_watch_request, what_is_malformed_is_a_bad_request) {
        }) {
     EXPECT_EQ(status_of(head), LYN_WATCH_BAD_REQUEST) << head;
   }
+}
+
+TEST(lyn_watch_request, a_field_may_have_tabs_and_octets_beyond_ascii) {
+  EXPECT_EQ(status_of("GET / HTTP/1.1\r\n" + host + "X: a\tb\xC3\xA9\r\n\r\n"), LYN_WATCH_OK);
 }
 
 TEST(lyn_watch_request, a_target_may_have_so_many_octets_and_no_more) {

@@ -96,6 +96,8 @@ TEST_F(lyn_watch_clip_test, control_characters_and_directions_are_replaced) {
   EXPECT_EQ(clipped("a\033[2J\n\x7f\u009b", 20), L"a\ufffd[2J\ufffd\ufffd\ufffd");
   EXPECT_EQ(clipped("a\u202eb\u200b", 20), L"a\ufffdb\ufffd");
   EXPECT_EQ(clipped("a\xff\xc3", 20), L"a\ufffd\ufffd");
+  EXPECT_EQ(clipped("\u2060\u206f", 20), L"\ufffd\ufffd");
+  EXPECT_EQ(clipped("\u2030\u2070", 20), L"\u2030\u2070");
 }
 
 TEST_F(lyn_watch_clip_test, characters_without_a_column_are_left_out) {
@@ -157,6 +159,11 @@ TEST_F(lyn_watch_lines_test, other_events_end_a_run_and_name_their_fields) {
   happen("lte_rsrp", {{"value", int64_t{-92}}});
   EXPECT_THAT(told(), testing::ElementsAre("LTE RSRP -90", "reg_status          lte",
                                            "qos_flow            bearer=5 tx_5qi=7", "LTE RSRP -92"));
+}
+
+TEST_F(lyn_watch_lines_test, a_measurement_that_has_lost_its_value_is_told_as_any_other_event) {
+  happen("lte_rsrp", {});
+  EXPECT_THAT(told(), testing::ElementsAre(testing::HasSubstr("lte_rsrp")));
 }
 
 TEST_F(lyn_watch_lines_test, thousands_of_measurements_do_not_push_out_what_is_rare) {

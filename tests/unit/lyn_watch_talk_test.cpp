@@ -314,6 +314,21 @@ TEST(lyn_watch_talk, a_stream_that_nobody_takes_ends) {
   EXPECT_EQ(wire.pieces, 3u);
 }
 
+/** Takes all but the first piece. */
+struct late_wire : watch_wire {
+  using watch_wire::watch_wire;
+  bool write(const char *data, size_t size, lyn_watch_time_t until) override {
+    return pieces++ != 0 && watch_wire::write(data, size, until);
+  }
+  size_t pieces = 0;
+};
+
+TEST(lyn_watch_talk, nothing_follows_what_was_not_taken_in_time) {
+  late_wire wire(get("/health") + get("/health"));
+  lyn_watch_talk(watch_model(0).get(), {}, &wire);
+  EXPECT_EQ(wire.out, "") << "a body without its head, and an answer behind it";
+}
+
 TEST(lyn_watch_talk, a_stream_follows_events_as_they_come) {
   const auto owned = watch_model(1);
   lyn_watch_model_t *model = owned.get();

@@ -25,6 +25,7 @@ TEST(lyn_watch_keys, sequences_hold_no_keys_wherever_they_are_cut) {
   EXPECT_EQ(keys_in({"\033", "[", "1", "5", "~", "q"}), "q");
   EXPECT_EQ(keys_in({"\033", "O", "q", "h"}), "h");
   EXPECT_EQ(keys_in({"\033", "q", "h"}), "h");
+  EXPECT_EQ(keys_in({"\033[1\001", "q"}), "q") << "a control character ends it";
   EXPECT_EQ(keys_in({"\033[" + std::string(1000, '1'), "q"}), "q") << "no end, no sequence";
 }
 

@@ -273,6 +273,16 @@ TEST_F(lyn_yrp_nas, when_no_radio_or_no_flag_is_given_then_a_scan_is_refused) {
             "lte_scan_ongoing[(nil)], nr5g_scan_ongoing[(nil)]");
 }
 
+TEST_F(lyn_yrp_nas, one_flag_is_enough_for_a_scan_of_either_radio) {
+  nas_connect(OX_LYN_REG_LTE_NR5G_E);
+  uint8_t flag = 9;
+  EXPECT_EQ(lyn_yrp_nas_incremental_scan(1, nullptr, 0, &flag), 0);
+  EXPECT_EQ(flag, 0);
+  flag = 9;
+  EXPECT_EQ(lyn_yrp_nas_incremental_scan(0, nullptr, 1, &flag), 0);
+  EXPECT_EQ(flag, 1);
+}
+
 TEST_F(lyn_yrp_nas, deliberately_a_scan_does_not_check_the_connection) {
   nas_board("");
   uint8_t lte = 9;

@@ -189,6 +189,15 @@ TEST_F(lyn_yrp_nas, when_a_release_failed_half_way_then_the_next_connection_is_w
   }
 }
 
+TEST_F(lyn_yrp_nas, when_registering_failed_then_the_same_client_registers_the_next_time) {
+  nas_board(fault("nas.3", "times = 1\nresult = 1\nerror = 46"));
+  EXPECT_EQ(lyn_yrp_nas_client_init(), -1);
+  nas_forget();
+  EXPECT_EQ(lyn_yrp_nas_client_init(), 0);
+  EXPECT_THAT(nas_calls(), ElementsAre("nas_get_service_object_internal_v01"));
+  EXPECT_EQ(nas_requests(), std::vector<int>{3});
+}
+
 TEST_F(lyn_yrp_nas, when_nothing_but_the_notifier_is_missing_then_the_client_is_not_asked_to_register_again) {
   nas_connect(OX_LYN_REG_LTE_E, fault("yrp.release", "skip = 1"));
   ASSERT_EQ(lyn_yrp_nas_release(), -1);

@@ -1,0 +1,94 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+/*
+ * What of the demo client no menu leads to: arguments that nobody gives, a signal that it did not ask for, answers that
+ * the module does not give, and lines without an editor.
+ *
+ * The program is linked with --wrap for the operation that reads a metric (tests/CMakeLists.txt).
+ */
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "../../demo/lyn_demo.h"
+#include "../../demo/lyn_demo_line.h"
+#include "../../demo/lyn_demo_prompt.h"
+
+extern "C" {
+
+// The names are the linker's: --wrap=SYMBOL calls __wrap_SYMBOL in the place of SYMBOL.
+// NOLINTBEGIN(bugprone-reserved-identifier)
+int32_t __wrap_ox_lyn_get_info(ox_lyn_hndl_t, ox_lyn_dm_info_t *info) {
+  info->count = 2;
+  info->value.i64_array[0] = 20;
+  info->value.i64_array[1] = 15;
+  info->value.i64_array[2] = 10;
+  return OX_LYN_SUCCESS;
+}
+// NOLINTEND(bugprone-reserved-identifier)
+}
+
+namespace {
+
+template <typename Call>
+std::string printed(Call call) {
+  testing::internal::CaptureStdout();
+  call();
+  fflush(stdout);
+  return testing::internal::GetCapturedStdout();
+}
+
+TEST(lyn_demo_parts, a_signal_that_it_did_not_ask_for_is_told) {
+  EXPECT_EQ(printed([] { lyn_demo_sigterm_handler(SIGUSR1); }),
+            "Received unexpected signal " + std::to_string(SIGUSR1) + "\n");
+}
+
+TEST(lyn_demo_parts, lines_and_options_that_are_none_are_refused) {
+  char line[] = "7 10";
+  int32_t options[LYN_DEMO_MAX_OPTIONS];
+  uint32_t count = 0;
+  EXPECT_EQ(lyn_demo_parse_options(nullptr, options, &count), 1);
+  EXPECT_EQ(lyn_demo_parse_options(line, nullptr, &count), 1);
+  EXPECT_EQ(lyn_demo_parse_options(line, options, nullptr), 1);
+  EXPECT_EQ(lyn_demo_process_options(nullptr, 1), 1);
+  EXPECT_EQ(lyn_demo_process_options(options, 0), 1);
+  EXPECT_EQ(lyn_demo_parse_options(line, options, &count), 0);
+  EXPECT_EQ(count, 2U);
+}
+
+TEST(lyn_demo_parts, secondary_carriers_are_printed_behind_the_primary_one) {
+  const int32_t options[] = {7, OX_LYN_GET_LTE_CA_STATS_E};
+  EXPECT_THAT(printed([&] { EXPECT_EQ(lyn_demo_process_options(options, 2), 0); }),
+              testing::HasSubstr("LYN DEMO APP : CA stats-cphy ca pcell info bandwidth - 20\n"
+                                 "LYN DEMO APP : CA stats ca scell info list\tinstance-0\n"
+                                 "LYN DEMO APP : CA stats scell bandwidth- 15\n\n"
+                                 "LYN DEMO APP : CA stats ca scell info list\tinstance-1\n"
+                                 "LYN DEMO APP : CA stats scell bandwidth- 10\n\n"));
+}
+
+TEST(lyn_demo_parts, an_address_of_no_family_is_a_mask) {
+  ASSERT_NE(freopen("/dev/null", "r", stdin), nullptr);
+  char address[16] = "";
+  EXPECT_THAT(printed([&] { lyn_demo_ask_address(AF_UNSPEC, address); }),
+              testing::HasSubstr("\n Please Enter Address Mask Value =>"));
+}
+
+TEST(lyn_demo_parts, without_an_editor_lines_are_read_as_they_are) {
+  FILE *file = tmpfile();
+  fputs("7 10\n", file);
+  rewind(file);
+  ASSERT_NE(dup2(fileno(file), STDIN_FILENO), -1);
+  ASSERT_NE(freopen("/dev/stdin", "r", stdin), nullptr);
+  lyn_demo_edit_lines();
+  char line[LYN_DEMO_LINE_LEN];
+  EXPECT_EQ(printed([&] { EXPECT_EQ(lyn_demo_read_line("Option > ", line, sizeof line), LYN_DEMO_READ_LINE); }),
+            "Option > ");
+  EXPECT_STREQ(line, "7 10\n");
+  fclose(file);
+}
+
+}  // namespace
