@@ -10,7 +10,6 @@
 
 #include <stdarg.h>
 #include <stdio.h>
-#include <stdlib.h>
 
 #include <algorithm>
 #include <array>
@@ -21,6 +20,7 @@
 #include <thread>
 #include <vector>
 
+#include "event_release.h"
 #include "lyn_log.h"
 #include "lyn_oxmap_interface.h"
 #include "lyn_yrp_nas.h"
@@ -191,21 +191,10 @@ inline bool ind_bytes_within(const ox_lyn_dm_info_t &info) {
   return true;
 }
 
-inline bool ind_bytes_has_block(const ox_lyn_dm_info_t &info) {
-  if (info.record_type == OX_LYN_RECORD_ASYNC_E) {
-    return info.value_type != OX_LYN_VALUE_NONE_E;
-  }
-  return info.metric == OX_LYN_IND_MTPE_STATUS_E || info.metric == OX_LYN_IND_QOS_FLOW_E ||
-         info.metric == OX_LYN_IND_PPS_CHANGE_E || info.metric == OX_LYN_IND_INSTALL_MODE_FREQ_INFO_E;
-}
-
 inline void ind_bytes_on_event(ox_lyn_hndl_t, ox_lyn_dm_info_t *info, uint32_t) {
   ind_bytes_beyond += !ind_bytes_within(*info);
   ind_bytes_delivered[info->metric + (info->record_type == OX_LYN_RECORD_ASYNC_E ? ind_bytes_response : 0)]++;
-  if (ind_bytes_has_block(*info)) {
-    free(info->value.ptr);
-  }
-  free(info);
+  event_release(info);
 }
 
 /** The module up on a quiet board, everything subscribed; 0 where that failed. */
