@@ -94,7 +94,7 @@ void happen(const sim_ev_raw &event) {
 void run_entry(sim_due due) {
   const sim_timeline_entry &entry = sim_board_raw().scenario.at[static_cast<size_t>(due.rank)];
   for (const sim_event &event : entry.events) {
-    std::visit([](const auto &what) { happen(what); }, event);
+    sim_timeline_happen(event);
   }
   if (--due.repeats <= 0) {
     return;
@@ -204,6 +204,10 @@ void sim_timeline_run() {
       guard.lock();
     }
   }
+}
+
+void sim_timeline_happen(const sim_event &event) {
+  std::visit([](const auto &what) { happen(what); }, event);
 }
 
 void sim_timeline_reset() {

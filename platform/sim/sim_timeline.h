@@ -31,6 +31,8 @@ void sim_timeline_run(); /**< the thread */
 void sim_timeline_reset();
 void sim_timeline_at(sim_clock::time_point at, std::function<void()> work);
 void sim_timeline_start_entries(const std::string &after, int64_t passing);
+/** Have an event happen now. */
+void sim_timeline_happen(const sim_event &event);
 /** A trace or timeline entry waits for such calls. */
 bool sim_timeline_waits(const sim_scenario &scenario);
 
