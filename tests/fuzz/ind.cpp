@@ -36,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const std::string wrong = data[0] == UINT8_MAX ? feed_service_event(data + 1, size - 1)
                                                  : ind_bytes_feed(kind, data + 1, size - 1, &decoded);
   if (!wrong.empty() || ind_bytes_beyond != 0) {
-    fprintf(stderr, "%u: %s\n", kind.id, wrong.empty() ? "delivered out of its range" : wrong.c_str());
+    fprintf(stderr, "%u, %u: %s\n", data[0], kind.id, wrong.empty() ? "delivered out of its range" : wrong.c_str());
     abort();
   }
   /* The queue must not outgrow the memory. The first are looked at one by one: seeds, and what is repeated. */

@@ -4,7 +4,8 @@
  * a scenario all of whose values are within the limits of their keys, also when the timeline's changes are in force;
  * and where the board does not take what the reader takes.
  */
-#include <cmath>
+#include <algorithm>
+#include <charconv>
 
 #include "fuzz.h"
 #include "sim_board.h"
@@ -76,6 +77,51 @@ void hold_table(const void *record, sim_keys keys) {
   }
 }
 
+/** The row of this name; null: there is none. */
+const sim_key *find_row(sim_keys keys, std::string_view name) {
+  const auto found = std::find_if(keys.begin(), keys.end(), [name](const sim_key &row) { return row.name == name; });
+  return found == keys.end() ? nullptr : &*found;
+}
+
+/** What a line "KEY = INTEGER" of a table says is what was loaded. */
+void hold_line(const sim_scenario &scenario, const sim_key &table, std::string_view line) {
+  const size_t middle = line.find(" = ");
+  const sim_key *row = middle == line.npos ? nullptr : find_row(table.type.keys(), line.substr(0, middle));
+  if (row == nullptr || row->type.load == nullptr || row->type.kind == sim_key_kind::text) {
+    return;
+  }
+  const std::string_view digits = line.substr(middle + 3);
+  int64_t said = 0;
+  const auto end = std::from_chars(digits.data(), digits.data() + digits.size(), said);
+  if (end.ec != std::errc() || end.ptr != digits.data() + digits.size()) {
+    return;
+  }
+  const sim_key_value loaded = row->type.load(table.type.entries(&scenario).front());
+  const auto *integer = std::get_if<int64_t>(&loaded);
+  const auto *real = std::get_if<double>(&loaded);
+  const auto rounded = static_cast<double>(static_cast<float>(said)); /* some are kept so */
+  fuzz_hold((integer != nullptr && *integer == said) ||
+                (real != nullptr && (*real == static_cast<double>(said) || *real == rounded)),
+            "a number is loaded as it is written", line);
+}
+
+/** The lines of the scenario's plain tables; lines may also be those of a text. */
+void hold_lines(const sim_scenario &scenario, std::string_view text) {
+  if (text.find("\"\"\"") != text.npos || text.find("'''") != text.npos) {
+    return;
+  }
+  const sim_key *table = nullptr;
+  while (!text.empty()) {
+    const std::string_view line = text.substr(0, text.find('\n'));
+    text.remove_prefix(std::min(text.size(), line.size() + 1));
+    if (line.starts_with('[')) {
+      table = line.ends_with(']') ? find_row(sim_keys_scenario(), line.substr(1, line.size() - 2)) : nullptr;
+    } else if (table != nullptr && table->type.kind == sim_key_kind::table) {
+      hold_line(scenario, *table, line);
+    }
+  }
+}
+
 /** The timeline's changes, one on top of the other. */
 void apply_changes(sim_scenario &scenario) {
   for (const sim_timeline_entry &entry : scenario.at) {
@@ -90,6 +136,27 @@ void apply_changes(sim_scenario &scenario) {
 
 }  // namespace
 
+extern "C" {
+
+/* libFuzzer's own, where it is linked. */
+__attribute__((weak)) size_t LLVMFuzzerMutate(uint8_t *data, size_t size, size_t most);
+
+/** Half the time one number becomes another: most other changes leave no scenario. */
+size_t LLVMFuzzerCustomMutator(uint8_t *data, size_t size, size_t most, unsigned int seed) {
+  constexpr std::string_view numbers[] = {"-1",    "0",     "1",          "255",      "256",
+                                          "65535", "65536", "4294967296", "86400001", "0.5"};
+  const std::string_view text = fuzz_text(data, size);
+  const size_t begin = text.find_first_of("-0123456789", size == 0 ? 0 : seed / 32 % size);
+  const size_t end = std::min(text.find_first_not_of("-.0123456789", begin), size);
+  if (seed % 2 == 0 || begin == text.npos) {
+    return LLVMFuzzerMutate(data, size, most);
+  }
+  std::string changed(text.substr(0, begin));
+  changed.append(numbers[seed / 2 % std::size(numbers)]).append(text.substr(end));
+  return changed.copy(reinterpret_cast<char *>(data), most);
+}
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   static const std::string folder = source_path("tests/data");
   const std::string_view text = fuzz_text(data, size);
@@ -103,6 +170,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     return 0;
   }
   hold_table(&*scenario, sim_keys_scenario());
+  hold_lines(*scenario, text);
   apply_changes(*scenario);
   hold_table(&*scenario, sim_keys_scenario());
   return 0;
