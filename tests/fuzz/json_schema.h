@@ -6,12 +6,13 @@
 #ifndef JSON_SCHEMA_H
 #define JSON_SCHEMA_H
 
+#include <regex.h>
+
 #include <algorithm>
 #include <cmath>
 #include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <regex>
 #include <string>
 
 #include "fuzz.h"
@@ -106,9 +107,11 @@ inline json_schema_wrong json_schema_any_of(const json_schema &all, const nlohma
 
 inline json_schema_wrong json_schema_pattern(const json_schema &, const nlohmann::json &, const nlohmann::json &word,
                                              const nlohmann::json &value) {
-  static auto *const compiled = new std::map<std::string, std::regex>;
-  const auto found = compiled->try_emplace(word, word.get<std::string>(), std::regex::ECMAScript).first;
-  return json_schema_said(!std::regex_search(value.get<std::string>(), found->second), "not in its form");
+  static auto *const compiled = new std::map<std::string, regex_t>;
+  const auto [found, fresh] = compiled->try_emplace(word);
+  fuzz_hold(!fresh || regcomp(&found->second, found->first.c_str(), REG_EXTENDED | REG_NOSUB) == 0, "a pattern is one");
+  const bool fits = regexec(&found->second, value.get<std::string>().c_str(), 0, nullptr, 0) == 0;
+  return json_schema_said(!fits, "not in its form");
 }
 
 inline json_schema_wrong json_schema_ref(const json_schema &all, const nlohmann::json &, const nlohmann::json &word,
