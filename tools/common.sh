@@ -8,10 +8,12 @@ lyn_root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
 
 lyn_packages_demo=(g++ make cmake pkg-config libtomlplusplus-dev nlohmann-json3-dev libedit-dev)
 lyn_packages_watch=("${lyn_packages_demo[@]}" libcli11-dev libncurses-dev libcpp-httplib-dev prometheus-cpp-dev libjs-chart.js)
+lyn_packages_fuzzer=(clang libclang-rt-14-dev)
+lyn_packages_fuzz=("${lyn_packages_watch[@]}" "${lyn_packages_fuzzer[@]}" ccache)
 lyn_packages_test=(
   "${lyn_packages_watch[@]}" bubblewrap
   git ccache libgtest-dev libgmock-dev libbenchmark-dev
-  clang libclang-rt-14-dev clang-format clang-tidy cppcheck abigail-tools devscripts doxygen mandoc
+  "${lyn_packages_fuzzer[@]}" clang-format clang-tidy cppcheck abigail-tools devscripts doxygen mandoc
   python3 python3-pytest python3-pytest-xdist python3-pexpect python3-pyte python3-jsonschema python3-dev python3-cffi jq curl
   chromium chromium-driver python3-selenium
 )
@@ -154,6 +156,11 @@ build_client() {
     tail -n 60 "$log" >&2
     die "the build failed; the whole log is $log"
   fi
+}
+
+# fuzz_targets: the names of the fuzz targets, one a line.
+fuzz_targets() {
+  find "$lyn_root/tests/fuzz" -maxdepth 1 -name '*.cpp' ! -name replay_main.cpp -printf '%f\n' | sed 's/\.cpp$//' | sort
 }
 
 # sanitizer_options: what programs of the presets asan and tsan are run with.

@@ -111,6 +111,10 @@ std::string lyn_watch_plmn(const int64_t octets[3]) {
 }
 
 std::string lyn_watch_plmn(const ox_lyn_plmn_t &plmn) {
+  constexpr uint16_t most = 999;
+  if (plmn.mcc > most || plmn.mnc > most) {
+    return "";
+  }
   char text[16];
   snprintf(text, sizeof(text), plmn.includes_pcs_digit != 0 ? "%03u-%03u" : "%03u-%02u", plmn.mcc, plmn.mnc);
   return text;

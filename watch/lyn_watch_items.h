@@ -127,7 +127,10 @@ const char *lyn_watch_status_name(int32_t status);
 /** "0.1.0": of the program, which is that of the header it was built with. */
 std::string lyn_watch_version();
 
-/** "272-01", from the three octets of 3GPP TS 24.008 or a neighbour's numbers; "" where the octets are no digits. */
+/**
+ * "272-01", from the three octets of 3GPP TS 24.008 or a neighbour's numbers; "" where the octets are no digits, or a
+ * number has more than three.
+ */
 std::string lyn_watch_plmn(const int64_t octets[3]);
 std::string lyn_watch_plmn(const ox_lyn_plmn_t &plmn);
 

@@ -114,11 +114,13 @@ static void lyn_watch_source_free(ox_lyn_dm_info_t *event, const lyn_watch_event
   free(event);
 }
 
+// Without those that are none.
 static std::vector<std::string> lyn_watch_source_plmns(const ox_lyn_plmn_t *plmns, uint32_t count, size_t room) {
   std::vector<std::string> texts;
   for (size_t i = 0; i < std::min<size_t>(count, room); ++i) {
     texts.push_back(lyn_watch_plmn(plmns[i]));
   }
+  std::erase(texts, "");
   return texts;
 }
 

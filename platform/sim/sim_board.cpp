@@ -4,6 +4,7 @@
  */
 #include "sim_board.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "sim_journal.h"
@@ -84,6 +85,16 @@ void sim_board_restart() {
 void sim_board_post(std::string_view lib, uint32_t id, std::vector<uint8_t> bytes) {
   sim_board();
   sim_indicate_raw(lib_of(lib), id, std::move(bytes));
+}
+
+std::string sim_board_happen(const std::string &entry) {
+  std::string error;
+  const std::optional<sim_scenario> scenario = sim_scenario_parse("[[at]]\n" + entry, "entry", ".", error);
+  const std::lock_guard guard(sim_board().lock);
+  for (const sim_timeline_entry &now : scenario ? scenario->at : std::vector<sim_timeline_entry>()) {
+    std::for_each(now.events.begin(), now.events.end(), sim_timeline_happen);
+  }
+  return error;
 }
 
 bool sim_board_wait_idle(unsigned int timeout_ms) {

@@ -39,6 +39,12 @@ void sim_board_restart();
  */
 void sim_board_post(std::string_view lib, uint32_t id, std::vector<uint8_t> bytes);
 
+/**
+ * Have happen now what an entry of the timeline says: sim_board_happen("modem = 'down'"). Returns an empty string, or
+ * what is wrong with it.
+ */
+std::string sim_board_happen(const std::string &entry);
+
 /** Wait until nothing is due, queued or being delivered. False when that takes longer than `timeout_ms`. */
 bool sim_board_wait_idle(unsigned int timeout_ms);
 

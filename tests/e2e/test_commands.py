@@ -62,8 +62,8 @@ def replaced(text, top):
     sdk = top / "sdk"
     if "/path/to/sdk" in text and not sdk.exists():
         make_sdk(sdk)
-    for name, real in {"/opt/lyn": top / "opt", "/path/to/sdk": sdk, "FILE.cfg": top / "test.cfg", "fuzz_NAME": "fuzz_ind",
-                       "corpus/NAME": "corpus/ind", "total_time=600": "total_time=5"}.items():
+    for name, real in {"/opt/lyn": top / "opt", "/path/to/sdk": sdk, "FILE.cfg": top / "test.cfg", "NAME 600": "ind 5",
+                       "--merge NAME": "--merge ind"}.items():
         text = text.replace(name, str(real))
     text = SERVER.sub(r"timeout --preserve-status 3 \1", text)
     text = PICTURE.sub(lambda command: f"script -qec {shlex.quote(command[1])} /dev/null ", text)

@@ -273,6 +273,13 @@ def test_scan_that_fails_leaves_no_neighbours(watch):
     assert "neighbours" not in record
 
 
+def test_neighbour_whose_network_has_no_number_has_none(watch):
+    plmns = "plmn = [{ mcc = 1000 }, { mcc = 262, mnc = 2 }, { mnc = 65535 }]\n"
+    record = once(watch, "--scan", "1s", scenario=f"[[lte.neighbour]]\n{plmns}[[nr5g.neighbour]]\nplmn = [{{ mcc = 1000 }}]\n")
+    assert record["neighbours"]["lte"]["cells"][0]["plmns"] == ["262-02"]
+    assert "plmns" not in record["neighbours"]["nr5g"]["cells"][0]
+
+
 LOCATION = """
 [location]
 latitude = -33.5

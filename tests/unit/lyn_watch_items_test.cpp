@@ -165,6 +165,12 @@ TEST(lyn_watch_items, plmn_of_a_neighbour_keeps_its_digits) {
   EXPECT_EQ(lyn_watch_plmn(ox_lyn_plmn_t{.mcc = 310, .mnc = 26, .includes_pcs_digit = 1}), "310-026");
 }
 
+TEST(lyn_watch_items, plmn_of_a_neighbour_whose_numbers_have_more_than_three_digits_is_none) {
+  EXPECT_EQ(lyn_watch_plmn(ox_lyn_plmn_t{.mcc = 999, .mnc = 999, .includes_pcs_digit = 1}), "999-999");
+  EXPECT_EQ(lyn_watch_plmn(ox_lyn_plmn_t{.mcc = 1000, .mnc = 1, .includes_pcs_digit = 0}), "");
+  EXPECT_EQ(lyn_watch_plmn(ox_lyn_plmn_t{.mcc = 272, .mnc = 65535, .includes_pcs_digit = 1}), "");
+}
+
 TEST(lyn_watch_items, utf8_stays_and_all_else_is_replaced) {
   const std::string good = "A\u00e9\u20ac\U0001F4F6";
   EXPECT_EQ(lyn_watch_utf8(good), good);

@@ -686,6 +686,14 @@ TEST(sim_scenario_test, other_encodings_than_utf_8_are_refused) {
   EXPECT_NE(error_of("[[wwan.profile]]\napn = \"\xE4\"\n").find("board.toml:2:"), std::string::npos);
 }
 
+TEST(sim_scenario_test, letters_beyond_ascii_are_refused_outside_of_texts_and_comments) {
+  for (const char *letter : {"\xC2\xA1", "\xC3\xA9", "\xE2\xBB\xBF", "\xEF\xBB\xBE"}) {
+    EXPECT_NE(error_of("[board]\nse" + std::string(letter) + "d = 1\n").find("board.toml:2:3:"), std::string::npos);
+    EXPECT_NE(error_of("[board]\nseed = " + std::string(letter)).find("board.toml:2:8:"), std::string::npos);
+    EXPECT_EQ(read("# " + std::string(letter) + "\n[board]\nseed = 7\n").board.seed, 7U);
+  }
+}
+
 TEST(sim_scenario_test, whatever_the_bytes_are_reading_ends_with_a_board_or_one_line) {
   for (int first = 0; first < 256; ++first) {
     for (const char *rest : {"", "\n", "=1", "[lte]", "\xFF\xFE", "\"\"\""}) {

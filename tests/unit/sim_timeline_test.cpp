@@ -156,6 +156,18 @@ TEST_F(sim_timeline, what_a_test_posts_is_not_delivered_while_the_modem_is_down)
   EXPECT_EQ(ids(), (std::vector<uint32_t>{902}));
 }
 
+TEST_F(sim_timeline, what_a_test_has_happen_happens_at_once_and_in_the_order_of_an_entry) {
+  board("");
+  client.register_all();
+  EXPECT_EQ(sim_board_happen("install_status = 3\nqos_flow = { bearer = 1 }"), "");
+  EXPECT_EQ(sim_board_happen("modem = \"down\""), "");
+  EXPECT_EQ(sim_board_happen("install_status = 4"), "");
+  EXPECT_EQ(sim_board_happen("modem = \"up\""), "");
+  EXPECT_EQ(ids(), (std::vector<uint32_t>{YRP_NAS_INSTALL_STATUS_IND}));
+  EXPECT_EQ(client.events, (std::vector<int32_t>{YRP_SERVICE_DOWN, YRP_SERVICE_UP}));
+  EXPECT_EQ(sim_board_happen("modem = \"gone\"").find("entry:2:"), 0U);
+}
+
 TEST_F(sim_timeline, bytes_that_are_no_message_stand_in_the_journal_as_they_are) {
   board("[[at]]\nms = 0\nraw = { lib = \"nas\", id = 81, bytes = \"01fe\" }\n" + raw(81, "ms = 0\n"));
   ASSERT_TRUE(sim_board_wait_idle(1000));
