@@ -148,6 +148,7 @@ transcript run(std::string_view script) {
   const fuzz_typed nothing("");
   script_file source = {.rest = script};
   FILE *file = source.open();
+  sim_board_restart();
   fuzz_printed();
   fuzz_hold(lyn_demo_main(file) == 0, "the client returns 0");
   const bool done = source.closed;
