@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "../../demo/lyn_demo.h"
+#include "../../demo/lyn_demo_line.h"
 #include "fuzz.h"
 #include "sim_board.h"
 
@@ -123,6 +124,18 @@ void hold_transcript(const std::vector<std::string> &lines, const transcript &of
             "a script that is done says so", of.printed);
 }
 
+/** The menu reads lines, too, and the rest of one that is too long for it as the next. */
+void hold_menu_lines(std::string_view text) {
+  const fuzz_typed typed(text);
+  std::string read;
+  char line[LYN_DEMO_LINE_LEN];
+  while (lyn_demo_read_line("", line, sizeof line) == LYN_DEMO_READ_LINE) {
+    fuzz_hold(parsed(line) == values_of(line), "the menu's line is read as its grammar says", line);
+    read += line;
+  }
+  fuzz_hold(read == text || text.find('\0') != text.npos, "the menu loses nothing", read);
+}
+
 /** The script as a file that tells whether it was closed: one that a line ends stays open. */
 struct script_file {
   std::string_view rest;
@@ -148,6 +161,7 @@ transcript run(std::string_view script) {
   const fuzz_typed nothing("");
   script_file source = {.rest = script};
   FILE *file = source.open();
+  sim_board_restart();
   fuzz_printed();
   fuzz_hold(lyn_demo_main(file) == 0, "the client returns 0");
   const bool done = source.closed;
@@ -177,6 +191,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   for (const std::string &line : lines) {
     fuzz_hold(parsed(line) == values_of(line), "a line is read as its grammar says", line);
   }
+  hold_menu_lines(script);
   const transcript of = run(script);
   if (text.find("LYN DEMO APP") == text.npos) { /* else lines cannot be told from what is said of them */
     hold_transcript(lines, of);

@@ -32,9 +32,6 @@ using namespace location_client;
 
 /** What the service was given last of each kind. */
 struct given {
-  given() = default;
-  explicit given(CapabilitiesCb told) : capabilities(std::move(told)) {}
-
   CapabilitiesCb capabilities;
   LocationCb shot;
   ResponseCb shot_response, stop_response, batching_response;
@@ -88,7 +85,7 @@ struct model {
   bool client = false, capable = false;
   int32_t shot = 0, batching = 0; /* what decides on a location that follows */
 };
-model state; /* that of the client, which lives from one input to the next */
+model state;
 
 bool ready() {
   return state.client && state.capable;
@@ -249,14 +246,25 @@ constexpr void (step::*steps[])() = {
     &step::stop_batching, &step::capabilities,      &step::shot_response, &step::stop_response,
     &step::shot,          &step::batching_response, &step::batching};
 
+/** A client that is ready and whose last requests were accepted, whatever an input before has left. */
+void begin() {
+  constexpr ox_lyn_loc_single_shot_req_t shot = {};
+  constexpr ox_lyn_loc_batching_req_t batching = {};
+  lyn_gps_init();
+  service->capabilities(0);
+  lyn_gps_get_single_shot_location_info(&shot);
+  service->shot_response(LOCATION_RESPONSE_SUCCESS);
+  service->refuses = false;
+  lyn_gps_start_batching_info(&batching);
+  service->batching_response(LOCATION_RESPONSE_SUCCESS);
+  state = {.client = true, .capable = true};
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   fuzz_bytes in{data, size};
-  lyn_gps_init();
-  *service = given(std::move(service->capabilities));
-  state.client = true;
-  state.capable = false;
+  begin();
   while (!in.ended()) {
     const auto drawn = in.take<uint8_t>();
     step one{in, drawn >= 0xC0};
