@@ -488,6 +488,27 @@ TEST_F(lyn_cmdq_posts, a_gate_lets_through_while_it_is_open_only) {
   EXPECT_EQ(diag_log_texts(), std::vector<std::string>{});
 }
 
+TEST_F(lyn_cmdq_posts, a_gate_may_be_opened_and_shut_while_others_post) {
+  start(INT32_MAX);
+  static lyn_cmd nothing = {.execute_f = [](lyn_cmd *, void *) {}, .free_f = nullptr, .data = nullptr};
+  std::atomic<bool> done{false};
+  std::thread poster([&] {
+    const probe_own own = {};
+    while (!done.load(std::memory_order_relaxed)) {
+      (void)lyn_cmdq_post(&gate, &nothing, &own);
+    }
+  });
+  for (int i = 0; i < 500; i++) {
+    lyn_cmdq_shut(&gate);
+    std::this_thread::yield();
+    lyn_cmdq_open(&gate, &queue);
+  }
+  done = true;
+  poster.join();
+  EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
+  stop();
+}
+
 TEST_F(lyn_cmdq_posts, what_was_posted_before_the_gate_was_shut_is_run_or_freed) {
   start();
   occupy();
