@@ -257,6 +257,17 @@ def test_an_interrupted_wait_for_a_key_is_gone_on_with(demo, failing):
 
 
 @needs_editor
+def test_ctrl_d_at_what_is_no_terminal_any_more_is_the_end(demo, failing, tmp_path):
+    env = {"TERM": "xterm", **failing(since=tmp_path / "since", isatty=once(errno.EIO))}
+    with demo.terminal(env=env) as terminal:
+        terminal.expect(PROMPT)
+        (tmp_path / "since").touch()
+        terminal.child.send("\x04")
+        terminal.expect(PROMPT)
+        assert terminal.terminate() == 0
+
+
+@needs_editor
 def test_a_terminal_whose_keys_cannot_be_read_ends_the_lines(demo, failing, tmp_path):
     env = {"TERM": "xterm", **failing(since=tmp_path / "since", read=f"1 1 {int(errno.EIO)}")}
     with demo.terminal(env=env) as terminal:

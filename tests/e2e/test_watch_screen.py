@@ -620,6 +620,18 @@ def test_a_terminal_that_takes_no_output_holds_up_no_end(watch, by_key):
         screen.wait_for(lambda _: screen.leftovers() == [])
 
 
+def test_a_terminal_that_stops_in_the_middle_of_a_frame_holds_up_no_end(watch):
+    with watch.screen("--every", "50ms", scenario=QUIET, size=(200, 60)) as screen:
+        up(screen)
+        screen.stopped.set()
+        screen.thread.join()  # nobody reads any more
+        for _ in range(30):
+            screen.press("h")
+            time.sleep(0.05)
+        screen.launch.signal(signal.SIGTERM)
+        assert screen.process.wait(screen.timeout) == 0
+
+
 def test_without_a_terminal_the_other_views_are_named(watch):
     result = watch.run(scenario=QUIET)
     assert result.status == 2

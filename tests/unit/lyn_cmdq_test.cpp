@@ -108,6 +108,13 @@ class lyn_cmdq : public testing::Test {
     pthread_mutex_init(&queue.mutex, nullptr);
     pthread_cond_init(&queue.cond, nullptr);
   }
+  /** A command behind which the thread ends. */
+  lyn_cmd end_of_thread() {
+    return {.execute_f = [](lyn_cmd *,
+                            void *data) { std::atomic_ref(static_cast<lyn_cmdq_t *>(data)->running).store(false); },
+            .free_f = nullptr,
+            .data = &queue};
+  }
   void expect_zeroed() const {
     static const lyn_cmdq_t zero = {};
     EXPECT_EQ(memcmp(&queue, &zero, sizeof queue), 0);
@@ -486,6 +493,27 @@ TEST_F(lyn_cmdq_posts, a_gate_lets_through_while_it_is_open_only) {
   EXPECT_EQ(early.executed, 0);
   EXPECT_EQ(early.freed, 0) << "what is refused stays its producer's";
   EXPECT_EQ(diag_log_texts(), std::vector<std::string>{});
+}
+
+TEST_F(lyn_cmdq_posts, a_gate_may_be_opened_and_shut_while_others_post) {
+  start(INT32_MAX);
+  static lyn_cmd nothing = {.execute_f = [](lyn_cmd *, void *) {}, .free_f = nullptr, .data = nullptr};
+  std::atomic<bool> done{false};
+  std::thread poster([&] {
+    const probe_own own = {};
+    while (!done.load(std::memory_order_relaxed)) {
+      (void)lyn_cmdq_post(&gate, &nothing, &own);
+    }
+  });
+  for (int i = 0; i < 500; i++) {
+    lyn_cmdq_shut(&gate);
+    std::this_thread::yield();
+    lyn_cmdq_open(&gate, &queue);
+  }
+  done = true;
+  poster.join();
+  EXPECT_EQ(lyn_cmdq_flush(&queue), 0);
+  stop();
 }
 
 TEST_F(lyn_cmdq_posts, what_was_posted_before_the_gate_was_shut_is_run_or_freed) {
@@ -944,11 +972,7 @@ TEST_F(lyn_cmdq, the_thread_shows_that_it_runs_and_ends_when_that_is_cleared) {
 TEST_F(lyn_cmdq, a_flush_gives_back_all_that_a_thread_has_left) {
   make_bare();
   queue.max = -1;  // what is begun is counted late
-  lyn_cmd end = {
-      .execute_f = [](lyn_cmd *,
-                      void *data) { std::atomic_ref(static_cast<lyn_cmdq_t *>(data)->running).store(false); },
-      .free_f = nullptr,
-      .data = &queue};
+  lyn_cmd end = end_of_thread();
   EXPECT_EQ(lyn_cmdq_enq(&queue, &end), 0);
   probe &never = enqueue();
   EXPECT_EQ(lyn_cmdthrd_main(&queue), nullptr);
@@ -963,11 +987,7 @@ TEST_F(lyn_cmdq, a_flush_gives_back_all_that_a_thread_has_left) {
 TEST_F(lyn_cmdq, a_flush_sees_all_that_a_thread_has_done_that_has_left) {
   make_bare();
   queue.max = -1;
-  lyn_cmd end = {
-      .execute_f = [](lyn_cmd *,
-                      void *data) { std::atomic_ref(static_cast<lyn_cmdq_t *>(data)->running).store(false); },
-      .free_f = nullptr,
-      .data = &queue};
+  lyn_cmd end = end_of_thread();
   EXPECT_EQ(lyn_cmdq_enq(&queue, &end), 0);
   probe &never = enqueue();
   std::thread thread([this] { EXPECT_EQ(lyn_cmdthrd_main(&queue), nullptr); });

@@ -29,6 +29,9 @@ int32_t __wrap_ox_lyn_get_info(ox_lyn_hndl_t, ox_lyn_dm_info_t *info) {
   info->value.i64_array[2] = 10;
   return OX_LYN_SUCCESS;
 }
+int32_t __wrap_ox_lyn_get_info_list(ox_lyn_hndl_t hndl, ox_lyn_dm_info_t *infos, uint32_t) {
+  return __wrap_ox_lyn_get_info(hndl, infos);
+}
 // NOLINTEND(bugprone-reserved-identifier)
 }
 
@@ -67,6 +70,13 @@ TEST(lyn_demo_parts, secondary_carriers_are_printed_behind_the_primary_one) {
                                  "LYN DEMO APP : CA stats ca scell info list\tinstance-0\n"
                                  "LYN DEMO APP : CA stats scell bandwidth- 15\n\n"
                                  "LYN DEMO APP : CA stats ca scell info list\tinstance-1\n"
+                                 "LYN DEMO APP : CA stats scell bandwidth- 10\n\n"));
+}
+
+TEST(lyn_demo_parts, secondary_carriers_of_a_list_have_a_blank_for_the_tabulator) {
+  const int32_t options[] = {8, OX_LYN_GET_LTE_CA_STATS_E};
+  EXPECT_THAT(printed([&] { EXPECT_EQ(lyn_demo_process_options(options, 2), 0); }),
+              testing::HasSubstr("LYN DEMO APP : CA stats ca scell info list instance-1\n"
                                  "LYN DEMO APP : CA stats scell bandwidth- 10\n\n"));
 }
 
