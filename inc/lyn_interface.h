@@ -15,6 +15,7 @@
 #include "lyn_block.h"
 #include "lyn_cmdq.h"
 #include "lyn_log.h"
+#include "lyn_order.h"
 #include "lyn_yrp_nas.h"
 #include "ox_lyn.h"
 
@@ -43,18 +44,6 @@ typedef struct {
 
 extern lyn_state_t lyn_state;
 extern lyn_cmdq_gate_t lyn_gate; /**< open while the module is up */
-
-/** Holds a mutex for a scope. */
-class lyn_guard_t {
- public:
-  explicit lyn_guard_t(pthread_mutex_t *mutex) : mutex_(mutex) { pthread_mutex_lock(mutex_); }
-  ~lyn_guard_t() { pthread_mutex_unlock(mutex_); }
-  lyn_guard_t(const lyn_guard_t &) = delete;
-  lyn_guard_t &operator=(const lyn_guard_t &) = delete;
-
- private:
-  pthread_mutex_t *mutex_;
-};
 
 /** Take the module lock behind all that wait for it already. */
 void lyn_lock();
@@ -85,7 +74,10 @@ class lyn_module_guard_t {
   lyn_module_guard_t &operator=(const lyn_module_guard_t &) = delete;
 
   /** Leave the module locked for ever. */
-  void keep() { is_kept_ = true; }
+  void keep() {
+    is_kept_ = true;
+    lyn_order_give(LYN_ORDER_MODULE);  // not the thread's any more, but nobody's
+  }
 
  private:
   bool is_kept_ = false;

@@ -24,6 +24,7 @@
 
 #include "lyn_block.h"
 #include "lyn_log.h"
+#include "lyn_order.h"
 
 /** The sentinel between two lives of a queue. */
 static std::atomic<void *> lyn_cmdq_spare_sentinel{nullptr};
@@ -57,8 +58,22 @@ static pthread_cond_t *lyn_cmdq_cond(lyn_cmdq_t *cmdq) {
   return cmdq->gate != nullptr ? &cmdq->gate->cond : &cmdq->cond;
 }
 
+static int lyn_mutex_lock(pthread_mutex_t *mutex) {
+  lyn_order_take(LYN_ORDER_GATE);
+  const int result = pthread_mutex_lock(mutex);
+  if (result != 0) {
+    lyn_order_give(LYN_ORDER_GATE);
+  }
+  return result;
+}
+
+static int lyn_mutex_unlock(pthread_mutex_t *mutex) {
+  lyn_order_give(LYN_ORDER_GATE);
+  return pthread_mutex_unlock(mutex);
+}
+
 static bool lyn_cmdq_lock(lyn_cmdq_t *cmdq) {
-  bool locked = pthread_mutex_lock(lyn_cmdq_mutex(cmdq)) == 0;
+  bool locked = lyn_mutex_lock(lyn_cmdq_mutex(cmdq)) == 0;
   if (!locked) {
     LYN_LOG_ERROR("pthread_mutex_lock failed:");
   }
@@ -74,7 +89,7 @@ static bool lyn_cmdq_unlocked(bool unlocked) {
 }
 
 static bool lyn_cmdq_unlock(lyn_cmdq_t *cmdq) {
-  return lyn_cmdq_unlocked(pthread_mutex_unlock(lyn_cmdq_mutex(cmdq)) == 0);
+  return lyn_cmdq_unlocked(lyn_mutex_unlock(lyn_cmdq_mutex(cmdq)) == 0);
 }
 
 /** The warning that `count` commands are queued, if that is more than `max`. */
@@ -304,7 +319,7 @@ typedef struct {
 
 /** Deliberate: only a lock that returns a negative number is a failure; pthread errors are positive. */
 static bool lyn_door_enter(const lyn_cmdq_door_t &door) {
-  const bool entered = pthread_mutex_lock(door.mutex) >= 0;  // NOLINT(bugprone-posix-return)
+  const bool entered = lyn_mutex_lock(door.mutex) >= 0;  // NOLINT(bugprone-posix-return)
   if (!entered) {
     LYN_LOG_ERROR("pthread_mutex_lock failed:");
   }
@@ -373,7 +388,7 @@ static lyn_cmdq_post_e lyn_door_wake(const lyn_cmdq_door_t &door, const lyn_cmdq
   if (!lyn_cmdq_has_room(*door.queue)) {
     chunk = lyn_chunk_take();
     if (chunk == nullptr) {
-      seen->unlocked = pthread_mutex_unlock(door.mutex);
+      seen->unlocked = lyn_mutex_unlock(door.mutex);
       chunk = lyn_chunk_make(&result);
       if (chunk == nullptr) {
         return result;
@@ -385,7 +400,7 @@ static lyn_cmdq_post_e lyn_door_wake(const lyn_cmdq_door_t &door, const lyn_cmdq
     }
   }
   result = lyn_cmdq_append(*door.queue, cmd, own, &chunk, seen);
-  seen->unlocked = pthread_mutex_unlock(door.mutex);
+  seen->unlocked = lyn_mutex_unlock(door.mutex);
   lyn_chunk_free(chunk);  // somebody else has made room meanwhile, or nothing was queued
   return result == LYN_CMDQ_QUEUED ? lyn_door_wake(door, *seen) : result;
 }
@@ -513,7 +528,7 @@ static bool lyn_cmdthrd_next_run(lyn_cmdq_t *cmdq, lyn_cmdq_item_t **item) {
   } else {
     waited = lyn_cmdthrd_wait(cmdq);
   }
-  const bool unlocked = pthread_mutex_unlock(lyn_cmdq_mutex(cmdq)) == 0;
+  const bool unlocked = lyn_mutex_unlock(lyn_cmdq_mutex(cmdq)) == 0;
   if (!waited) {
     LYN_LOG_ERROR("pthread_cond_wait failed:");
   }
@@ -584,7 +599,7 @@ void lyn_cmdthrd_deinit(lyn_cmdq_t *cmdq) {
   std::atomic_ref(cmdq->stop).store(true);
   std::atomic_ref(cmdq->running).store(false);
   const int signalled = pthread_cond_signal(lyn_cmdq_cond(cmdq));
-  const bool unlocked = !locked || pthread_mutex_unlock(lyn_cmdq_mutex(cmdq)) == 0;
+  const bool unlocked = !locked || lyn_mutex_unlock(lyn_cmdq_mutex(cmdq)) == 0;
   // Deliberate, as in lyn_door_enter. NOLINTNEXTLINE(bugprone-posix-return)
   if (signalled < 0) {
     LYN_LOG_ERROR("pthread_cond_signal failed:");
@@ -634,9 +649,9 @@ int32_t lyn_cmdq_init(lyn_cmdq_t *cmdq, int32_t max) {
 }
 
 static void lyn_gate_set(lyn_cmdq_gate_t *gate, lyn_cmdq_t *cmdq) {
-  pthread_mutex_lock(&gate->mutex);
+  lyn_mutex_lock(&gate->mutex);
   gate->queue = cmdq;
-  pthread_mutex_unlock(&gate->mutex);
+  lyn_mutex_unlock(&gate->mutex);
 }
 
 void lyn_cmdq_open(lyn_cmdq_gate_t *gate, lyn_cmdq_t *cmdq) {

@@ -30,6 +30,20 @@ static pthread_mutex_t lyn_lock_row_mutex = PTHREAD_MUTEX_INITIALIZER;  // guard
 static lyn_lock_place_t *lyn_lock_first, *lyn_lock_last;
 static lyn_lock_place_t *lyn_lock_thread;  // the command thread's place
 
+/** Holds the row's mutex for a scope. */
+struct lyn_row_guard_t {
+  lyn_row_guard_t() {
+    lyn_order_take(LYN_ORDER_ROW);
+    pthread_mutex_lock(&lyn_lock_row_mutex);
+  }
+  ~lyn_row_guard_t() {
+    lyn_order_give(LYN_ORDER_ROW);
+    pthread_mutex_unlock(&lyn_lock_row_mutex);
+  }
+  lyn_row_guard_t(const lyn_row_guard_t &) = delete;
+  lyn_row_guard_t &operator=(const lyn_row_guard_t &) = delete;
+};
+
 /** Let the one at `place` go. It is gone when the mutex is released, so it is called before. */
 static void lyn_lock_call(lyn_lock_place_t *place) {
   place->is_called = true;
@@ -73,7 +87,7 @@ static bool lyn_lock_stand(bool is_thread) {
 
 /** The lock was found taken. */
 static bool lyn_lock_wait(bool is_thread) {
-  const lyn_guard_t row(&lyn_lock_row_mutex);
+  const lyn_row_guard_t row;
   if (is_thread && !lyn_is_initialised()) {
     return false;
   }
@@ -91,25 +105,29 @@ bool lyn_lock_try() {
 }
 
 void lyn_lock() {
+  lyn_order_take(LYN_ORDER_MODULE);
   if (!lyn_lock_try()) {
     lyn_lock_wait(false);
   }
 }
 
 void lyn_unlock() {
+  lyn_order_give(LYN_ORDER_MODULE);
   lyn_lock_state_e found = LYN_LOCK_TAKEN;
   if (lyn_lock_state.compare_exchange_strong(found, LYN_LOCK_FREE, std::memory_order_release,
                                              std::memory_order_relaxed)) {
     return;
   }
-  const lyn_guard_t row(&lyn_lock_row_mutex);
+  const lyn_row_guard_t row;
   lyn_lock_place_t *next = lyn_lock_first;
   lyn_lock_leave_row(next);
   lyn_lock_call(next);
 }
 
 bool lyn_lock_while_initialised() {
+  lyn_order_take(LYN_ORDER_MODULE);
   if (!lyn_lock_try() && !lyn_lock_wait(true)) {
+    lyn_order_give(LYN_ORDER_MODULE);
     return false;
   }
   if (lyn_is_initialised()) {
@@ -120,7 +138,7 @@ bool lyn_lock_while_initialised() {
 }
 
 void lyn_lock_send_thread_off() {
-  const lyn_guard_t row(&lyn_lock_row_mutex);
+  const lyn_row_guard_t row;
   if (lyn_lock_thread != nullptr) {
     lyn_lock_leave_row(lyn_lock_thread);
     lyn_lock_thread->is_sent_off = true;

@@ -337,4 +337,45 @@ TEST_F(lyn_interface_lock, a_caller_that_wakes_without_having_been_called_waits_
   waiting.thread.join();
 }
 
+#ifndef NDEBUG
+/** Where a deadlock would come now and then, the program ends each time. */
+TEST(lyn_order_death, a_lock_taken_out_of_order_ends_a_program_with_assertions) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  constexpr char told[] = "a lock is taken out of order";
+  EXPECT_DEATH(
+      {
+        lyn_cmdq_t queue;
+        lyn_cmdq_init(&queue, 1);
+        lyn_order_take(LYN_ORDER_GATE);
+        lyn_lock();
+      },
+      told);
+  EXPECT_DEATH(
+      {
+        const lyn_module_guard_t once;
+        const lyn_module_guard_t twice;
+      },
+      told);
+  EXPECT_DEATH(
+      {
+        lyn_order_take(LYN_ORDER_GATE);
+        lyn_cmdq_flush(&lyn_state.cmdq);
+      },
+      told);
+}
+
+TEST(lyn_order_death, a_callback_that_calls_back_into_the_module_ends_a_program_with_assertions) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_DEATH(
+      {
+        sim_board_load("board.noise_db = 0\n");
+        ox_lyn_hndl_t up = 0;
+        ox_lyn_init(&up, 0, [](ox_lyn_hndl_t from, ox_lyn_dm_info_t *, uint32_t) { ox_lyn_deinit(from); });
+        subscribe(up, OX_LYN_IND_LTE_RSRP_E, 1);
+        pause();
+      },
+      "a lock is taken out of order");
+}
+#endif
+
 }  // namespace
