@@ -347,6 +347,7 @@ class soak {
     board.start(text_of("trace.file = \"", drive,
                         "\"\nwwan.stats = [{}, { ip_family = 6 }]\nlocation.capabilities_ms = 0\n", restarts()));
     board.subscribe_all();
+    begin();
   }
 
   /** One more second; whether all was as it has to be. */
@@ -375,6 +376,15 @@ class soak {
  private:
   static constexpr ox_lyn_loc_single_shot_req_t shot_ = {.timeout_ms = 60000, .horizontal_accuracy = 25.5F};
   std::map<std::string, size_t> counts_;
+
+  /** Which of the first reports comes behind which subscription is left open; of each value one is delivered. */
+  void begin() {
+    sequences came = sequences_of(board.settled()), owed = due.owed_for(sim_board_journal());
+    board_forget();
+    std::ranges::sort(came.modem);
+    std::ranges::sort(owed.modem);
+    EXPECT_EQ(came.modem, owed.modem) << "what subscribing brings";
+  }
 
   bool agree(const char *when) {
     const std::vector<delivered> all = board.settled();
