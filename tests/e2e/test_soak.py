@@ -295,7 +295,7 @@ class Ride:
             journal.seek(self.read)
             for line in journal:
                 self.read += len(line)
-                found = re.search(rb'"row": (\d+)\}\}\n', line)
+                found = re.search(rb'"rows?": (\d+)\}\}\n', line)  # the end of the drive counts them
                 self.row = int(found[1]) if found else self.row
 
     def until(self, row):
@@ -324,8 +324,7 @@ def test_every_event_reaches_a_client_that_stays_while_others_come_and_go(watch,
         with crowd(session, seed) as guests:
             ride.until(rows * 3 // 4)
         after = alone(session, before)  # streams to those who have gone end with the next event
-        ride.until(rows - 1)
-        session.wait_journal(lambda row: row["name"] == "trace_end")
+        ride.until(rows)
         assert session.terminate() == 0
         stayer.join()
         contract = contract_of(session.launch.journal_path)
@@ -335,7 +334,7 @@ def test_every_event_reaches_a_client_that_stays_while_others_come_and_go(watch,
     print(f"before: {before}\nafter: {after}")
     assert first_disagreement(contract.owed, stayer.events) == ""
     assert stayer.fixes == contract.fixes[: len(stayer.fixes)] and len(contract.fixes) - len(stayer.fixes) <= 1
-    if ride.looks:
+    if ride.looks and lyn.BUILD.name == "release":  # sanitizers hold back what is freed
         first, most = ride.looks[0], max(look.resident_kib for look in ride.looks)
         print(f"warm: {first}, at most {most} KiB")
         assert most <= first.resident_kib + SLACK_KIB

@@ -465,17 +465,10 @@ class flatness {
 
   void check() const {
     ASSERT_GE(looks_.size(), 8U);
-    const usage &first = looks_[looks_.size() / 4];
-    for (size_t i = looks_.size() / 4; i < looks_.size(); i++) {
-      EXPECT_EQ(looks_[i].threads, first.threads) << "look " << i;
-      EXPECT_EQ(looks_[i].descriptors, first.descriptors) << "look " << i;
-      EXPECT_LE(looks_[i].allocated, first.allocated + allocated_slack) << "look " << i;
-      if (!ALLOCATED_SANITIZED) {
-        EXPECT_LE(looks_[i].resident, first.resident + resident_slack_kib) << "look " << i;
-      }
-      if (testing::Test::HasFailure()) {
-        return;
-      }
+    const size_t warm = looks_.size() / 4;
+    for (size_t i = warm; i < looks_.size() && !testing::Test::HasFailure(); i++) {
+      SCOPED_TRACE(text_of("after ", (i + 1) * look_s, " s"));
+      compare(looks_[warm], looks_[i]);
     }
   }
 
@@ -488,6 +481,15 @@ class flatness {
 
  private:
   std::vector<usage> looks_;
+
+  static void compare(const usage &warm, const usage &now) {
+    EXPECT_EQ(now.threads, warm.threads);
+    EXPECT_EQ(now.descriptors, warm.descriptors);
+    EXPECT_LE(now.allocated, warm.allocated + allocated_slack);
+    if (!ALLOCATED_SANITIZED) {
+      EXPECT_LE(now.resident, warm.resident + resident_slack_kib);
+    }
+  }
 };
 
 using lyn_soak = board_test;
