@@ -14,6 +14,7 @@
 #include <set>
 
 #include "allocated.h"
+#include "drive_rows.h"
 #include "mobile_board.h"
 
 namespace {
@@ -23,8 +24,7 @@ using std::chrono::steady_clock;
 
 constexpr size_t hour = 3600, day = 24 * hour;
 
-// How long
-// -------------------------------------------------------------------------------------------------------------
+// How long ------------------------------------------------------------------------------------------------------------
 
 struct soak_length {
   size_t seconds;                   /* of the board's time, at most */
@@ -42,33 +42,7 @@ soak_length length() {
   return {1200, steady_clock::time_point::max()};
 }
 
-// The board
-// ------------------------------------------------------------------------------------------------------------
-
-using row = std::map<std::string, std::string>; /* by the name of the column */
-
-std::vector<std::string> fields_of(const std::string &line) {
-  std::vector<std::string> fields;
-  std::istringstream in(line);
-  for (std::string field; std::getline(in, field, ',');) {
-    fields.push_back(field);
-  }
-  return fields;
-}
-
-void read_drive(const std::string &path, std::vector<row> *rows) {
-  std::ifstream in(path);
-  std::string line;
-  std::getline(in, line);
-  const std::vector<std::string> names = fields_of(line);
-  while (std::getline(in, line)) {
-    const std::vector<std::string> fields = fields_of(line);
-    row &one = rows->emplace_back();
-    for (size_t i = 0; i < std::min(names.size(), fields.size()); i++) {
-      one[names[i]] = fields[i];
-    }
-  }
-}
+// The board -----------------------------------------------------------------------------------------------------------
 
 std::vector<std::string> drives() {
   const char *folder = getenv("LYN_DRIVES");
@@ -86,13 +60,13 @@ std::vector<std::string> drives() {
 
 /** One drive of so many rows that has all of them, again and again. */
 void write_drive(const std::string &path, size_t count) {
-  std::vector<row> rows;
+  std::vector<drive_row> rows;
   for (const std::string &drive : drives()) {
-    read_drive(drive, &rows);
+    std::ranges::copy(drive_rows(drive), std::back_inserter(rows));
   }
   ASSERT_FALSE(rows.empty());
   std::set<std::string> names;
-  for (const row &one : rows) {
+  for (const drive_row &one : rows) {
     for (const auto &[name, value] : one) {
       names.insert(name);
     }
@@ -124,8 +98,7 @@ std::string restarts() {
   return toml;
 }
 
-// What has to come
-// -----------------------------------------------------------------------------------------------------
+// What has to come ----------------------------------------------------------------------------------------------------
 
 constexpr struct {
   uint32_t indication;
@@ -249,8 +222,7 @@ class contract {
   }
 };
 
-// What came
-// ------------------------------------------------------------------------------------------------------------
+// What came -----------------------------------------------------------------------------------------------------------
 
 std::string lte_scan_line(const ox_lyn_lte_nbr_info_t &info) {
   std::string text = "LTE scan:";
@@ -303,8 +275,7 @@ sequences sequences_of(const std::vector<delivered> &all) {
   return came;
 }
 
-// What it takes
-// --------------------------------------------------------------------------------------------------------
+// What it takes -------------------------------------------------------------------------------------------------------
 
 size_t entries(const char *folder) {
   const std::filesystem::directory_iterator all(folder);
@@ -330,8 +301,7 @@ usage used() {
           .descriptors = entries("/proc/self/fd")};
 }
 
-// The drive
-// ------------------------------------------------------------------------------------------------------------
+// The drive -----------------------------------------------------------------------------------------------------------
 
 /** The C library keeps some freed blocks of each size for every thread, and counts them as allocated. */
 constexpr size_t allocated_slack = 64UL << 10;
