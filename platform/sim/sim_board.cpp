@@ -29,6 +29,7 @@ bool idle() {
 void restart_with(sim_scenario scenario) {
   sim_board();
   sim_queues_pause(true);
+  sim_clock_release();
   sim_journal_forget();
   sim_board_reset(std::move(scenario));
   sim_queues_pause(false);
@@ -98,14 +99,23 @@ std::string sim_board_happen(const std::string &entry) {
 }
 
 bool sim_board_wait_idle(unsigned int timeout_ms) {
-  const sim_clock::time_point until = sim_clock::now() + std::chrono::milliseconds(timeout_ms);
+  const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
   while (!idle()) {
-    if (sim_clock::now() > until) {
+    if (std::chrono::steady_clock::now() > until) {
       return false;
     }
     std::this_thread::sleep_for(std::chrono::microseconds(200));
   }
   return true;
+}
+
+void sim_board_advance(double ms) {
+  {
+    const std::lock_guard guard(sim_board().lock);
+    sim_clock_advance(std::chrono::duration_cast<sim_clock::duration>(std::chrono::duration<double, std::milli>(ms)));
+    sim_board_raw().due_changed.notify_one();
+  }
+  sim_queues_wake();
 }
 
 void sim_board_journal_keep(bool on) {

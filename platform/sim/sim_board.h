@@ -7,6 +7,7 @@
  *   sim_board_load("[board]\nnoise_db = 0\n");     // a fresh board, before or after the first platform call
  *   ... calls of the module ...
  *   sim_board_post("nas", 81, {0x01, 0x02});       // any bytes under any id
+ *   sim_board_advance(500);                        // half a second passes at once
  *   sim_board_wait_idle(1000);
  *   sim_board_journal();                           // lines as LYN_SIM_JOURNAL would have them
  *
@@ -47,6 +48,14 @@ std::string sim_board_happen(const std::string &entry);
 
 /** Wait until nothing is due, queued or being delivered. False when that takes longer than `timeout_ms`. */
 bool sim_board_wait_idle(unsigned int timeout_ms);
+
+/**
+ * Let `ms` of the board's time pass at once: what falls due in them is done in the order of its times, as soon as the
+ * board's threads get to it. From the first call on until the next load or restart time stands still but for these
+ * calls, so that a day takes as long as its work. Advance no further than the interval of a batching session, whose
+ * next location is due from when the last one was there. Delays of faults are waited out as ever.
+ */
+void sim_board_advance(double ms);
 
 /** Keep the journal in memory from here on, or keep it no more. What was kept goes; so it does at a restart. */
 void sim_board_journal_keep(bool on);

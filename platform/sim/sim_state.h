@@ -78,6 +78,7 @@ void sim_wait_ms(double ms);
 
 void sim_queues_pause(bool paused); /**< true: waits for running callbacks and drops all that is queued */
 bool sim_queues_idle();
+void sim_queues_wake(); /**< the time has changed */
 void sim_board_reset(sim_scenario scenario);
 /** The scenario that the first call takes in place of the environment's. */
 void sim_board_preset(sim_scenario scenario);

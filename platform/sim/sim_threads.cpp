@@ -244,6 +244,13 @@ bool nobody_busy() {
                       [](const sim_queue &queue) { return queue.busy; });
 }
 
+/** With the queues' lock. */
+void wake_all(sim_queues &all) {
+  for (sim_queue &queue : all.queue) {
+    queue.wake.notify_one();
+  }
+}
+
 }  // namespace
 
 void sim_threads_start() {
@@ -302,9 +309,13 @@ void sim_queues_pause(bool paused) {
       queue.timed.clear();
     }
   }
-  for (sim_queue &queue : all.queue) {
-    queue.wake.notify_one();
-  }
+  wake_all(all);
+}
+
+void sim_queues_wake() {
+  sim_queues &all = queues();
+  const std::lock_guard guard(all.lock);
+  wake_all(all);
 }
 
 bool sim_queues_idle() {

@@ -28,6 +28,8 @@ sim_clock::duration from_ms(double ms) {
   return std::chrono::duration_cast<sim_clock::duration>(std::chrono::duration<double, std::milli>(ms));
 }
 
+std::atomic<sim_clock::rep> held{0}; /**< 0: the clock is the machine's */
+
 void push(sim_due due) {
   sim_state &board = sim_board_raw();
   due.order = board.due_order++;
@@ -184,6 +186,19 @@ bool waits_for(const std::string &wanted, int64_t skip, const std::string &after
 }
 
 }  // namespace
+
+sim_clock::time_point sim_clock::now() noexcept {
+  const rep at = held.load();
+  return time_point(at != 0 ? duration(at) : std::chrono::steady_clock::now().time_since_epoch());
+}
+
+void sim_clock_advance(sim_clock::duration forward) {
+  held = (sim_clock::now() + forward).time_since_epoch().count();
+}
+
+void sim_clock_release() {
+  held = 0;
+}
 
 void sim_timeline_run() {
   sim_state &board = sim_board_raw();

@@ -12,7 +12,21 @@
 
 #include "sim_scenario.h"
 
-using sim_clock = std::chrono::steady_clock;
+/** The board's time: the machine's, until a test holds it (sim_board_advance). */
+struct sim_clock {
+  using duration = std::chrono::steady_clock::duration;
+  using rep = duration::rep;
+  using period = duration::period;
+  using time_point = std::chrono::time_point<sim_clock>;
+  static constexpr bool is_steady = true;
+
+  static time_point now() noexcept;
+};
+
+/** Hold the clock where it is, unless it is held, and let `forward` pass at once. */
+void sim_clock_advance(sim_clock::duration forward);
+/** Go on with the machine's time, where nothing waits for a time of the held one any more. */
+void sim_clock_release();
 
 /** Something that the timeline thread does when it is due, with sim_lock held. Equal times run by `rank`, then by
  * order. */

@@ -28,7 +28,7 @@ pytestmark = [pytest.mark.skipif(BUILD.name != "release", reason="the documents 
 
 PAGES = sorted(path for path in [*ROOT.glob("*.md"), *(ROOT / "docs").glob("*.md")])
 BLOCK = re.compile(r"(?ms)^```sh( long| elsewhere)?\n(.*?)^```$")
-HELP_ONLY = re.compile(r"(?m)^((?:\w+=\S+ )*)(tools/(?:test|fleet|cross-test|bench|coverage|mutants|package|release))\b(.*)$")
+HELP_ONLY = re.compile(r"(?m)^((?:\w+=\S+ )*)(tools/(?:test|fleet|cross-test|bench|coverage|mutants|soak|package|release))\b(.*)$")
 PICTURE = re.compile(r"(?m)^((?:\w+=\S+ )*(?:tools/watch|(?:build/release/)?lyn_watch)\b(?!.*(?:--json|--serve|--help))[^#\n]*)")
 SERVER = re.compile(r"(?m)^(build/release/lyn_watch --serve [^&#\n]*)(#.*)?$")
 PICTURE_BEGINS = b"\x1b[?1049h"

@@ -6,9 +6,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
 #include <functional>
 
+#include "drive_rows.h"
 #include "lyn_gps.h"
 #include "mobile_board.h"
 
@@ -351,30 +351,11 @@ TEST_F(location_down, a_result_that_cannot_be_posted_says_posted_and_is_freed) {
 /** Where one row of a drive was recorded; 0, 0 where it holds no whole position. */
 using place = std::pair<double, double>;
 
-std::vector<std::string> fields_of(const std::string &line) {
-  std::vector<std::string> fields;
-  std::istringstream in(line);
-  for (std::string field; std::getline(in, field, ',');) {
-    fields.push_back(field);
-  }
-  return fields;
-}
-
 std::vector<place> places_of(const std::string &file) {
-  std::ifstream in(file);
-  std::string line;
-  std::getline(in, line);
-  const std::vector<std::string> names = fields_of(line);
-  const auto column = [&names](const char *name) {
-    return static_cast<size_t>(std::find(names.begin(), names.end(), name) - names.begin());
-  };
-  const size_t latitude = column("Latitude"), longitude = column("Longitude");
   std::vector<place> places;
-  while (std::getline(in, line)) {
-    const std::vector<std::string> fields = fields_of(line);
+  for (drive_row &row : drive_rows(file)) {
     char *latitude_end = nullptr, *longitude_end = nullptr;
-    const place at = {strtod(fields.at(latitude).c_str(), &latitude_end),
-                      strtod(fields.at(longitude).c_str(), &longitude_end)};
+    const place at = {strtod(row["Latitude"].c_str(), &latitude_end), strtod(row["Longitude"].c_str(), &longitude_end)};
     const bool whole = *latitude_end == '\0' && *longitude_end == '\0';
     places.push_back(whole ? at : place{0, 0});
   }
@@ -423,7 +404,7 @@ TEST_F(location, on_a_drive_each_shot_has_the_place_of_its_row_to_the_last_digit
   const std::string file = testing::TempDir() + "location_row." + std::to_string(getpid()) + ".csv";
   size_t shots = 0;
   for (size_t row = 0; std::getline(drive, line); row++) {
-    const std::string mode = fields_of(line).at(6);
+    const std::string mode = drive_fields(line).at(6);
     if ((mode != "LTE" && mode != "5G") || row % 4 != 0) {
       continue;  // without service a shot is refused; a quarter of the rows will do
     }

@@ -2,6 +2,8 @@
 /*
  * The timeline of the simulated board: what happens when, in which order, how often, and after which call.
  */
+#include <nlohmann/json.hpp>
+
 #include "oxmap_client.h"
 #include "sim_client.h"
 #include "sim_message.h"
@@ -189,6 +191,30 @@ TEST_F(sim_timeline, a_million_indications_at_once_are_all_delivered) {
   ASSERT_TRUE(client.wait_for(902, 1, 60000));
   EXPECT_EQ(client.received.size(), 1000001U);
   EXPECT_EQ(client.received.back().id, 902U);
+}
+
+TEST_F(sim_timeline, a_held_clock_moves_only_when_it_is_advanced_and_then_all_that_is_due_is_done_in_its_order) {
+  board(raw(901, "ms = 3600000\n") + raw(902, "ms = 1800000\nrepeat = 24\nevery_ms = 3600000\n"));
+  sim_board_advance(1700000);
+  EXPECT_EQ(ids(), std::vector<uint32_t>());
+  sim_board_advance(100000);
+  EXPECT_EQ(ids(), std::vector<uint32_t>{902});
+  sim_board_advance(2 * 3600000);
+  EXPECT_EQ(ids(), (std::vector<uint32_t>{902, 901, 902, 902}));
+  sim_board_advance(86400000);
+  EXPECT_EQ(ids().size(), 25U);
+}
+
+TEST_F(sim_timeline, the_journal_has_the_held_time_and_a_fresh_board_the_machines_again) {
+  sim_board_journal_keep(true);
+  board(raw(901, "ms = 5000000\n"));
+  sim_board_advance(5000000);
+  EXPECT_EQ(ids(), std::vector<uint32_t>{901});
+  EXPECT_GE(nlohmann::json::parse(sim_board_journal().back())["t"], 5000.0);
+  board(raw(902, "ms = 1\n"));
+  EXPECT_TRUE(client.wait_for(902, 1));
+  EXPECT_LT(nlohmann::json::parse(sim_board_journal().back())["t"], 5000.0);
+  sim_board_journal_keep(false);
 }
 
 }  // namespace
