@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """What the clients do when the operating system or a library refuses them something: calls of theirs are made to fail by
 a library that is preloaded (failing_calls.c)."""
+import contextlib
 import errno
 import pathlib
 import socket
@@ -141,9 +142,11 @@ def test_a_client_that_is_gone_while_it_is_waited_for_is_let_go(serving):
     for _ in range(3):
         with socket.create_connection(session.address, timeout=session.timeout) as client:
             client.sendall(b"GET /metrics HTTP/1.1\r\nHost: localhost\r\n\r\n")
-    deadline = time.monotonic() + session.timeout
-    while session.get("/health").status != 200:
-        assert time.monotonic() < deadline
+    for _ in range(4):  # a failure that none of the three has met is met by one of these
+        with contextlib.suppress(ConnectionError):
+            if session.get("/health").status == 200:
+                return
+    pytest.fail("nobody is served any more")
 
 
 # The terminal
