@@ -252,6 +252,7 @@ def test_signal_that_is_ignored_stays_so_while_a_line_is_edited(demo):
         assert terminal.terminate() == 0
 
 
+@delivers_signals_at_once
 def test_stopped_and_continued_the_line_goes_on(demo):
     with Shell(demo.launch(env=XTERM)) as shell:
         shell.child.send("66")

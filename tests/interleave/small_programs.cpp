@@ -143,8 +143,7 @@ interleave_result frees_what_is_used(bool later) {
 
 interleave_result spins() {
   return interleave_all([] {
-    static std::atomic<bool> never{false};
-    while (!never) {
+    while (place.load() != -1) {
     }
   });
 }

@@ -41,18 +41,22 @@ bool __wrap__ZN12OXMAP_Client19GetWWANPolicyListExEP24oxmap_wwan_policy_list_tPj
   return __real__ZN12OXMAP_Client19GetWWANPolicyListExEP24oxmap_wwan_policy_list_tPj(self, list, error);
 }
 
-std::string __real__ZN15location_client17LocationClientApi20capabilitiesToStringB5cxx11Ej(unsigned mask);
-std::string __wrap__ZN15location_client17LocationClientApi20capabilitiesToStringB5cxx11Ej(unsigned mask) {
-  throw_if(TEXTS);
-  return __real__ZN15location_client17LocationClientApi20capabilitiesToStringB5cxx11Ej(mask);
-}
-
 void __real__ZN15location_client17LocationClientApi19stopBatchingSessionEv(void *self);
 void __wrap__ZN15location_client17LocationClientApi19stopBatchingSessionEv(void *self) {
   throw_if(REQUESTS);
   __real__ZN15location_client17LocationClientApi19stopBatchingSessionEv(self);
 }
 // NOLINTEND(bugprone-reserved-identifier)
+}
+
+/* A C++ type is returned: the linker's names are told apart from C's. */
+std::string real_text(unsigned mask) asm(
+    "__real__ZN15location_client17LocationClientApi20capabilitiesToStringB5cxx11Ej");
+std::string wrapped_text(unsigned mask) asm(
+    "__wrap__ZN15location_client17LocationClientApi20capabilitiesToStringB5cxx11Ej");
+std::string wrapped_text(unsigned mask) {
+  throw_if(TEXTS);
+  return real_text(mask);
 }
 
 namespace {

@@ -48,15 +48,17 @@ int32_t get_registration(ox_lyn_dm_info_t *record, uint32_t status = OX_LYN_REG_
 
 }  // namespace
 
+/* A C++ type is returned: the linker's names are told apart from C's. */
+std::chrono::steady_clock::time_point real_now() asm("__real__ZNSt6chrono3_V212steady_clock3nowEv");
+std::chrono::steady_clock::time_point wrapped_now() asm("__wrap__ZNSt6chrono3_V212steady_clock3nowEv");
+std::chrono::steady_clock::time_point wrapped_now() {
+  return real_now() + std::chrono::nanoseconds(clock_ahead_ns);
+}
+
 extern "C" {
 
 // The names are the linker's: --wrap=SYMBOL calls __wrap_SYMBOL and offers the original as __real_SYMBOL.
 // NOLINTBEGIN(bugprone-reserved-identifier)
-std::chrono::steady_clock::time_point __real__ZNSt6chrono3_V212steady_clock3nowEv();
-std::chrono::steady_clock::time_point __wrap__ZNSt6chrono3_V212steady_clock3nowEv() {
-  return __real__ZNSt6chrono3_V212steady_clock3nowEv() + std::chrono::nanoseconds(clock_ahead_ns);
-}
-
 int32_t __wrap_ox_lyn_init(ox_lyn_hndl_t *hndl, uint32_t, ox_lyn_user_cb_fn callback) {
   const std::lock_guard lock(fake.mutex);
   *hndl = 7;
