@@ -124,13 +124,11 @@ void happen_before(const sim_fault_rule &rule) {
   if (rule.sys_info) {
     sim_timeline_happen(*rule.sys_info);
   }
-  if (!rule.modem) {
-    return;
+  if (rule.modem && *rule.modem != "up") {
+    sim_timeline_happen(sim_ev_modem{false});
   }
-  for (const bool up : {false, true}) {
-    if (*rule.modem != (up ? "down" : "up")) {
-      sim_timeline_happen(sim_ev_modem{up});
-    }
+  if (rule.modem && *rule.modem != "down") {
+    sim_timeline_happen(sim_ev_modem{true});
   }
 }
 

@@ -70,9 +70,8 @@ def torn(launch):
     found = [line for line in diag if not DIAG_LINE.fullmatch(line)]
     for line in journal:
         try:
-            assert line.endswith(b"}\n")
             json.loads(line)
-        except (AssertionError, ValueError):
+        except ValueError:
             found.append(line)
     return found
 
@@ -184,12 +183,12 @@ def interrupt(run):
     return 128 + signal.SIGINT
 
 
-def quit_by_signal(run):
+def hang_up_by_signal(run):
     run.launch.signal(signal.SIGHUP)
     return 128 + signal.SIGHUP
 
 
-ENDINGS = [terminate, stop_and_continue_and_terminate, leave_without_a_reader, interrupt, quit_by_signal]
+ENDINGS = [terminate, stop_and_continue_and_terminate, leave_without_a_reader, interrupt, hang_up_by_signal]
 
 
 def wrong_about(demo, board, kind, ending, delay, terminal=False, file_size=None):

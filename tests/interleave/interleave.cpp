@@ -126,7 +126,6 @@ class search {
   void fail(const std::string &why);
   void stop_at(const step &next);
   size_t threads() const { return fibers_.size(); }
-  size_t current() const { return current_; }
   void access(const void *at, size_t size, bool writes, bool atomic);
   void free_block(void *block);
   void acquire(const void *object) { join(&fibers_[current_]->seen, released_[object]); }
