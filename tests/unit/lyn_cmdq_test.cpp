@@ -17,6 +17,7 @@
 
 #include "allocated.h"
 #include "diag_log.h"
+#include "watchdog.h"
 
 namespace {
 
@@ -55,14 +56,6 @@ void probe_free(lyn_cmd *cmd, void *data) {
   self->freed++;
 }
 
-/** Ends the program with a signal when what it guards hangs. */
-struct watchdog {
-  explicit watchdog(unsigned seconds) { alarm(seconds); }
-  ~watchdog() { alarm(0); }
-  watchdog(const watchdog &) = delete;
-  watchdog &operator=(const watchdog &) = delete;
-};
-
 void wait_until(const std::atomic<int> &value, int expected) {
   while (value.load() < expected) {
     std::this_thread::yield();
@@ -74,9 +67,9 @@ class lyn_cmdq : public testing::Test {
   lyn_cmdq_t queue = {};
   std::deque<probe> probes;
   std::atomic<bool> hold{false};
-  watchdog limit{300};
 
   void SetUp() override {
+    watchdog(testing::UnitTest::GetInstance()->current_test_info()->name(), 300);
     order.clear();
     diag_log_take();
   }

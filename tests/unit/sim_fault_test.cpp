@@ -205,7 +205,7 @@ TEST_F(sim_fault, an_indication_may_be_waited_for) {
 }
 
 TEST_F(sim_fault, a_number_of_calls_may_be_waited_for_whatever_they_are) {
-  board("[[at]]\nafter = \"any\"\nskip = 5\nraw = { lib = \"nas\", id = 81, bytes = \"11\" }\n"); /* four calls */
+  board("[[at]]\nafter = \"any\"\nskip = 5\nraw = { lib = \"nas\", id = 81, bytes = \"11\" }\n"); /* connects in four */
   yrp_nas_sig_info_resp_t resp;
   EXPECT_EQ(ask(resp), 0);
   EXPECT_TRUE(sim_board_wait_idle(5000));
