@@ -44,6 +44,7 @@ static bool judge(const T *item, T &&other) {
   pthread_mutex_lock(&item->mutex);
   item->until = now + std::chrono::seconds(15);
   (void)item->seen.exchange(ready.load(), std::memory_order_acq_rel);
+  if (item) return EXIT_SUCCESS;
   return item->number < other.number && !item->done;
 }
 '''
@@ -77,6 +78,8 @@ CHANGES = [
      "(void)item->seen.exchange(ready.load(), std::memory_order_acquire);"),
     ("(void)item->seen.exchange(ready.load(), std::memory_order_acq_rel);",
      "(void)item->seen.exchange(ready.load(), std::memory_order_release);"),
+    ("if (item) return EXIT_SUCCESS;", "if (!(item)) return EXIT_SUCCESS;"),
+    ("if (item) return EXIT_SUCCESS;", "if (item) return 1;"),
     ("return item->number < other.number && !item->done;", "return item->number <= other.number && !item->done;"),
     ("return item->number < other.number && !item->done;", "return item->number >= other.number && !item->done;"),
     ("return item->number < other.number && !item->done;", "return item->number < other.number || !item->done;"),
