@@ -80,6 +80,14 @@ TEST(lyn_demo_parts, secondary_carriers_of_a_list_have_a_blank_for_the_tabulator
                                  "LYN DEMO APP : CA stats scell bandwidth- 10\n\n"));
 }
 
+TEST(lyn_demo_parts, prompts_without_a_record_ask_nothing_and_fail) {
+  const auto refused = [](auto ask) { return printed([&] { EXPECT_FALSE(ask(nullptr)); }); };
+  EXPECT_EQ(refused(lyn_demo_ask_mtpe_client), "Invalid arguement \n");
+  EXPECT_EQ(refused(lyn_demo_ask_mtpe_test), "Invalid arguement \n");
+  EXPECT_EQ(refused(lyn_demo_ask_single_shot), "Invalid arguement \n");
+  EXPECT_EQ(refused(lyn_demo_ask_batching), "Invalid arguement \n");
+}
+
 TEST(lyn_demo_parts, an_address_of_no_family_is_a_mask) {
   ASSERT_NE(freopen("/dev/null", "r", stdin), nullptr);
   char address[16] = "";

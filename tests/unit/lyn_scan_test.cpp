@@ -441,6 +441,19 @@ TEST_F(lyn_scan, an_answer_that_does_not_decode_is_dropped_and_the_scan_goes_on)
   EXPECT_TRUE(flags_clear());
 }
 
+TEST_F(lyn_scan, without_a_cell_in_its_list_an_answer_tells_nothing_of_the_strongest_one) {
+  board.start(OX_LYN_REG_LTE_NR5G_E, never);
+  EXPECT_EQ(board.get(OX_LYN_GET_LTE_NBR_RSRP_E), OX_LYN_SUCCESS);
+  sim_board_post("nas", 133, {0x01, 4, 0, 0, 0, 0, 0, 0x10, 11, 0, 0, 7, 7, 7, 7, 7, 7, 7, 7, 7, 7});
+  const auto answers = board.take(1);
+  ASSERT_THAT(ids(answers), ElementsAre(1));
+  const auto serving = lte_of(answers[0]).serving;
+  EXPECT_EQ(serving.valid, 1);
+  EXPECT_EQ(serving.earfcn, 0U);
+  EXPECT_EQ(serving.rsrp_valid, 0);
+  EXPECT_EQ(serving.rsrp, 0);
+}
+
 TEST_F(lyn_scan, without_service_a_neighbour_metric_is_refused_but_one_of_a_list_is_not) {
   for (uint32_t status = OX_LYN_REG_NO_SERVICE_E; status <= OX_LYN_REG_LIMITED_REGIONAL_E; status++) {
     board.start(status, at_once);

@@ -394,4 +394,27 @@ TEST_F(lyn_watch_source, a_shot_that_is_never_answered_is_stopped_until_the_stop
   EXPECT_EQ(stops(), before + 2);
 }
 
+TEST_F(lyn_watch_source, a_location_that_is_due_while_one_is_under_way_is_left_out) {
+  std::atomic<int> shots{0};
+  answer([&shots](ox_lyn_dm_info_t *record) {
+    shots += record->metric == OX_LYN_GET_LOC_SINGLE_SHOT_E;
+    return record->metric == OX_LYN_GET_LOC_SINGLE_SHOT_E ? static_cast<int32_t>(OX_LYN_SUCCESS)
+                                                          : get_registration(record);
+  });
+  let_controls_come_to(OX_LYN_ERR_FAILURE);
+  put_clock_forward(std::chrono::hours(1));
+  lyn_watch_source_scan();
+  wait_for([] { return picture().locating; });
+  EXPECT_EQ(shots, 1);
+  const int before = stops();
+  put_clock_forward(std::chrono::hours(1));
+  lyn_watch_source_scan();
+  wait_for([before] { return stops() == before + 1; });
+  EXPECT_EQ(shots, 1) << "the one that is lost is stopped first";
+  put_clock_forward(std::chrono::hours(1));
+  lyn_watch_source_scan();
+  wait_for([&shots] { return shots == 2; });
+  answer([](ox_lyn_dm_info_t *record) { return get_registration(record); });
+}
+
 }  // namespace
