@@ -6,12 +6,13 @@ to the location library and the mobile AP, and what the module logged of it. Cal
 come back, so that each has its place.
 """
 import json
+import os
 import re
 import time
 
 import pytest
 
-from lyn import PROMPT, SCALE, read_text
+from lyn import AUTO_DONE, PROMPT, SCALE, Session, read_text
 from test_main_loop import MENU
 
 LATER = 80 * SCALE  # ms: well behind the prompt, well before anybody gets impatient
@@ -292,6 +293,18 @@ def test_profiles_are_listed_up_to_fifty_and_a_lone_one_has_no_table(demo, count
     alone = [line for line in lines if line.startswith("Only Profile-1 is available ")]
     assert [line.split("LYN")[0] for line in alone] == (
         [] if table else [f"Only Profile-1 is available {100 if count else 0}"] * 2)
+
+
+def test_a_text_without_its_newline_is_out_before_the_next_line_is_there(demo):
+    launch = demo.launch(scenario="[[wwan.profile]]\nindex = 100\n")
+    os.mkfifo(launch.auto_file)
+    lines = os.open(launch.auto_file, os.O_RDWR)
+    with Session(launch, 1 << 20, 20) as session:
+        os.write(lines, b"1\n7 44\n")
+        session.wait_for("Only Profile-1 is available 100")
+        os.write(lines, b"2\n")
+        os.close(lines)
+        assert session.finish().console.endswith(AUTO_DONE)
 
 
 # Throughput tests ---------------------------------------------------------------------------------------------------

@@ -3,7 +3,7 @@
  * What of the demo client no menu leads to: arguments that nobody gives, a signal that it did not ask for, answers that
  * the module does not give, and lines without an editor.
  *
- * The program is linked with --wrap for the operation that reads a metric (tests/CMakeLists.txt).
+ * The program is linked with --wrap for the operations that register and that read metrics (tests/CMakeLists.txt).
  */
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,12 +18,28 @@
 #include "../../demo/lyn_demo_line.h"
 #include "../../demo/lyn_demo_prompt.h"
 
+namespace {
+
+/** Secondary carriers that metric 8 is answered with. */
+uint32_t carriers = 2;
+
+/** What the application was registered with. */
+ox_lyn_user_cb_fn registered = nullptr;
+uint32_t registered_data = 1;
+
+}  // namespace
+
 extern "C" {
 
 // The names are the linker's: --wrap=SYMBOL calls __wrap_SYMBOL in the place of SYMBOL.
 // NOLINTBEGIN(bugprone-reserved-identifier)
+int32_t __wrap_ox_lyn_init(ox_lyn_hndl_t *, uint32_t user_data, ox_lyn_user_cb_fn user_cb) {
+  registered = user_cb;
+  registered_data = user_data;
+  return OX_LYN_SUCCESS;
+}
 int32_t __wrap_ox_lyn_get_info(ox_lyn_hndl_t, ox_lyn_dm_info_t *info) {
-  info->count = 2;
+  info->count = carriers;
   info->value.i64_array[0] = 20;
   info->value.i64_array[1] = 15;
   info->value.i64_array[2] = 10;
@@ -78,6 +94,24 @@ TEST(lyn_demo_parts, secondary_carriers_of_a_list_have_a_blank_for_the_tabulator
   EXPECT_THAT(printed([&] { EXPECT_EQ(lyn_demo_process_options(options, 2), 0); }),
               testing::HasSubstr("LYN DEMO APP : CA stats ca scell info list instance-1\n"
                                  "LYN DEMO APP : CA stats scell bandwidth- 10\n\n"));
+}
+
+TEST(lyn_demo_parts, no_more_secondary_carriers_are_printed_than_a_value_has_room_for) {
+  const int32_t options[] = {7, OX_LYN_GET_LTE_CA_STATS_E};
+  carriers = UINT32_MAX;
+  const std::string text = printed([&] { EXPECT_EQ(lyn_demo_process_options(options, 2), 0); });
+  carriers = 2;
+  const std::string last = "instance-" + std::to_string(OX_LYN_I64_ARRAY_LEN - 2) + "\n";
+  EXPECT_THAT(text, testing::HasSubstr(last));
+  EXPECT_EQ(text.find("instance-", text.find(last) + 1), std::string::npos);
+}
+
+TEST(lyn_demo_parts, the_application_is_registered_with_its_callback_and_no_data) {
+  const int32_t options[] = {1};
+  EXPECT_THAT(printed([&] { EXPECT_EQ(lyn_demo_process_options(options, 1), 0); }),
+              testing::HasSubstr("LYN DEMO APP : Application registered successfully.\n"));
+  EXPECT_EQ(registered, lyn_demo_user_cb);
+  EXPECT_EQ(registered_data, 0U);
 }
 
 TEST(lyn_demo_parts, prompts_without_a_record_ask_nothing_and_fail) {
