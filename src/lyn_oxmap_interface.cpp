@@ -380,8 +380,7 @@ static void lyn_oxmap_on_mtpe_status(const lyn_oxmap_ind &ind) {
 
 /** A QoS class identifier as the API has it: 0 to 7 stay, others are 0. */
 static uint32_t lyn_oxmap_qci_of(uint32_t platform_qci) {
-  static constexpr uint32_t qci[] = {0, 1, 2, 3, 4, 5, 6, 7};
-  return platform_qci < std::size(qci) ? qci[platform_qci] : 0;
+  return platform_qci <= 7 ? platform_qci : 0;
 }
 
 static void lyn_oxmap_on_qos_flow(const lyn_oxmap_ind &ind) {

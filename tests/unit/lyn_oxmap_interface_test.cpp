@@ -290,6 +290,18 @@ TEST_F(lyn_oxmap, a_qos_query_is_answered_by_an_event_and_a_second_one_prints_th
                                      "Received Indication for QOS FLOW \\n", "Received GLOBAL_QOS_FLOW_IND \\n"}));
 }
 
+TEST_F(lyn_oxmap, qos_classes_beyond_the_last_one_are_0) {
+  for (uint32_t qci = 0; qci < 10; qci++) {
+    const std::string number = std::to_string(qci);
+    start("[wwan.qos]\ntx_5qi = " + number + "\nrx_5qi = " + number + "\nanswer_ms = 0\n");
+    EXPECT_EQ(lyn_oxmap_get_global_qos_flow_info(4, &record), 0);
+    const auto events = post_wait(1);
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events[0].as<ox_lyn_qos_flow_t>().tx_5g_qci, qci <= 7 ? qci : 0);
+    EXPECT_EQ(events[0].as<ox_lyn_qos_flow_t>().rx_5g_qci, qci <= 7 ? qci : 0);
+  }
+}
+
 std::string profiles(int count) {
   std::string text;
   for (int i = 0; i < count; i++) {
