@@ -186,6 +186,44 @@ TEST(lyn_watch_items, utf8_stays_and_all_else_is_replaced) {
   }
 }
 
+/** The character of a code point as UTF-8 has it, well-formed or not. */
+std::string encoded(uint32_t code) {
+  const auto more = [code](int shift) { return static_cast<char>(0x80 | (code >> shift & 0x3F)); };
+  if (code < 0x80) {
+    return {static_cast<char>(code)};
+  }
+  if (code < 0x800) {
+    return {static_cast<char>(0xC0 | code >> 6), more(0)};
+  }
+  if (code < 0x10000) {
+    return {static_cast<char>(0xE0 | code >> 12), more(6), more(0)};
+  }
+  return {static_cast<char>(0xF0 | code >> 18), more(12), more(6), more(0)};
+}
+
+TEST(lyn_watch_items, every_character_stays_but_surrogates_and_those_beyond_the_last_one) {
+  for (uint32_t code = 0; code < 0x200000; code++) {
+    const bool good = code < 0xD800 || (code > 0xDFFF && code < 0x110000);
+    const std::string text = encoded(code);
+    if ((lyn_watch_utf8(text) == text) != good) {
+      ADD_FAILURE() << code;
+    }
+  }
+}
+
+TEST(lyn_watch_items, characters_longer_than_they_need_be_are_replaced) {
+  for (uint32_t code = 0; code < 0x10000; code++) {
+    const auto more = [code](int shift) { return static_cast<char>(0x80 | (code >> shift & 0x3F)); };
+    const std::string four = {'\xF0', more(12), more(6), more(0)};
+    const std::string three = {'\xE0', more(6), more(0)};
+    const std::string two = {static_cast<char>(0xC0 | code >> 6), more(0)};
+    if (lyn_watch_utf8(four) == four || (code < 0x800 && lyn_watch_utf8(three) == three) ||
+        (code < 0x80 && lyn_watch_utf8(two) == two)) {
+      ADD_FAILURE() << code;
+    }
+  }
+}
+
 /* What is taken from a record */
 
 TEST(lyn_watch_items, numbers_are_taken_as_they_are) {
@@ -288,6 +326,86 @@ TEST(lyn_watch_items, locks_name_cells_and_channels) {
   nr5g.arfcn_list_len = 1;
   nr5g.arfcn_list[0] = {.arfcn = 640000, .scs = 2};
   EXPECT_EQ(take(LYN_WATCH_NR5G, "cell_lock", record_of(&nr5g)), value(cells{"636000/500", "640000"}));
+}
+
+/* What codes are called */
+
+/** What is made of the codes from the first to the last, in a row; "-" where that is nothing. */
+template <typename Name>
+std::string named(int64_t first, int64_t last, Name name) {
+  std::string text;
+  for (int64_t code = first; code <= last; code++) {
+    const lyn_watch_value_t held = name(code);
+    text += (code == first ? "" : " ") + (held == NONE ? "-" : std::get<std::string>(held));
+  }
+  return text;
+}
+
+TEST(lyn_watch_items, every_status_has_its_name) {
+  EXPECT_EQ(
+      named(-18, 1, [](int64_t code) { return value(std::string(lyn_watch_status_name(static_cast<int32_t>(code)))); }),
+      "other info_unavailable service_unavailable other other already_initialized not_initialized other other other"
+      " other not_supported other busy insufficient_buffer no_memory invalid_param failure success other");
+}
+
+TEST(lyn_watch_items, every_registration_and_state_of_the_connection_has_its_name) {
+  EXPECT_EQ(named(0, 8, [](int64_t code) { return take(LYN_WATCH_BOARD, "registration", record_with(code)); }),
+            "- no_service power_save limited limited_regional lte lte_nr5g nr5g -");
+  for (const lyn_watch_radio_e radio : {LYN_WATCH_LTE, LYN_WATCH_NR5G}) {
+    EXPECT_EQ(named(0, 10, [radio](int64_t code) { return take(radio, "rrc", record_with(code)); }),
+              "- - state_1 state_2 state_3 state_4 state_5 idle inactive connected -");
+  }
+}
+
+TEST(lyn_watch_items, every_modulation_has_its_name) {
+  const auto first_stream = [](lyn_watch_radio_e radio, const char *item) {
+    return [radio, item](int64_t code) {
+      const auto number = static_cast<uint32_t>(code);
+      ox_lyn_mcs_t mcs = {.dl_mod = {number}, .ul_mod = {number}, .ul_len = 1, .dl_len = 1};
+      return value(std::get<std::vector<std::string>>(take(radio, item, record_of(&mcs))).front());
+    };
+  };
+  for (const char *item : {"dl_modulation", "ul_modulation"}) {
+    EXPECT_EQ(named(0, 7, first_stream(LYN_WATCH_LTE, item)), "other BPSK QPSK 16QAM 64QAM 256QAM 1024QAM other");
+    EXPECT_EQ(named(0, 6, first_stream(LYN_WATCH_NR5G, item)), "other pi/2-BPSK QPSK 16QAM 64QAM 256QAM other");
+  }
+}
+
+TEST(lyn_watch_items, every_bandwidth_and_spacing_has_its_number) {
+  const double lte[] = {1.4, 3, 5, 10, 15, 20};
+  for (size_t i = 0; i < std::size(lte); i++) {
+    EXPECT_EQ(take(LYN_WATCH_LTE, "ca_bandwidth", record_with(static_cast<int64_t>(i + 1))), value(lte[i]));
+  }
+  ox_lyn_dm_info_t all = {};
+  for (all.count = 0; all.count < OX_LYN_RF_BANDWIDTH_UNKNOWN_E; all.count++) {
+    all.value.i64_array[all.count] = all.count;
+  }
+  EXPECT_EQ(take(LYN_WATCH_LTE, "rf_bandwidth", all), value(std::vector<double>(std::begin(lte), std::end(lte))));
+  EXPECT_EQ(take(LYN_WATCH_NR5G, "rf_bandwidth", all),
+            value(std::vector<double>{5, 10, 15, 20, 25, 30, 40, 50, 60, 80, 100, 200, 400}));
+  for (int64_t i = 0; i < 5; i++) {
+    EXPECT_EQ(take(LYN_WATCH_NR5G, "scs", record_with(OX_LYN_SCS_15_KHZ_E + i)), value(int64_t{15} << i));
+  }
+}
+
+TEST(lyn_watch_items, every_answer_of_the_receiver_and_result_of_a_test_has_its_name) {
+  EXPECT_EQ(
+      named(-2, 5,
+            [](int64_t code) {
+              ox_lyn_loc_single_shot_t shot = {};
+              shot.response = static_cast<int32_t>(code);
+              return take_event(OX_LYN_RECORD_ASYNC_E, OX_LYN_ASYNC_LOC_SINGLE_SHOT_E, record_of(&shot))[0].second;
+            }),
+      "other invalid success failure not_supported param_invalid timeout other");
+  const auto of_test = [](size_t field) {
+    return [field](int64_t code) {
+      const auto number = static_cast<uint32_t>(code);
+      ox_lyn_mtpe_status_t mtpe = {.test_type = number, .failure_reason = 0, .test_status = number, .peak_rate = 0};
+      return take_event(OX_LYN_RECORD_IND_E, OX_LYN_IND_MTPE_STATUS_E, record_of(&mtpe))[field].second;
+    };
+  };
+  EXPECT_EQ(named(0, 3, of_test(0)), "other uplink downlink other");
+  EXPECT_EQ(named(0, 4, of_test(1)), "aborted configured completed failed other");
 }
 
 /* What an event carries */
