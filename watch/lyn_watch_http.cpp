@@ -180,27 +180,22 @@ static void lyn_watch_accept(std::deque<lyn_watch_refused_t> *refused) {
   }
 }
 
-static bool lyn_watch_is_ending() {
-  const std::lock_guard lock(lyn_watch_server->mutex);
-  return lyn_watch_server->ending;
-}
-
-// Until someone comes, or one of the refused has sent something or had its time.
-static void lyn_watch_await_client(const std::deque<lyn_watch_refused_t> &refused) {
+// Until someone comes, or one of the refused has sent something or had its time; false: it is to end.
+static bool lyn_watch_await_client(const std::deque<lyn_watch_refused_t> &refused) {
   std::vector<pollfd> entries = {{.fd = lyn_watch_server->listener, .events = POLLIN, .revents = 0}};
   for (const lyn_watch_refused_t &client : refused) {
     entries.push_back({.fd = client.fd, .events = POLLIN, .revents = 0});
   }
   poll(entries.data(), entries.size(), refused.empty() ? -1 : lyn_watch_left_ms(refused.front().until));
+  const std::lock_guard lock(lyn_watch_server->mutex);
+  return !lyn_watch_server->ending;
 }
 
 static void *lyn_watch_server_main(void *) {
   std::deque<lyn_watch_refused_t> refused;
-  lyn_watch_await_client(refused);
-  while (!lyn_watch_is_ending()) {
+  while (lyn_watch_await_client(refused)) {
     lyn_watch_drop_refused(&refused);
     lyn_watch_accept(&refused);
-    lyn_watch_await_client(refused);
   }
   const std::lock_guard lock(lyn_watch_server->mutex);
   lyn_watch_server->ended = true;
