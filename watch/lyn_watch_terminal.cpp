@@ -286,14 +286,12 @@ bool lyn_watch_terminal_takes_output() {
 }
 
 void lyn_watch_terminal_close() {
-  lyn_watch_loan_t *loan = lyn_watch_terminal->loan;
   if (!lyn_watch_terminal_wait_for_output(LYN_WATCH_OUTPUT_PATIENCE)) {
     return;
   }
   endwin();
   lyn_watch_send_capability(LYN_WATCH_BRACKETS_OFF);
-  tcsetattr(lyn_watch_terminal->terminal, TCSANOW, &loan->found);
-  loan->open = false;
+  lyn_watch_terminal->loan->open = false;
 }
 
 void lyn_watch_terminal_return(bool well) {

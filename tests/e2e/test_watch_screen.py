@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """The live picture in a terminal: it shows what the scenario measures, and leaves the terminal as it was found."""
 import os
+import pathlib
 import random
 import re
 import signal
@@ -499,6 +500,7 @@ def typed_up(screen, command):
 def check_drawn_again_and_quit(screen, cooked, drawn):
     up(screen)
     assert screen.lines[2].startswith("RSRP       -95 dBm") and screen.settings() == drawn
+    assert "brackets" in screen.leftovers()
     screen.press("q")
     screen.wait_for("status=0")
     assert screen.settings() == cooked and screen.leftovers() == []
@@ -521,6 +523,19 @@ def test_a_shell_stops_and_resumes_the_picture(watch):
 def picture_of(shell):
     """The process that the shell has started."""
     return int(subprocess.run(["pgrep", "-P", str(shell.launch.pid())], capture_output=True, text=True, check=True).stdout)
+
+
+def test_a_resumed_picture_that_is_killed_leaves_the_shell_its_terminal(watch):
+    with watch.shell(scenario=QUIET) as screen:
+        cooked, _ = typed_up(screen, "lyn_watch")
+        screen.press("\x1a")
+        screen.wait_for("Stopped")
+        screen.press("fg; status=$?; read line; echo status=$status\n")
+        screen.wait_for(lambda _: "Stopped" not in screen.text)
+        up(screen)
+        os.kill(picture_of(screen), signal.SIGKILL)
+        screen.wait_for("Killed")
+        screen.wait_for(lambda _: screen.leftovers() == [] and screen.settings() == cooked)
 
 
 def test_a_picture_that_was_stopped_without_warning_is_drawn_anew(watch):
@@ -577,6 +592,13 @@ def test_of_what_was_printed_meanwhile_a_killed_picture_leaves_the_last(watch):
         screen.wait_raw(ALTERNATE_OFF)
         screen.wait_quiet()
         assert 8192 < len(screen.after_picture()) <= 16384 + 4096
+
+
+def test_the_picture_keeps_no_end_of_its_pipe_but_those_that_it_prints_into(watch):
+    with watch.screen(scenario=QUIET) as screen:
+        up(screen)
+        links = [os.readlink(path) for path in pathlib.Path(f"/proc/{screen.launch.pid()}/fd").iterdir()]
+        assert sum(link.startswith("pipe:") for link in links) == 2
 
 
 def test_standard_error_that_is_no_terminal_stays_where_it_is(watch, tmp_path):

@@ -156,6 +156,9 @@ TEST(lyn_watch_json, counters_keep_all_64_bits_and_rates_are_whole_octets) {
   EXPECT_FALSE(data["ipv4"].contains("tx_rate"));
   EXPECT_FALSE(data.contains("ipv6"));
   EXPECT_FALSE(data.contains("apn"));
+  picture.profiles[0].traffic[1] = picture.profiles[0].traffic[0];
+  picture.profiles[0].traffic[1]->stats.bytes_rx = 6;
+  EXPECT_EQ(snapshot(picture)["data"][0]["ipv6"]["bytes_rx"], 6);
 }
 
 json location_with(

@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 // The lines of the live picture, with a model that the test fills itself: what a slow reader misses, and what it does
-// not.
+// not. The clock can be put forward.
 #include "lyn_watch_lines.h"
 
 #include <fcntl.h>
@@ -10,11 +10,14 @@
 
 #include <algorithm>
 #include <csignal>
+#include <future>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include "clock_forward.h"
 
 using namespace std::chrono_literals;
 using nlohmann::json;
@@ -177,6 +180,25 @@ TEST_F(lines_test, one_snapshot_of_what_has_ended_is_none) {
   EXPECT_EQ(lyn_watch_lines_once(&model, ends[1]), LYN_WATCH_LINES_DONE);
   pollfd reader = {.fd = ends[0], .events = POLLIN, .revents = 0};
   EXPECT_EQ(poll(&reader, 1, 0), 0);
+}
+
+TEST_F(lines_test, one_snapshot_waits_ten_seconds_for_a_modem_and_no_longer) {
+  std::promise<void> begins;
+  auto ended = std::async(std::launch::async, [this, &begins] {
+    begins.set_value();
+    return lyn_watch_lines_once(&model, ends[1]);
+  });
+  begins.get_future().wait();
+  std::this_thread::sleep_for(100ms);
+  int seconds = 0;
+  for (; ended.wait_for(0s) != std::future_status::ready; ++seconds) {
+    put_clock_forward(1s);
+    lyn_watch_model_set_scanning(&model, false);  // who waits looks at the clock
+    std::this_thread::sleep_for(30ms);
+  }
+  EXPECT_EQ(ended.get(), LYN_WATCH_LINES_NO_MODEM);
+  EXPECT_GE(seconds, 9);
+  EXPECT_LT(seconds, 18) << "values of a modem that is not there are not waited for";
 }
 
 /* Intervals: the clock is the test's */

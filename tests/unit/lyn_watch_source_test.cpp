@@ -15,16 +15,18 @@
 
 #include <atomic>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <thread>
+
+#include "clock_forward.h"
 
 namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using testing::ElementsAre;
-
-std::atomic<int64_t> clock_ahead_ns{0};
+using testing::Pair;
 
 /** The module: what it answers, and whom it calls back. */
 struct {
@@ -34,6 +36,7 @@ struct {
   int32_t list_status = OX_LYN_ERR_FAILURE;
   int32_t set_status = OX_LYN_ERR_FAILURE;
   int stops = 0;
+  std::map<uint32_t, int64_t> thresholds;
   std::atomic<int> lists{0};
   std::atomic<int> deinits{0};
 } fake;
@@ -47,13 +50,6 @@ int32_t get_registration(ox_lyn_dm_info_t *record, uint32_t status = OX_LYN_REG_
 }
 
 }  // namespace
-
-/* A C++ type is returned: the linker's names are told apart from C's. */
-std::chrono::steady_clock::time_point real_now() asm("__real__ZNSt6chrono3_V212steady_clock3nowEv");
-std::chrono::steady_clock::time_point wrapped_now() asm("__wrap__ZNSt6chrono3_V212steady_clock3nowEv");
-std::chrono::steady_clock::time_point wrapped_now() {
-  return real_now() + std::chrono::nanoseconds(clock_ahead_ns);
-}
 
 extern "C" {
 
@@ -78,7 +74,9 @@ int32_t __wrap_ox_lyn_get_info_list(ox_lyn_hndl_t, ox_lyn_dm_info_t *, uint32_t)
   fake.lists++;
   return fake.list_status;
 }
-int32_t __wrap_ox_lyn_set_ind_info(ox_lyn_hndl_t, ox_lyn_dm_ind_info_t *) {
+int32_t __wrap_ox_lyn_set_ind_info(ox_lyn_hndl_t, ox_lyn_dm_ind_info_t *record) {
+  const std::lock_guard lock(fake.mutex);
+  fake.thresholds[record->indication] = record->threshold;
   return OX_LYN_SUCCESS;
 }
 int32_t __wrap_ox_lyn_set_info(ox_lyn_hndl_t, ox_lyn_dm_ctrl_info_t *control) {
@@ -152,8 +150,6 @@ class lyn_watch_source : public testing::Test {
     const std::lock_guard lock(fake.mutex);
     return fake.stops;
   }
-  static void put_clock_forward(std::chrono::nanoseconds by) { clock_ahead_ns += by.count(); }
-
   /** Have all items read once more. */
   static void read_again() {
     const uint64_t before = lyn_watch_model_changes(model);
@@ -175,6 +171,14 @@ class lyn_watch_source : public testing::Test {
     return from.items[key.item][key.radio];
   }
 };
+
+TEST_F(lyn_watch_source, all_that_can_be_is_subscribed_in_steps_of_one_decibel) {
+  const std::lock_guard lock(fake.mutex);
+  EXPECT_THAT(fake.thresholds, ElementsAre(Pair(OX_LYN_IND_MODEM_STATUS_E, 0), Pair(OX_LYN_IND_REG_STATUS_E, 0),
+                                           Pair(OX_LYN_IND_LTE_RSRP_E, 1), Pair(OX_LYN_IND_NR5G_RSRP_E, 1),
+                                           Pair(OX_LYN_IND_LTE_RSRQ_E, 1), Pair(OX_LYN_IND_NR5G_RSRQ_E, 1),
+                                           Pair(OX_LYN_IND_LTE_SINR_E, 10), Pair(OX_LYN_IND_NR5G_SINR_E, 10)));
+}
 
 /* Events */
 
