@@ -4,6 +4,7 @@ kind is in test_watch_source.py. Each line of each test is held to docs/lyn_watc
 import fcntl
 import json
 import os
+import pathlib
 import re
 import signal
 import subprocess
@@ -11,7 +12,7 @@ import subprocess
 import pytest
 
 import watching
-from lyn import ROOT, SCALE
+from lyn import ROOT, SCALE, read_text
 from test_drive import read_drive
 from test_scenarios import fast_motion
 
@@ -166,6 +167,24 @@ def test_signal_ends_it_while_the_modem_is_not_there(watch):
         assert session.terminate() == 0
 
 
+def test_four_signals_are_waited_for_and_all_others_left_as_they_are(watch):
+    with watch.session("--json", "--every", "50ms", scenario=QUIET) as session:
+        session.wait_record(lambda record: record["type"] == "snapshot")
+        status = read_text(pathlib.Path(f"/proc/{session.launch.pid()}/status"))
+        [blocked] = re.findall(r"^SigBlk:\t(\w+)$", status, re.M)
+        signals = (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM)
+        assert int(blocked, 16) == sum(1 << number - 1 for number in signals)
+        assert session.terminate() == 0
+
+
+def test_what_is_printed_where_standard_error_is_closed_is_among_no_records(watch):
+    launch = watch.launch("--json", "--once", scenario=QUIET, env={"LYN_SIM_JOURNAL": "/dev/full"})
+    launch.program = ["/bin/sh", "-c", 'exec "$@" 2>&-', "sh", *launch.program]
+    with watching.Session(launch, 1 << 20, 20) as session:
+        result = session.finish()
+    assert result.status == 0 and len(result.records) == 1
+
+
 # Options
 
 @pytest.mark.parametrize("options, words", [
@@ -187,6 +206,14 @@ def test_wrong_use_is_one_line_that_names_the_option(watch, options, words):
     assert result.status == 2 and result.console == ""
     assert result.stderr.startswith("lyn_watch: ") and result.stderr.count("\n") == 1
     assert all(word in result.stderr for word in words), result.stderr
+
+
+@pytest.mark.parametrize("shortest, longest, too_long", [
+    ("10ms", "86400000ms", "86400001ms"), ("1s", "86400s", "86401s"), ("1m", "1440m", "1441m"), ("1h", "24h", "25h")])
+def test_a_duration_has_four_units(watch, shortest, longest, too_long):
+    for every in (shortest, longest):
+        assert watch.run("--json", "--once", "--every", every, scenario=QUIET).status == 0
+    assert watch.run("--json", "--once", "--every", too_long, scenario=QUIET).status == 2
 
 
 @pytest.mark.parametrize("name, shown", [
