@@ -11,6 +11,7 @@
 #include <cstring>
 #include <iterator>
 #include <map>
+#include <numeric>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -228,7 +229,10 @@ static constexpr lyn_watch_column_t lyn_watch_signal_columns[] = {
     {"best", 6, LYN_WATCH_RIGHT},  {"worst", 6, LYN_WATCH_RIGHT}, {"", 1, LYN_WATCH_LEFT},
     {"10 min", 0, LYN_WATCH_LEFT},
 };
-static constexpr int LYN_WATCH_PLOT_COLUMN = 31;
+// Behind all others.
+static constexpr int LYN_WATCH_PLOT_COLUMN =
+    std::accumulate(std::begin(lyn_watch_signal_columns), std::end(lyn_watch_signal_columns), 0,
+                    [](int sum, const lyn_watch_column_t &column) { return sum + column.width; });
 
 static lyn_watch_plot_t lyn_watch_screen_scale(const lyn_watch_item_t &item, const lyn_watch_bucket_t &extremes) {
   const double span = LYN_WATCH_PLOT_SPAN / item.scale;

@@ -134,6 +134,30 @@ def test_of_transmit_power_less_is_best(watch):
         screen.wait_for(lambda _: re.match(r"TX power +23\.0 dBm +12\.0 +23\.0", screen.screen.display[5]))
 
 
+MODEM_DOWN = """\
+#   #   ###   ####   #####  #   #         ####    ###   #   #  #   #
+## ##  #   #  #   #  #      ## ##         #   #  #   #  #   #  ##  #
+# # #  #   #  #   #  ####   # # #         #   #  #   #  # # #  # # #
+#   #  #   #  #   #  #      #   #         #   #  #   #  ## ##  #  ##
+#   #   ###   ####   #####  #   #         ####    ###   #   #  #   #""".splitlines()
+STARTING = """\
+ ####  #####   ###   ####   #####   ###   #   #   ####
+#        #    #   #  #   #    #      #    ##  #  #
+ ###     #    #####  ####     #      #    # # #  #  ##
+    #    #    #   #  #  #     #      #    #  ##  #   #
+####     #    #   #  #   #    #     ###   #   #   ####""".splitlines()
+
+
+def large(screen, first):
+    """The letters of five lines, from the first of these on, without what is left of all of them."""
+    with screen.changed:
+        lines = ["".join("#" if screen.screen.buffer[line][column].reverse else " " for column in range(80)).rstrip()
+                 for line in range(first - 1, first + 6)]
+    assert lines[0] == lines[6] == ""
+    left = min(len(line) - len(line.lstrip()) for line in lines[1:6])
+    return [line[left:] for line in lines[1:6]]
+
+
 def test_a_modem_that_goes_and_comes_is_said_large(watch):
     scenario = LTE_ONLY + at(2500, 'modem = "down"') + at(6000, 'modem = "up"')
     with watch.screen(scenario=scenario, size=(80, 30)) as screen:
@@ -142,9 +166,7 @@ def test_a_modem_that_goes_and_comes_is_said_large(watch):
         screen.settle()
         assert "modem down" in screen.line(0)
         assert row(screen, "RSRP")[:4] == ["-", "dBm", "-95", "-95"]
-        with screen.changed:  # letters of five lines
-            lit = [sum(screen.screen.buffer[line][column].reverse for column in range(80)) for line in range(6, 14)]
-        assert lit[0] == 0 and min(lit[1:6]) >= 18 and lit[6:] == [0, 0]
+        assert large(screen, 7) == MODEM_DOWN
         screen.wait_for("modem up")
         screen.wait_for(lambda _: re.match("PLMN   272-01", screen.screen.display[6]))
         assert re.search(r"\d\d:\d\d:\d\d  modem_status +down", screen.text)
@@ -153,7 +175,9 @@ def test_a_modem_that_goes_and_comes_is_said_large(watch):
 def test_a_modem_that_is_not_there_yet_is_said_large(watch):
     with watch.screen(scenario=LTE_ONLY + "[nas]\navailable = false\n") as screen:
         screen.wait_for("The module starts, or waits for the modem.")
+        screen.settle()
         assert "starting" in screen.line(0) and "no answer yet" in screen.line(0)
+        assert large(screen, 7) == STARTING
         screen.press("q")
         assert screen.wait() == 0
 
