@@ -169,6 +169,7 @@ def test_a_modem_that_goes_and_comes_is_said_large(watch):
         assert large(screen, 7) == MODEM_DOWN
         screen.wait_for("modem up")
         screen.wait_for(lambda _: re.match("PLMN   272-01", screen.screen.display[6]))
+        screen.settle()
         assert re.search(r"\d\d:\d\d:\d\d  modem_status +down", screen.text)
 
 
@@ -216,6 +217,7 @@ def test_neighbours_come_after_the_key(watch):
 def test_all_neighbours_have_room_on_a_larger_screen(watch):
     with watch.screen("--scan", "1s", scenario=NEIGHBOURS, size=(200, 60)) as screen:
         screen.wait_for("310-410 001-02")
+        screen.settle()
         assert " of " not in screen.text and "1301" in screen.text
 
 
@@ -273,6 +275,7 @@ def test_location_where_it_is_asked_for(watch):
     place = "[location]\nlatitude = -33.8567844\nlongitude = 151.2152967\naltitude = 1234.5\nspeed = 33.3\n"
     with watch.screen("--locate", "1s", scenario=QUIET + place) as screen:
         screen.wait_for("-33.856784")
+        screen.settle()
         assert re.fullmatch(r"Location +\ds old", cells(screen.lines[17])[1])
         assert cells(screen.lines[18])[1] == "Latitude   -33.856784 Alt        1234 m"
         assert cells(screen.lines[19])[1] == "Longitude  151.215297 Speed    33.3 m/s"
@@ -281,6 +284,7 @@ def test_location_where_it_is_asked_for(watch):
 def test_what_a_location_does_not_have_is_a_dash(watch):
     with watch.screen("--locate", "1s", scenario=QUIET + "[location]\nflags = 1\n") as screen:
         screen.wait_for("51.897463")
+        screen.settle()
         assert cells(screen.lines[18])[1].split()[2:] == ["Alt", "-"]
         assert cells(screen.lines[19])[1].split()[2:] == ["Speed", "-"]
 
@@ -307,10 +311,12 @@ def test_the_screen_follows_the_terminals_size(watch):
         up(screen)
         screen.resize(200, 60)
         screen.wait_for(lambda _: screen.screen.display[59].startswith(" h help"))
+        screen.settle()
         assert screen.lines[0].rstrip()[-1].isdigit() and len(screen.lines[0].rstrip()) == 199
         screen.resize(40, 10)
-        lines = screen.wait_for("lyn_watch needs 80x24, here are 40x10")
-        assert not "".join(lines[1:]).strip()
+        screen.wait_for("lyn_watch needs 80x24, here are 40x10")
+        screen.wait_quiet()
+        assert not "".join(screen.lines[1:]).strip()
         screen.resize(80, 24)
         screen.wait_for(lambda _: screen.screen.display[23].startswith(" h help"))
         up(screen)
