@@ -179,6 +179,20 @@ def test_terminal_is_as_it_was_while_an_option_runs(demo, found):
         assert terminal.terminate() == 0
 
 
+@pytest.mark.skipif(bool(EMULATOR), reason="the emulator catches them all")
+def test_signals_of_the_editor_are_not_caught_while_an_option_runs(demo):
+    with demo.terminal("[nas]\navailable = false\n", env=XTERM) as terminal:
+        terminal.expect(PROMPT)
+        terminal.sendline("1")
+        terminal.expect("Register application.")
+        status = pathlib.Path(f"/proc/{terminal.launch.pid()}/status").read_text(encoding="ascii")
+        caught = int(re.search(r"^SigCgt:\t(\w+)$", status, re.M)[1], 16)
+        assert caught & 1 << signal.SIGTERM - 1
+        for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTSTP, signal.SIGCONT, signal.SIGWINCH):
+            assert not caught & 1 << number - 1, number.name
+        assert terminal.terminate() == 0
+
+
 def test_hung_up_terminal_is_a_closed_standard_input(demo):
     """As without an editor: the menu repeats without end, and nothing but a signal ends it."""
     launch = demo.launch(env=XTERM)
