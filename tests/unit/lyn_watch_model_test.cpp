@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
 #include <string>
 #include <thread>
@@ -340,7 +341,11 @@ TEST_F(lyn_watch_model, any_call_may_be_made_beside_any_other) {
       [this] { lyn_watch_model_plan(&model, seconds(1), START); },
       [this] { lyn_watch_model_set_state(&model, LYN_WATCH_UP); },
       [this] { lyn_watch_model_set_state(&model, LYN_WATCH_DOWN); },
-      [this] { put(int64_t{1}); },
+      [this] {
+        for (const lyn_watch_key_t &key : lyn_watch_keys()) {
+          lyn_watch_model_put(&model, key, int64_t{1}, OX_LYN_SUCCESS, START);
+        }
+      },
       [this] { lyn_watch_model_count_request(&model, "get", OX_LYN_SUCCESS, milliseconds(1), START); },
       [this] { lyn_watch_model_put_neighbours(&model, LYN_WATCH_LTE, {.cells = {}, .at = START}); },
       [this] {
@@ -362,16 +367,23 @@ TEST_F(lyn_watch_model, any_call_may_be_made_beside_any_other) {
       [this] { lyn_watch_model_end(&model); },
   };
   for (const std::function<void()> &call : calls) {
+    model.history.clear();  // what is measured for the first time is among them
+    std::atomic<bool> begun{false};
+    std::atomic<bool> done{false};
     std::thread beside([&] {
-      for (int i = 0; i < 20; i++) {
+      while (!done.load(std::memory_order_relaxed)) {  // orders nothing, so that races show
         call();
+        begun.store(true, std::memory_order_relaxed);
       }
     });
+    while (!begun.load(std::memory_order_relaxed)) {
+    }
     for (int i = 0; i < 3; i++) {
       for (const std::function<void()> &other : calls) {
         other();
       }
     }
+    done = true;
     beside.join();
   }
   EXPECT_TRUE(lyn_watch_model_ended(&model));
