@@ -393,7 +393,7 @@ TEST(lyn_watch_items, every_answer_of_the_receiver_and_result_of_a_test_has_its_
       named(-2, 5,
             [](int64_t code) {
               ox_lyn_loc_single_shot_t shot = {};
-              shot.response = static_cast<int32_t>(code);
+              shot.response = static_cast<uint32_t>(code);
               return take_event(OX_LYN_RECORD_ASYNC_E, OX_LYN_ASYNC_LOC_SINGLE_SHOT_E, record_of(&shot))[0].second;
             }),
       "other invalid success failure not_supported param_invalid timeout other");
