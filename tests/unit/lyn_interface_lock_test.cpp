@@ -20,14 +20,14 @@
 #include <thread>
 #include <utility>
 
+#include "before_mutex.h"
 #include "board.h"
 
 using testing::ElementsAre;
 
 namespace {
 
-std::atomic<int> waits_cut_short{0};                 // waits to come that end at once
-thread_local void (*before_next_mutex)() = nullptr;  // runs ahead of the next mutex that this thread locks
+std::atomic<int> waits_cut_short{0};  // waits to come that end at once
 
 }  // namespace
 
@@ -44,15 +44,6 @@ int __wrap_pthread_cond_wait(pthread_cond_t *cond, pthread_mutex_t *mutex) {
   pthread_mutex_unlock(mutex);
   waits_cut_short--;
   return pthread_mutex_lock(mutex);
-}
-
-int __real_pthread_mutex_lock(pthread_mutex_t *mutex);
-
-int __wrap_pthread_mutex_lock(pthread_mutex_t *mutex) {
-  if (const auto before = std::exchange(before_next_mutex, nullptr)) {
-    before();
-  }
-  return __real_pthread_mutex_lock(mutex);
 }
 // NOLINTEND(bugprone-reserved-identifier)
 }
@@ -370,10 +361,10 @@ TEST_F(lyn_interface_lock, a_lock_that_is_given_back_as_somebody_begins_to_wait_
   stage = 0;
   lyn_lock();
   std::thread late([] {
-    before_next_mutex = [] {  // it has found the lock taken
+    before_mutex(1, [] {  // it has found the lock taken
       stage.store(1, std::memory_order_relaxed);
       wait_for_stage(2);
-    };
+    });
     lyn_lock();
     EXPECT_EQ(number, 7);
     EXPECT_FALSE(lyn_lock_try());

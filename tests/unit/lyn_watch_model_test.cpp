@@ -13,6 +13,8 @@
 #include <string>
 #include <thread>
 
+#include "before_mutex.h"
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -336,6 +338,16 @@ TEST_F(lyn_watch_model, every_change_counts) {
 }
 
 // Of use under the thread sanitizer: one thread makes nothing but this call, so that nothing else orders the two.
+TEST_F(lyn_watch_model, what_came_just_before_a_call_was_let_in_is_in_what_it_gives) {
+  before_mutex(1, [this] { put(int64_t{-95}); });
+  EXPECT_TRUE(lyn_watch_model_history(&model, RSRP, START).back());
+  before_mutex(1, [this] { lyn_watch_model_set_scanning(&model, true); });
+  EXPECT_TRUE(picture().scanning);
+  before_mutex(1, [this] { EXPECT_TRUE(picture().scanning) << "who waits has changed nothing yet"; });
+  lyn_watch_model_set_scanning(&model, false);
+  EXPECT_FALSE(picture().scanning);
+}
+
 TEST_F(lyn_watch_model, any_call_may_be_made_beside_any_other) {
   const std::function<void()> calls[] = {
       [this] { lyn_watch_model_plan(&model, seconds(1), START); },
@@ -367,7 +379,6 @@ TEST_F(lyn_watch_model, any_call_may_be_made_beside_any_other) {
       [this] { lyn_watch_model_end(&model); },
   };
   for (const std::function<void()> &call : calls) {
-    model.history.clear();  // what is measured for the first time is among them
     std::atomic<bool> begun{false};
     std::atomic<bool> done{false};
     std::thread beside([&] {

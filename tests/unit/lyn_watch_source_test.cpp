@@ -19,6 +19,7 @@
 #include <mutex>
 #include <thread>
 
+#include "before_mutex.h"
 #include "clock_forward.h"
 
 namespace {
@@ -396,6 +397,34 @@ TEST_F(lyn_watch_source, a_shot_that_is_never_answered_is_stopped_until_the_stop
   lyn_watch_source_scan();
   wait_for([] { return !picture().locating; });
   EXPECT_EQ(stops(), before + 2);
+}
+
+/** Ahead of the first mutex behind the call the request is counted, ahead of the second one its answer is taken. */
+TEST_F(lyn_watch_source, a_modem_that_goes_behind_an_answer_leaves_nothing_measured) {
+  const lyn_watch_key_t rsrp = lyn_watch_key(LYN_WATCH_LTE, "rsrp");
+  for (const int mutexes : {1, 2}) {
+    std::atomic<bool> gone{false};
+    std::atomic<bool> looked{false};
+    answer([=, &gone, &looked](ox_lyn_dm_info_t *record) {
+      if (record->metric == OX_LYN_GET_LTE_SERV_RSRP_E && !gone) {
+        record->value.i64 = -95;
+        before_mutex(mutexes, [&gone] {
+          indicate(OX_LYN_IND_MODEM_STATUS_E, OX_LYN_MODEM_DOWN_E);
+          gone = true;
+        });
+        return static_cast<int32_t>(OX_LYN_SUCCESS);
+      }
+      if (gone && !looked.exchange(true)) {
+        EXPECT_FALSE(lyn_watch_measured(reading(picture(), rsrp).value)) << mutexes;
+      }
+      return get_registration(record);
+    });
+    indicate(OX_LYN_IND_MODEM_STATUS_E, OX_LYN_MODEM_UP_E);
+    put_clock_forward(seconds(1));
+    lyn_watch_source_scan();
+    wait_for([&looked] { return looked.load(); });
+    answer([](ox_lyn_dm_info_t *record) { return get_registration(record); });
+  }
 }
 
 TEST_F(lyn_watch_source, a_location_that_is_due_while_one_is_under_way_is_left_out) {
