@@ -1,6 +1,6 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 // The lines of the live picture, with a model that the test fills itself: what a slow reader misses, and what it does
-// not. The clock can be put forward.
+// not. The clock can be put forward, and something done just before a mutex is locked.
 #include "lyn_watch_lines.h"
 
 #include <fcntl.h>
@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "before_mutex.h"
 #include "clock_forward.h"
 
 using namespace std::chrono_literals;
@@ -183,22 +184,23 @@ TEST_F(lines_test, one_snapshot_of_what_has_ended_is_none) {
 }
 
 TEST_F(lines_test, one_snapshot_waits_ten_seconds_for_a_modem_and_no_longer) {
-  std::promise<void> begins;
-  auto ended = std::async(std::launch::async, [this, &begins] {
-    begins.set_value();
+  std::promise<void> begun;
+  auto ended = std::async(std::launch::async, [this, &begun] {
+    before_mutex(1, [&begun] { begun.set_value(); });  // it knows until when it waits
     return lyn_watch_lines_once(&model, ends[1]);
   });
-  begins.get_future().wait();
-  std::this_thread::sleep_for(100ms);
-  int seconds = 0;
-  for (; ended.wait_for(0s) != std::future_status::ready; ++seconds) {
-    put_clock_forward(1s);
+  begun.get_future().wait();
+  const auto ends_after = [&](std::chrono::seconds further, int most_ms) {
+    put_clock_forward(further);
     lyn_watch_model_set_scanning(&model, false);  // who waits looks at the clock
-    std::this_thread::sleep_for(30ms);
-  }
+    for (int ms = 0; ms < most_ms && ended.wait_for(0s) != std::future_status::ready; ++ms) {
+      std::this_thread::sleep_for(1ms);
+    }
+    return ended.wait_for(0s) == std::future_status::ready;
+  };
+  EXPECT_FALSE(ends_after(9s, 50));
+  EXPECT_TRUE(ends_after(1s, 5000)) << "values of a modem that is not there are not waited for";
   EXPECT_EQ(ended.get(), LYN_WATCH_LINES_NO_MODEM);
-  EXPECT_GE(seconds, 9);
-  EXPECT_LT(seconds, 18) << "values of a modem that is not there are not waited for";
 }
 
 /* Intervals: the clock is the test's */

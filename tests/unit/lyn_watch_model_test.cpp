@@ -337,7 +337,6 @@ TEST_F(lyn_watch_model, every_change_counts) {
   EXPECT_TRUE(picture().scanning && picture().locating);
 }
 
-// Of use under the thread sanitizer: one thread makes nothing but this call, so that nothing else orders the two.
 TEST_F(lyn_watch_model, what_came_just_before_a_call_was_let_in_is_in_what_it_gives) {
   before_mutex(1, [this] { put(int64_t{-95}); });
   EXPECT_TRUE(lyn_watch_model_history(&model, RSRP, START).back());
@@ -348,6 +347,7 @@ TEST_F(lyn_watch_model, what_came_just_before_a_call_was_let_in_is_in_what_it_gi
   EXPECT_FALSE(picture().scanning);
 }
 
+// Of use under the thread sanitizer: one thread makes nothing but this call, so that nothing else orders the two.
 TEST_F(lyn_watch_model, any_call_may_be_made_beside_any_other) {
   const std::function<void()> calls[] = {
       [this] { lyn_watch_model_plan(&model, seconds(1), START); },

@@ -3,8 +3,8 @@
  * What the picture's source makes of the module: answers without their block, events of every kind, and what is never
  * answered. The module is the test's, and so is the clock, which can be put forward.
  *
- * The program is linked with --wrap for the module's operations and the clock (tests/CMakeLists.txt). The source is one
- * per process: all tests share it.
+ * The program is linked with --wrap for the module's operations, the clock and the locking of mutexes
+ * (tests/CMakeLists.txt). The source is one per process: all tests share it.
  */
 #include "lyn_watch_source.h"
 
