@@ -209,6 +209,12 @@ class Launch:
         os.kill(self.pid(), number)
 
 
+def signals_of(pid, kind):
+    """The signals of a process that are SigBlk, SigIgn or SigCgt: blocked, ignored or caught."""
+    mask = int(re.search(rf"^{kind}:\t(\w+)$", pathlib.Path(f"/proc/{pid}/status").read_text(encoding="ascii"), re.M)[1], 16)
+    return {number for number in signal.Signals if mask & 1 << number - 1}
+
+
 def let_end(launch, wait):
     """A program that a test leaves running is killed; one that counts what it runs writes that at its end."""
     if BUILD.name != "coverage":

@@ -4,7 +4,6 @@ kind is in test_watch_source.py. Each line of each test is held to docs/lyn_watc
 import fcntl
 import json
 import os
-import pathlib
 import re
 import signal
 import subprocess
@@ -12,7 +11,7 @@ import subprocess
 import pytest
 
 import watching
-from lyn import ROOT, SCALE, read_text
+from lyn import ROOT, SCALE, signals_of
 from test_drive import read_drive
 from test_scenarios import fast_motion
 
@@ -170,10 +169,8 @@ def test_signal_ends_it_while_the_modem_is_not_there(watch):
 def test_four_signals_are_waited_for_and_all_others_left_as_they_are(watch):
     with watch.session("--json", "--every", "50ms", scenario=QUIET) as session:
         session.wait_record(lambda record: record["type"] == "snapshot")
-        status = read_text(pathlib.Path(f"/proc/{session.launch.pid()}/status"))
-        [blocked] = re.findall(r"^SigBlk:\t(\w+)$", status, re.M)
-        signals = (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM)
-        assert int(blocked, 16) == sum(1 << number - 1 for number in signals)
+        assert signals_of(session.launch.pid(), "SigBlk") == {signal.SIGHUP, signal.SIGINT, signal.SIGQUIT,
+                                                              signal.SIGTERM}
         assert session.terminate() == 0
 
 
