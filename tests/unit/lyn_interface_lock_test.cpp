@@ -18,7 +18,6 @@
 #include <iterator>
 #include <string>
 #include <thread>
-#include <utility>
 
 #include "before_mutex.h"
 #include "board.h"

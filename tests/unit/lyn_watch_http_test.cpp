@@ -62,7 +62,7 @@ TEST(lyn_watch_http, anything_else_is_no_address_to_serve_on) {
   }
 }
 
-/** A server with room for two. */
+/** A server with room for two. A process has one, which does not begin again once it has ended. */
 class lyn_watch_http_server : public testing::Test {
  protected:
   static void SetUpTestSuite() {
