@@ -456,6 +456,12 @@ TEST(lyn_order_death, a_lock_taken_out_of_order_ends_a_program_with_assertions) 
         lyn_cmdq_flush(&lyn_state.cmdq);
       },
       told);
+  EXPECT_DEATH(
+      {
+        lyn_order_take(LYN_ORDER_ROW);
+        lyn_lock_send_thread_off();
+      },
+      told);
 }
 
 TEST(lyn_order_death, a_callback_that_calls_back_into_the_module_ends_a_program_with_assertions) {
