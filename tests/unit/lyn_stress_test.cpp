@@ -8,6 +8,7 @@
  */
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <map>
@@ -70,16 +71,26 @@ const std::string busy_board = [] {
          "[[at]]\nms = 110\nevery_ms = 150\nrepeat = 500000\nmodem = 'up'\n";
 }();
 
-/** What the callback sees. Each life of the module has a number, its user data. */
+/**
+ * What the callback sees. Each life of the module has a number, its user data; they need not begin in the order of
+ * their numbers, as who has drawn one may be held up before the start.
+ */
 struct deliveries {
   std::atomic<uint32_t> lives{0};
-  std::atomic<uint32_t> last_ended{0}; /**< of lives that have ended, the last */
+  std::array<std::atomic<bool>, 4096> ended{}; /**< of the latest lives, each at its number's remainder */
   std::atomic<bool> running{false};
   std::atomic<size_t> events{0}, at_once{0}, of_the_dead{0};
 
+  uint32_t draw() {
+    const uint32_t life = ++lives;
+    has_ended(life) = false;
+    return life;
+  }
+  std::atomic<bool> &has_ended(uint32_t life) { return ended[life % ended.size()]; }
+
   void on_event(ox_lyn_dm_info_t *info, uint32_t life) {
     at_once += running.exchange(true);
-    of_the_dead += life <= last_ended;
+    of_the_dead += has_ended(life);
     events++;
     event_release(info);
     running = false;
@@ -114,7 +125,7 @@ class caller {
     ox_lyn_hndl_t hndl = shared_hndl;
     uint32_t life = 0;
     if (one.kind == operation_kind::init) {
-      life = ++seen.lives;
+      life = seen.draw();
     } else if (one.kind == operation_kind::deinit) {
       life = running_life;
     }
@@ -127,17 +138,11 @@ class caller {
       running_life = life;
       shared_hndl = hndl;
     } else if (one.kind == operation_kind::deinit && status == OX_LYN_SUCCESS) {
-      ended(life);
+      seen.has_ended(life) = true;
     }
   }
 
   static inline std::atomic<uint32_t> running_life{0};
-
-  static void ended(uint32_t life) {
-    uint32_t last = seen.last_ended;
-    while (last < life && !seen.last_ended.compare_exchange_weak(last, life)) {
-    }
-  }
 };
 
 /** Four of them until then. */
