@@ -511,7 +511,7 @@ def test_what_module_and_board_print_is_not_in_the_picture(watch):
         assert CHATTER.encode() not in screen.raw
 
 
-def test_standard_error_that_is_no_terminal_stays_what_it_is(watch, tmp_path):
+def test_why_there_is_no_board_is_told_in_the_file_that_standard_error_is(watch, tmp_path):
     path = tmp_path / "errors"
     with path.open("wb") as errors, watch.screen(scenario="[board]\nnoise = 1\n", stderr=errors) as screen:
         assert screen.wait() == 2
@@ -631,7 +631,7 @@ def test_the_picture_keeps_no_end_of_its_pipe_but_those_that_it_prints_into(watc
         assert sum(link.startswith("pipe:") for link in links) == 2
 
 
-def test_standard_error_that_is_no_terminal_stays_where_it_is(watch, tmp_path):
+def test_standard_error_that_is_a_file_leaves_nothing_on_the_terminal(watch, tmp_path):
     with (tmp_path / "errors").open("w") as errors, watch.screen(scenario=QUIET, stderr=errors) as screen:
         up(screen)
         screen.press("q")
