@@ -271,10 +271,10 @@ def test_each_package_brings_the_next(packages):
 
 
 def install_and_use(root, packages):
-    """What a user does on the clean system; prints what the programs print."""
+    """What a user does on the clean system; prints what the programs print. What the packages need comes from Debian."""
     # Whoever is root only in there has no second user for downloads.
     apt_get = "apt-get -q -y -o APT::Sandbox::User=root"
-    script = ["set -e", f"{apt_get} install ./*.deb >apt.log"]
+    script = ["set -e", f"{apt_get} update >apt.log", f"{apt_get} install ./*.deb >apt.log"]
     for suffix, compiler in ((".c", "cc"), (".cpp", "c++")):
         (root.work / f"caller{suffix}").write_text(CALLER, encoding="utf-8")
         script += [f"{compiler} caller{suffix} $(pkg-config --cflags --libs lyn) -o caller && ./caller",
@@ -285,7 +285,7 @@ def install_and_use(root, packages):
                """python3 -c 'import lyn
 with lyn.open() as modem: print("\\nRSRP", modem.get(lyn.Metric.LTE_SERV_RSRP))'""",
                "lyn_watch --json --once", "lyn_demo", "LYN_SIM_SCENARIO=/usr/share/lyn/scenarios/motorway_drive.toml lyn_demo",
-               f"{apt_get} purge {' '.join(packages)} >apt.log"]
+               f"{apt_get} purge --autoremove {' '.join(packages)} >apt.log"]
     for package in packages.values():
         shutil.copy(package, root.work)
     (root.work / "scenario.toml").write_text(SCENARIO, encoding="utf-8")
