@@ -5,6 +5,7 @@ All drives in a loop, five hundred rows a second, a modem that restarts every ho
 journal, reaches a client that stays, in its order; memory, threads and descriptors stay what they are. Two seconds; half
 a minute with LYN_LONG; with LYN_SOAK=N so many rows, at most a day of them. `tools/soak` runs it.
 """
+import collections
 import contextlib
 import csv
 import json
@@ -79,6 +80,24 @@ def registration(fields):
     return "lte_nr5g" if "nr5g_pci" in fields else "lte"
 
 
+class Query:
+    """One for the registration status, from its request on. What it sees the module knows only when its thread gets to
+    it, which may be behind later indications: each that it meets on its way may find its status known."""
+
+    def __init__(self, met):
+        self.met = met
+        self.status = None
+
+    def meets(self, owed):
+        self.met.append(owed)
+        owed.may |= owed.event[1] == self.status
+
+    def answered(self, status):
+        self.status = status
+        for owed in self.met:
+            owed.may |= owed.event[1] == status
+
+
 class Contract:
     """What the module owes its user, line by line of the journal. A query that sees a new registration status first
     takes its event away; a subscription forgets what was delivered last, so that a value may come again behind it."""
@@ -87,8 +106,9 @@ class Contract:
         self.owed = []
         self.fixes = []
         self.status = None  # of the last indication
-        self.own = None  # the last event of a status that no query has seen yet
+        self.own = []  # its event
         self.seen = set()  # by queries since
+        self.queries = collections.deque(maxlen=2)  # that may be under way: two threads make some, one after the other
         self.last = dict.fromkeys(SIGNALS, 0)
         self.subscribing = dict.fromkeys(SIGNALS, True)
         self.subscribed = 0
@@ -105,8 +125,10 @@ class Contract:
             self.modem(fields["event"] == 0)
         elif name == "config_sig_info" and row["dir"] == "request":
             self.subscribed += 1
-        elif name == "get_sys_info" and row["dir"] == "response" and fields["transport"] == 0:
-            self.query(registration(fields))
+        elif name == "get_sys_info" and row["dir"] == "request":
+            self.queries.append(Query(self.own.copy()))
+        elif name == "get_sys_info":
+            self.answer(registration(fields) if fields["transport"] == 0 else "none")
         elif name == "sys_info_ind":
             self.system_information(registration(fields))
         elif name == "sig_info_ind":
@@ -121,16 +143,19 @@ class Contract:
         self.subscribing = dict.fromkeys(SIGNALS, True)
         self.subscribed = 0
 
-    def query(self, status):
-        """It may have been quicker than the indication that stands before it here, or be ahead of the next one."""
+    def answer(self, status):
         self.seen.add(status)
-        if self.own is not None and self.own.event[1] == status:
-            self.own.may = True
+        for query in self.queries:
+            if query.status is None:
+                query.answered(status)
+                return
 
     def system_information(self, status):
         known = status == self.status or status in self.seen
         self.add(("reg_status", status), known)
-        self.status, self.own, self.seen = status, self.owed[-1], set()
+        self.status, self.own, self.seen = status, self.owed[-1:], set()
+        for query in self.queries:
+            query.meets(self.owed[-1])
 
     def signal(self, fields):
         for event, (part, member) in SIGNALS.items():
