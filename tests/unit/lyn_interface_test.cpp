@@ -84,10 +84,13 @@ std::string handle_text(ox_lyn_hndl_t hndl) {
 struct lyn_interface : testing::Test {
   ox_lyn_hndl_t hndl = 0;
 
-  /** A fresh board at rest with `toml` behind it; log and journal begin here. */
+  /**
+   * A fresh board at rest with `toml` behind it; log and journal begin here. Its receiver says nothing, which would
+   * come on another thread, some time.
+   */
   static void board(const std::string &toml = "") {
     sim_board_journal_keep(true);
-    ASSERT_EQ(sim_board_load("[board]\nnoise_db = 0\n" + toml), "");
+    ASSERT_EQ(sim_board_load("board.noise_db = 0\nlocation.capabilities_ms = -1\n" + toml), "");
     diag_log_lines();
   }
 
@@ -213,7 +216,7 @@ TEST_F(lyn_interface, init_refuses_null_arguments_and_asks_nothing_of_the_board)
 }
 
 TEST_F(lyn_interface, init_and_deinit_call_the_board_in_their_order) {
-  board("[location]\ncapabilities_ms = -1\n");  // else they come on another thread, some time
+  board();
   ASSERT_EQ(init(), OX_LYN_SUCCESS);
   EXPECT_THAT(crossings(),
               ElementsAre("diag.Diag_LSM_Init", "yrp.nas_get_service_object_internal_v01", "yrp.notifier_init",

@@ -104,12 +104,12 @@ struct sim_nas_client {
 
   /** Wait until so many indications of one id came. */
   bool wait_for(uint32_t id, size_t count, unsigned int timeout_ms = 5000) {
+    size_t seen = 0, found = 0;
     for (unsigned int waited = 0; waited < timeout_ms; waited++) {
       {
         const std::lock_guard guard(lock);
-        size_t found = 0;
-        for (const sim_received &message : received) {
-          found += message.id == id;
+        for (; seen < received.size(); seen++) {
+          found += received[seen].id == id;
         }
         if (found >= count) {
           return true;
