@@ -14,10 +14,12 @@
 
 namespace {
 
+constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF"; /* one is passed over, a second one is a name's */
+
 /** What is on the lines that are not blank, with their line breaks. */
 std::vector<std::string_view> filled_lines(std::string_view text) {
-  if (text.starts_with("\xEF\xBB\xBF")) {
-    text.remove_prefix(3);
+  if (text.starts_with(byte_order_mark)) {
+    text.remove_prefix(byte_order_mark.size());
   }
   std::vector<std::string_view> lines;
   while (!text.empty()) {
@@ -73,7 +75,7 @@ void hold_applied(const sim_trace_row &row, int nr5g_pci) {
 /** Each by itself: as many as one input of a long drive should take time for. */
 void hold_alone(const std::vector<std::string_view> &lines, const std::vector<sim_trace_row> &rows) {
   for (size_t i = 0; i < rows.size() && i < 8; ++i) {
-    const std::string text = std::string(lines[0]) + std::string(lines[i + 1]);
+    const std::string text = std::string(byte_order_mark) + std::string(lines[0]) + std::string(lines[i + 1]);
     std::string error;
     const auto alone = sim_trace_load(fuzz_file(text), error);
     fuzz_hold(alone && alone->size() == 1 && values(alone->front()) == values(rows[i]), "a row depends on no other",

@@ -116,6 +116,12 @@ TEST_F(sim_trace_test, columns_are_found_by_name_in_any_order) {
   EXPECT_EQ(row.timestamp_ms, 1581665340000);
 }
 
+TEST_F(sim_trace_test, a_second_byte_order_mark_is_of_the_first_name) {
+  const std::string mark = "\xEF\xBB\xBF", text = "RSRP," + header + "-70," + clean_row;
+  EXPECT_EQ(load(mark + text)[0].rsrp, -70);
+  EXPECT_EQ(load(mark + mark + text)[0].rsrp, -90);
+}
+
 TEST_F(sim_trace_test, byte_order_mark_carriage_returns_blanks_and_quotes_are_tolerated) {
   std::string text = "\xEF\xBB\xBF\"Timestamp\"," + header.substr(10);
   text +=
