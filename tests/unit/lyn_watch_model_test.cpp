@@ -345,6 +345,9 @@ TEST_F(lyn_watch_model, what_came_just_before_a_call_was_let_in_is_in_what_it_gi
   before_mutex(1, [this] { EXPECT_TRUE(picture().scanning) << "who waits has changed nothing yet"; });
   lyn_watch_model_set_scanning(&model, false);
   EXPECT_FALSE(picture().scanning);
+  before_mutex(1, [this] { EXPECT_FALSE(lyn_watch_model_ended(&model)) << "who waits has ended nothing yet"; });
+  lyn_watch_model_end(&model);
+  EXPECT_TRUE(lyn_watch_model_ended(&model));
 }
 
 // Of use under the thread sanitizer: one thread makes nothing but this call, so that nothing else orders the two.
