@@ -19,10 +19,7 @@
 #include <thread>
 #include <vector>
 
-#include "diag_log.h"
-#include "lyn_event.h"
-#include "ox_lyn.h"
-#include "sim_board.h"
+#include "board.h"
 
 namespace {
 
@@ -84,13 +81,9 @@ std::string handle_text(ox_lyn_hndl_t hndl) {
 struct lyn_interface : testing::Test {
   ox_lyn_hndl_t hndl = 0;
 
-  /**
-   * A fresh board at rest with `toml` behind it; log and journal begin here. Its receiver says nothing, which would
-   * come on another thread, some time.
-   */
+  /** A fresh board at rest with `toml` behind it; log and journal begin here. */
   static void board(const std::string &toml = "") {
-    sim_board_journal_keep(true);
-    ASSERT_EQ(sim_board_load("board.noise_db = 0\nlocation.capabilities_ms = -1\n" + toml), "");
+    board_load(toml);
     diag_log_lines();
   }
 
