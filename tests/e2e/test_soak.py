@@ -105,9 +105,8 @@ class Contract:
     def __init__(self):
         self.owed = []
         self.fixes = []
-        self.status = None  # of the last indication
-        self.own = []  # its event
-        self.seen = set()  # by queries since
+        self.own = []  # the event of the last indication
+        self.seen = set()  # the statuses of it and of the queries since
         self.queries = collections.deque(maxlen=2)  # that may be under way: two threads make some, one after the other
         self.last = dict.fromkeys(SIGNALS, 0)
         self.subscribing = dict.fromkeys(SIGNALS, True)
@@ -151,9 +150,8 @@ class Contract:
                 return
 
     def system_information(self, status):
-        known = status == self.status or status in self.seen
-        self.add(("reg_status", status), known)
-        self.status, self.own, self.seen = status, self.owed[-1:], set()
+        self.add(("reg_status", status), status in self.seen)
+        self.own, self.seen = self.owed[-1:], {status}
         for query in self.queries:
             query.meets(self.owed[-1])
 

@@ -36,8 +36,8 @@ import lyn
 
 SCHEMA = json.loads((lyn.ROOT / "docs/lyn_watch.schema.json").read_text(encoding="utf-8"))
 VALIDATOR = jsonschema.Draft202012Validator(SCHEMA)
-BEHIND_ALL = b"\0\0\0\0"  # no program sends it, and a terminal shows nothing of it
 HISTORY = jsonschema.Draft202012Validator({"$defs": SCHEMA["$defs"], "$ref": "#/$defs/history"})
+BEHIND_ALL = b"\0\0\0\0"  # no program sends it, and a terminal shows nothing of it
 
 
 def no_number(text):
