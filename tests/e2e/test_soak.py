@@ -5,7 +5,6 @@ All drives in a loop, five hundred rows a second, a modem that restarts every ho
 journal, reaches a client that stays, in its order; memory, threads and descriptors stay what they are. Two seconds; half
 a minute with LYN_LONG; with LYN_SOAK=N so many rows, at most a day of them. `tools/soak` runs it.
 """
-import collections
 import contextlib
 import csv
 import json
@@ -107,7 +106,7 @@ class Contract:
         self.fixes = []
         self.own = []  # the event of the last indication
         self.seen = set()  # the statuses of it and of the queries since
-        self.queries = collections.deque(maxlen=2)  # that may be under way: two threads make some, one after the other
+        self.query = Query([])  # the latest: one thread makes them, and is behind each when it makes the next
         self.last = dict.fromkeys(SIGNALS, 0)
         self.subscribing = dict.fromkeys(SIGNALS, True)
         self.subscribed = 0
@@ -125,9 +124,10 @@ class Contract:
         elif name == "config_sig_info" and row["dir"] == "request":
             self.subscribed += 1
         elif name == "get_sys_info" and row["dir"] == "request":
-            self.queries.append(Query(self.own.copy()))
-        elif name == "get_sys_info":
-            self.answer(registration(fields) if fields["transport"] == 0 else "none")
+            self.query = Query(self.own.copy())
+        elif name == "get_sys_info" and fields["transport"] == 0:
+            self.query.answered(registration(fields))
+            self.seen.add(registration(fields))
         elif name == "sys_info_ind":
             self.system_information(registration(fields))
         elif name == "sig_info_ind":
@@ -142,18 +142,10 @@ class Contract:
         self.subscribing = dict.fromkeys(SIGNALS, True)
         self.subscribed = 0
 
-    def answer(self, status):
-        self.seen.add(status)
-        for query in self.queries:
-            if query.status is None:
-                query.answered(status)
-                return
-
     def system_information(self, status):
         self.add(("reg_status", status), status in self.seen)
         self.own, self.seen = self.owed[-1:], {status}
-        for query in self.queries:
-            query.meets(self.owed[-1])
+        self.query.meets(self.owed[-1])
 
     def signal(self, fields):
         for event, (part, member) in SIGNALS.items():
