@@ -266,6 +266,7 @@ class Screen:
         self.wait_raw(BEHIND_ALL)
         with self.changed:
             self.raw = self.raw.replace(BEHIND_ALL, b"")
+        self.wait_quiet()  # who looks after a process that was killed prints behind it
         return status if status >= 0 else 128 - status
 
     def hang_up(self):
